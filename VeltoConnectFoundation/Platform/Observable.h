@@ -1,0 +1,95 @@
+#pragma once
+
+#include <VeltoConnectFoundation/Platform/Lock.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <string_view>
+
+namespace velto {
+
+class Observable;
+
+struct PropertyChange {
+    Observable& object;
+    std::string_view key;
+    bool isPrior;  ///< Told before the change; only to observers that asked for it.
+};
+
+/// Ends the observation when it is destroyed; after that the observer is not called again
+/// (a call under way on another thread is waited for, one on this thread is not).
+class VELTO_EXPORT Observation {
+public:
+    Observation() noexcept;
+    Observation(Observation&&) noexcept;
+    Observation& operator=(Observation&&) noexcept;
+    ~Observation();
+
+private:
+    friend class Observable;
+    class Entry;
+    explicit Observation(std::shared_ptr<Entry> entry) noexcept;
+    std::shared_ptr<Entry> entry_;
+};
+
+enum class ObserverTiming : std::uint8_t { after, beforeAndAfter };
+
+/// Properties that announce their changes by key, with dependent keys.
+///
+/// An observer runs on the thread that made the change, while the changed object's own lock is
+/// held: it may read anything, but must not wait for another thread. One change tells an
+/// observer of a key once, also when several changed keys lead to that key.
+class VELTO_EXPORT Observable {
+public:
+    using Observer = std::function<void(const PropertyChange&)>;
+
+    Observable(const Observable&) = delete;
+    Observable& operator=(const Observable&) = delete;
+
+    /// `key` must outlive the observation (keys are constants). Any thread.
+    [[nodiscard]] Observation observe(std::string_view key, Observer observer,
+                                      ObserverTiming timing = ObserverTiming::after);
+
+protected:
+    Observable();
+    virtual ~Observable();
+
+    /// Announces a change of `keys`, in order, and of everything that depends on them: before it
+    /// on construction, after it on destruction (the keys in reverse order). At most 4 keys.
+    /// Costs one atomic load when nobody observes.
+    class VELTO_EXPORT Change {
+    public:
+        Change(Observable& object, std::initializer_list<std::string_view> keys);
+        ~Change();
+        Change(const Change&) = delete;
+        Change& operator=(const Change&) = delete;
+
+    private:
+        Observable& object_;
+        std::array<std::string_view, 4> keys_;
+        std::uint8_t count_;
+        bool observed_;
+    };
+
+    /// `dependent` is announced when `on` changes.
+    struct Dependency {
+        std::string_view dependent;
+        std::string_view on;
+    };
+    /// The class's fixed table; empty unless overridden.
+    virtual std::span<const Dependency> dependencies() const;
+
+private:
+    friend class Observation;
+    class Registry;
+    void announce(std::span<const std::string_view> keys, bool isPrior);
+    std::atomic<bool> hasObservers_{false};
+    std::shared_ptr<Registry> registry_;  ///< Made with the first observer.
+};
+
+}  // namespace velto

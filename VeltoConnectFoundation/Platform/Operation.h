@@ -1,0 +1,36 @@
+#pragma once
+
+#include <VeltoConnectFoundation/Platform/Export.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+namespace velto {
+
+enum class QualityOfService : std::int32_t { standard = -1, background = 9, utility = 17, userInitiated = 25, userInteractive = 33 };
+
+/// One piece of work for an OperationQueue; runs at most once.
+class VELTO_EXPORT Operation : public std::enable_shared_from_this<Operation> {
+public:
+    virtual ~Operation();
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+
+    virtual void main() = 0;
+    /// Marks it; the queue never calls main of a cancelled operation. Any thread.
+    virtual void cancel();
+    /// Virtual for those that keep a flag of their own. Any thread.
+    virtual bool isCancelled() const;
+    QualityOfService qualityOfService() const { return qualityOfService_.load(); }
+    void setQualityOfService(QualityOfService quality) { qualityOfService_ = quality; }
+
+protected:
+    Operation();
+
+private:
+    std::atomic<bool> operationCancelled_{false};
+    std::atomic<QualityOfService> qualityOfService_{QualityOfService::standard};
+};
+
+}  // namespace velto

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <VeltoConnectFoundation/Platform/Error.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velto {
+
+enum class SettingKind : std::uint8_t { boolean, integer, number, string, array, dictionary };
+
+/// Whether what a server sends may set it.
+enum class SettingReach : std::uint8_t { local, remote };
+
+/// One key that the library reads, declared once beside its class as a constant; declarations
+/// register when the library is loaded.
+class VELTO_EXPORT Setting {
+public:
+    Setting(std::string_view key, SettingKind kind, Value registeredDefault, std::string_view meaning,
+            SettingReach reach = SettingReach::local);
+    Setting(const Setting&) = delete;
+    Setting& operator=(const Setting&) = delete;
+
+    std::string_view key() const { return key_; }
+    SettingKind kind() const { return kind_; }
+    const Value& registeredDefault() const { return registeredDefault_; }  ///< none when there is none
+    std::string_view meaning() const { return meaning_; }  ///< One line, English.
+    SettingReach reach() const { return reach_; }
+
+    /// The setting's value in UserDefaults::shared().
+    Value value() const;
+    bool boolValue() const { return value().boolValue(); }
+    std::int64_t integerValue() const { return value().integerValue(); }
+    double doubleValue() const { return value().doubleValue(); }
+    std::string stringValue() const;  ///< Empty unless set to a string (numbers read as their text).
+    Array arrayValue() const;
+
+private:
+    std::string_view key_;
+    SettingKind kind_;
+    Value registeredDefault_;
+    std::string_view meaning_;
+    SettingReach reach_;
+};
+
+enum class SettingLayer : std::uint8_t { arguments, environment, user, priority, registered, none };
+
+/// The layered settings: arguments, environment, the user's file, priority defaults (what a
+/// server sent; never read for local declared keys), registered defaults; the first that holds
+/// the key wins. Any thread; neither logs nor notifies while loading or locked.
+class VELTO_EXPORT UserDefaults {
+public:
+    static UserDefaults& shared();  ///< Loads the user's file on first use; never destroyed.
+
+    Value value(std::string_view key) const;  ///< none when no layer holds it
+    bool boolValue(std::string_view key) const { return value(key).boolValue(); }
+    std::int64_t integerValue(std::string_view key) const { return value(key).integerValue(); }
+    std::string stringValue(std::string_view key) const;
+    Array arrayValue(std::string_view key) const;
+    SettingLayer layer(std::string_view key) const;
+
+    /// Writes the user's file (TOML, mode 0600, atomically); none removes the key.
+    [[nodiscard]] bool setValue(std::string_view key, const Value& value, Error* error = nullptr);
+    /// Supplies values nobody set; later registrations win over earlier ones.
+    void registerDefaults(const Dictionary& defaults);
+    void setPriorityDefaults(const Dictionary& defaults);  ///< Merged into what is there.
+    void setArguments(const Dictionary& arguments);        ///< The front end only; replaces.
+    void setEnvironment(const Dictionary& environment);    ///< The front end only; replaces.
+
+    /// A number that grows with each change of any layer, so that a reader may keep what it derived.
+    std::uint64_t generation() const noexcept;
+
+    /// Every declared setting, sorted by key.
+    static std::vector<const Setting*> declaredSettings();
+    std::string userFilePath() const;
+    /// What was wrong with the user's file when it was loaded: none, or an error with its line.
+    Error loadError() const;
+    /// Reads another file instead (tests, `velto --config`); a missing file is empty.
+    bool loadUserFile(std::string_view path, Error* error = nullptr);
+
+private:
+    UserDefaults();
+    class State;
+    State* state_;
+};
+
+}  // namespace velto

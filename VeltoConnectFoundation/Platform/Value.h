@@ -1,0 +1,229 @@
+#pragma once
+
+#include <VeltoConnectFoundation/Platform/Export.h>
+#include <VeltoConnectFoundation/Platform/Object.h>
+
+#include <chrono>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velto {
+
+class Array;
+class Data;
+class Dictionary;
+class Value;
+
+/// The explicit null of JSON and property lists; a missing value is none instead.
+struct Null {};
+
+/// Seconds since 2001-01-01 00:00:00 UTC, the reference date.
+struct VELTO_EXPORT Date {
+    double secondsSinceReference = 0;
+
+    static Date fromUnixSeconds(double seconds);
+    double unixSeconds() const;
+    friend auto operator<=>(const Date&, const Date&) = default;
+};
+
+enum class ValueKind : std::uint8_t {
+    none,
+    null,
+    boolean,
+    signedInteger,
+    unsignedInteger,
+    singleFloat,
+    doubleFloat,
+    string,
+    data,
+    date,
+    array,
+    dictionary,
+    object,
+};
+
+template <class T>
+concept PlainInteger = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
+                       !std::same_as<T, char8_t> && !std::same_as<T, char16_t> &&
+                       !std::same_as<T, char32_t> && !std::same_as<T, wchar_t>;
+
+/// A small handle (16 bytes) on one node of the value tree that everything passes around.
+///
+/// Copies share until one of them is changed, and may be read from several threads. Numbers
+/// remember the type they were stored as, yet compare and hash by value (true == 1 == 1.0).
+/// Nothing here recurses on the call stack, however deep the tree.
+class VELTO_EXPORT Value {
+public:
+    Value() noexcept;  ///< none
+    Value(Null) noexcept;
+    Value(std::same_as<bool> auto flag) noexcept : Value(Tagged{}, flag) {}
+    template <PlainInteger T>
+    Value(T number) noexcept
+        : Value(Tagged{}, static_cast<std::conditional_t<std::signed_integral<T>, std::int64_t, std::uint64_t>>(number)) {}
+    Value(float number) noexcept;
+    Value(double number) noexcept;
+    Value(const char* text);  ///< A null pointer is none.
+    Value(std::string_view text);
+    Value(const std::string& text);
+    Value(const std::optional<std::string>& text);  ///< none for nullopt
+    Value(Date date) noexcept;
+    Value(const Data& data);
+    Value(const Array& array);
+    Value(const Dictionary& dictionary);
+    Value(std::shared_ptr<const Object> object);  ///< A null pointer is none.
+
+    Value(const Value& other) noexcept;
+    Value(Value&& other) noexcept;
+    Value& operator=(const Value& other) noexcept;
+    Value& operator=(Value&& other) noexcept;
+    ~Value();
+
+    ValueKind kind() const noexcept;
+    bool isNone() const noexcept { return kind() == ValueKind::none; }
+    bool isNull() const noexcept { return kind() == ValueKind::null; }
+    bool isNumber() const noexcept;  ///< boolean to doubleFloat
+    bool isString() const noexcept { return kind() == ValueKind::string; }
+    bool isData() const noexcept { return kind() == ValueKind::data; }
+    bool isDate() const noexcept { return kind() == ValueKind::date; }
+    bool isArray() const noexcept { return kind() == ValueKind::array; }
+    bool isDictionary() const noexcept { return kind() == ValueKind::dictionary; }
+    bool isObject() const noexcept { return kind() == ValueKind::object; }
+    explicit operator bool() const noexcept { return !isNone(); }
+
+    /// Lenient readings: a string gives the number it begins with ("12x" is 12, "YES" is true),
+    /// anything that is no number 0 or false. Integers out of range saturate.
+    bool boolValue() const noexcept;
+    std::int64_t integerValue() const noexcept;
+    std::uint64_t unsignedValue() const noexcept;
+    double doubleValue() const noexcept;
+
+    /// Empty for any other kind. The view lives as long as this handle is neither changed nor
+    /// destroyed.
+    std::string_view string() const& noexcept;
+    std::string string() &&;
+    std::optional<std::string> optionalString() const;  ///< none unless a string
+    Array array() const;            ///< Empty for any other kind.
+    Dictionary dictionary() const;  ///< Empty for any other kind.
+    Data data() const;              ///< Empty for any other kind.
+    Date date() const noexcept;     ///< The reference date for any other kind.
+    std::shared_ptr<const Object> object() const;  ///< Null for any other kind.
+
+    /// Looks into a dictionary or an array; none where there is nothing. Never throws.
+    const Value& operator[](std::string_view key) const& noexcept;
+    const Value& operator[](const char* key) const& noexcept { return (*this)[std::string_view(key)]; }
+    const Value& operator[](std::size_t index) const& noexcept;
+    Value operator[](std::string_view key) && noexcept;
+    Value operator[](const char* key) && noexcept { return std::move(*this)[std::string_view(key)]; }
+    Value operator[](std::size_t index) && noexcept;
+
+    /// Follows keys separated by full stops through nested dictionaries; none where one is missing.
+    Value valueAtKeyPath(std::string_view path) const noexcept;
+
+    std::string_view className() const noexcept;  ///< "String", "Number", "Array", an object's own
+    /// Readable text: a string is itself, null "<null>", none "(null)", containers over several lines.
+    std::string description(std::size_t indent = 0) const;
+    std::size_t hash() const noexcept;
+    friend VELTO_EXPORT bool operator==(const Value& left, const Value& right) noexcept;
+
+private:
+    struct Tagged {};
+    Value(Tagged, bool flag) noexcept;
+    Value(Tagged, std::int64_t number) noexcept;
+    Value(Tagged, std::uint64_t number) noexcept;
+    // representation: owned by the values helper
+};
+
+/// Bytes; copies share until one is changed.
+class VELTO_EXPORT Data {
+public:
+    Data() noexcept;
+    Data(const void* bytes, std::size_t length);
+    explicit Data(std::string_view bytes);
+    explicit Data(std::span<const std::byte> bytes);
+    explicit Data(std::vector<std::uint8_t>&& bytes);  ///< Takes the buffer over.
+    /// Takes over a block from malloc without copying; freed with the last handle.
+    static Data adoptingMalloc(void* block, std::size_t length);
+
+    const std::uint8_t* bytes() const noexcept;
+    std::size_t length() const noexcept;
+    bool isEmpty() const noexcept { return length() == 0; }
+    std::string_view view() const noexcept;  ///< The same bytes as characters.
+    void append(const void* bytes, std::size_t length);
+    Data subdata(std::size_t offset, std::size_t length) const;  ///< Clamped to what is there.
+    friend VELTO_EXPORT bool operator==(const Data& left, const Data& right) noexcept;
+    // representation: owned by the values helper
+};
+
+/// An ordered list of values; a copy shares its elements until one of the two is changed.
+class VELTO_EXPORT Array {
+public:
+    Array() noexcept;
+    Array(std::initializer_list<Value> values);
+    explicit Array(std::vector<Value> values);
+
+    std::size_t size() const noexcept;
+    bool isEmpty() const noexcept { return size() == 0; }
+    const Value* begin() const noexcept;
+    const Value* end() const noexcept;
+    const Value& operator[](std::size_t index) const noexcept;  ///< none beyond the end
+    const Value& first() const noexcept { return (*this)[0]; }
+    const Value& last() const noexcept { return (*this)[size() - 1]; }
+    bool contains(const Value& value) const noexcept;
+
+    void reserve(std::size_t count);
+    void append(Value value);
+    void append(const Array& values);
+    void set(std::size_t index, Value value);     ///< `index` below size().
+    void insert(std::size_t index, Value value);  ///< `index` at most size().
+    void remove(std::size_t index);               ///< `index` below size().
+    void clear();
+
+    std::string componentsJoined(std::string_view separator) const;
+    std::string description(std::size_t indent = 0) const;
+    friend VELTO_EXPORT bool operator==(const Array& left, const Array& right) noexcept;
+    // representation: owned by the values helper
+};
+
+struct DictionaryEntry {
+    Value key;
+    Value value;
+};
+
+/// Values by key in insertion order; a repeated key keeps its place and takes the last value.
+/// Any value but none may be a key; look-up by text costs no allocation.
+class VELTO_EXPORT Dictionary {
+public:
+    Dictionary() noexcept;
+    Dictionary(std::initializer_list<DictionaryEntry> entries);
+
+    std::size_t size() const noexcept;
+    bool isEmpty() const noexcept { return size() == 0; }
+    const DictionaryEntry* begin() const noexcept;
+    const DictionaryEntry* end() const noexcept;
+    const Value& operator[](std::string_view key) const noexcept;  ///< none when missing
+    const Value& operator[](const char* key) const noexcept { return (*this)[std::string_view(key)]; }
+    const Value& valueForKey(const Value& key) const noexcept;     ///< none when missing
+    bool contains(std::string_view key) const noexcept;
+    Value valueAtKeyPath(std::string_view path) const noexcept;
+
+    void reserve(std::size_t count);
+    void set(Value key, Value value);  ///< A value of none removes the key.
+    void remove(std::string_view key);
+    void remove(const Value& key);
+    void merge(const Dictionary& other);  ///< The other's values win.
+    void clear();
+
+    std::string description(std::size_t indent = 0) const;
+    friend VELTO_EXPORT bool operator==(const Dictionary& left, const Dictionary& right) noexcept;
+    // representation: owned by the values helper
+};
+
+}  // namespace velto
