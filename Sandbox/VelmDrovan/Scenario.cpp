@@ -251,6 +251,8 @@ void Scenario::reach(Moment moment, const Console& console, double percent) {
                     std::_Exit(static_cast<int>(action.value));
                 break;
             case Kind::Hang:
+                if (action.value)
+                    console.detail("hanging");
                 while (action.value)
                     pause();
                 break;

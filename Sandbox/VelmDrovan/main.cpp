@@ -69,10 +69,10 @@ int runTool(const std::vector<std::string>& arguments) {
     try {
         scenario = Scenario::read();
         scenario.prepare(arguments);
+        scenario.reach(Moment::Start, console);
         const CommandLine line = parseCommandLine(arguments);
         console.setVerbosity(line.verbosity);
         console.setIndicator(line.indicator);
-        scenario.reach(Moment::Start, console);
         if (line.version)
             console.result("Velm Drovan, version 1.0.0");
         else
