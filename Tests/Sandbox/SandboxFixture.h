@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Support/Paths.h>
+#include <Tests/Support/Paths.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "SandboxFixture.h"
+#include <Tests/Sandbox/SandboxFixture.h>
 
 #include <ctime>
 
