@@ -22,4 +22,11 @@ if(VELTO_SANITIZE)
     add_compile_options(
         -fsanitize=${velto_library_sanitize} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${velto_library_sanitize})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # The checks that a sanitizer puts in mislead the warnings that follow the flow of values;
+        # the other presets judge those.
+        add_compile_options(
+            -Wno-array-bounds -Wno-maybe-uninitialized -Wno-nonnull -Wno-restrict
+            -Wno-stringop-overflow -Wno-stringop-overread)
+    endif()
 endif()
