@@ -12,12 +12,16 @@ VELTO_EXPORT std::string localized(const char* english);
 VELTO_EXPORT std::string localizedWithKey(const char* key, const char* fallback);
 
 /// Marks a literal that is looked up later for extraction into the template file.
-constexpr const char* markLocalized(const char* english) { return english; }
+constexpr const char* markLocalized(const char* english) {
+    return english;
+}
 
 namespace detail {
 /// A translation whose placeholders ask for other arguments than the English text is not used.
-VELTO_EXPORT std::string localizedFormatArguments(const char* key, const char* english,
-                                                  FormatArguments arguments, bool userLocale);
+VELTO_EXPORT std::string localizedFormatArguments(const char* key,
+                                                  const char* english,
+                                                  FormatArguments arguments,
+                                                  bool inUserLocale);
 }  // namespace detail
 
 /// As `format`, with the translation of the literal.
@@ -29,7 +33,8 @@ std::string localizedFormat(FormatString<Arguments...> english, const Arguments&
 
 /// The same with a symbolic key, numbers with the decimal separator of the user's locale.
 template <class... Arguments>
-std::string localizedFormatInUserLocale(const char* key, FormatString<Arguments...> fallback,
+std::string localizedFormatInUserLocale(const char* key,
+                                        FormatString<Arguments...> fallback,
                                         const Arguments&... arguments) {
     const std::array<FormatArgument, sizeof...(Arguments)> packed{FormatArgument(arguments)...};
     return detail::localizedFormatArguments(key, fallback.get(), packed, true);

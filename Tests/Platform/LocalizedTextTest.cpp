@@ -1,0 +1,129 @@
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+
+#include <VeltoConnectFoundation/Platform/Locale.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <libintl.h>
+#include <clocale>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A compiled catalogue: both tables sorted by key, as msgfmt writes them.
+std::string compiledCatalogue(const std::map<std::string, std::string>& texts) {
+    std::string tables;
+    std::string contents;
+    const auto put = [](std::string& out, std::size_t number) {
+        const auto word = static_cast<std::uint32_t>(number);
+        out.append(reinterpret_cast<const char*>(&word), sizeof word);
+    };
+    const std::size_t tableSize = 8 * texts.size();
+    const auto addTable = [&](auto member) {
+        for (const auto& entry : texts) {
+            put(tables, (entry.*member).size());
+            put(tables, 28 + 2 * tableSize + contents.size());
+            contents += (entry.*member) + '\0';
+        }
+    };
+    using Entry = std::map<std::string, std::string>::value_type;
+    addTable(&Entry::first);
+    addTable(&Entry::second);
+    std::string out;
+    for (const std::size_t word :
+         {std::size_t{0x950412DE}, std::size_t{0}, texts.size(), std::size_t{28}, 28 + tableSize,
+          std::size_t{0}, std::size_t{0}}) {
+        put(out, word);
+    }
+    return out + tables + contents;
+}
+
+/// Only in a child: a process speaks one language from its first text on.
+void speakGerman(const std::map<std::string, std::string>& texts) {
+    std::string folder = (fs::temp_directory_path() / "velto-texts-XXXXXX").string();
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    fs::create_directories(folder + "/de/LC_MESSAGES");
+    std::map<std::string, std::string> all = texts;
+    all[""] = "Content-Type: text/plain; charset=UTF-8\n";
+    std::ofstream(folder + "/de/LC_MESSAGES/VeltoConnectFoundation.mo") << compiledCatalogue(all);
+
+    setenv("LANGUAGE", "de", 1);
+    setenv("LC_ALL", "C.UTF-8", 1);
+    ASSERT_NE(std::setlocale(LC_ALL, ""), nullptr);
+    ASSERT_EQ(velto::localized("binds the library's own folder"), "binds the library's own folder");
+    bindtextdomain("VeltoConnectFoundation", folder.c_str());
+    ASSERT_NE(velto::localized("Hello"), "Hello");
+    fs::remove_all(folder);
+}
+
+class LocalizedTextDeathTest : public ::testing::Test {
+protected:
+    // A fresh process, since LANGUAGE and the C locale belong to all threads.
+    LocalizedTextDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(LocalizedTextDeathTest, ATranslationIsUsedOnlyWhenItsPlaceholdersFit) {
+    const auto report = [] {
+        speakGerman({{"Hello", "Grüß Gott"},
+                     {"%@ of %lu files", "%2$lu Dateien, davon %1$@"},
+                     {"%@ failed", "%lu ist fehlgeschlagen"},
+                     {"%ld items", "%d Teile"},
+                     {"%@ is gone", "weg"},
+                     {"%d%% done", "%d% fertig"},
+                     {"KEY_OF_SIZE", "rund %1$0.1f %2$@"}});
+        std::vector<std::string> lines;
+        for (int round = 0; round < 2; ++round) {  // the second answers from what is remembered
+            lines = {velto::localized("Hello"),
+                     velto::localized("Unknown"),
+                     velto::localized(""),
+                     velto::localizedFormat("%@ of %lu files", "keine", 3U),
+                     velto::localizedFormat("%@ failed", "It"),
+                     velto::localizedFormat("%ld items", 5),
+                     velto::localizedFormat("%@ is gone", "It"),
+                     velto::localizedFormat("%d%% done", 5),
+                     velto::localizedFormatInUserLocale("KEY_OF_SIZE", "%1$0.02f %2$@", 1.5, "kB"),
+                     velto::localizedWithKey("KEY_OF_NOTHING", "nothing")};
+        }
+        for (const std::string& line : lines) {
+            std::cerr << line << '\n';
+        }
+        std::exit(0);
+    };
+    EXPECT_EXIT(report(), ::testing::ExitedWithCode(0),
+                "Grüß Gott\nUnknown\n\n3 Dateien, davon keine\nIt failed\n5 items\nIt is gone\n"
+                "5% done\nrund 1.5 kB\nnothing\n");
+}
+
+TEST_F(LocalizedTextDeathTest, NumbersFollowTheUserLocaleOnlyWhereAskedFor) {
+    const auto report = [] {
+        setenv("LC_ALL", "de_DE.UTF-8@euro", 1);
+        std::cerr << velto::userLocale() << ' '
+                  << velto::localizedFormatInUserLocale("KEY", "%0.02f", 1234.5) << ' '
+                  << velto::localizedFormat("%0.02f", 1234.5) << '\n';
+        std::exit(0);
+    };
+    EXPECT_EXIT(report(), ::testing::ExitedWithCode(0), "de_DE 1234,50 1234.50\n");
+}
+
+TEST(Locale, KnowsDecimalSeparators) {
+    struct Row {
+        const char* locale;
+        const char* separator;
+    };
+    for (const Row& row : {Row{"en_US_POSIX", "."}, Row{"en_GB", "."}, Row{"fr_FR", ","},
+                           Row{"fa_IR", "٫"}, Row{"no such locale", "."}, Row{"", "."}}) {
+        SCOPED_TRACE(row.locale);
+        EXPECT_EQ(velto::decimalSeparatorForLocale(row.locale), row.separator);
+    }
+}
+
+}  // namespace
