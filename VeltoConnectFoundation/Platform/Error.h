@@ -20,7 +20,9 @@ public:
     Error() noexcept = default;
     Error(std::string_view domain, std::int64_t code, Dictionary userInfo = {});
     /// `description` and `reason` become the two standard entries.
-    static Error make(std::string_view domain, std::int64_t code, std::string_view description,
+    static Error make(std::string_view domain,
+                      std::int64_t code,
+                      std::string_view description,
                       std::string_view reason);
     /// POSIXErrorDomain with the system's text; `what` (for example a path) stands before it.
     static Error posix(int errorNumber, std::string_view what = {});

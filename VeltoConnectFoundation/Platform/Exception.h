@@ -6,9 +6,14 @@
 
 namespace velto {
 
-inline constexpr std::string_view InternalInconsistencyException = "NSInternalInconsistencyException";
+inline constexpr std::string_view InternalInconsistencyException =
+    "NSInternalInconsistencyException";
 inline constexpr std::string_view InvalidArgumentException = "NSInvalidArgumentException";
 inline constexpr std::string_view GenericException = "NSGenericException";
+
+/// What the user information of a failed assertion says about its place.
+inline constexpr std::string_view AssertionFunctionKey = "NSAssertFunction";
+inline constexpr std::string_view AssertionFileKey = "NSAssertFile";
 
 /// Raised for programming errors, and by the few calls whose texts say so; a copy shares.
 class VELTO_EXPORT Exception : public std::exception {
@@ -30,10 +35,14 @@ private:
 
 /// Raises InternalInconsistencyException "Invalid parameter not satisfying: CONDITION"; the user
 /// information names function and file.
-[[noreturn]] VELTO_EXPORT void failParameterAssertion(const char* condition, const char* function,
+[[noreturn]] VELTO_EXPORT void failParameterAssertion(const char* condition,
+                                                      const char* function,
                                                       const char* file);
 
-inline void assertParameter(bool holds, const char* condition, const char* function, const char* file) {
+inline void assertParameter(bool holds,
+                            const char* condition,
+                            const char* function,
+                            const char* file) {
     if (!holds) [[unlikely]] {
         failParameterAssertion(condition, function, file);
     }

@@ -15,7 +15,7 @@ public:
     virtual ~Object();
 
     virtual std::string_view className() const = 0;
-    virtual std::string description() const;  ///< "<ClassName: address>" unless overridden.
+    virtual std::string description() const;          ///< "<ClassName: address>" unless overridden.
     virtual bool isEqual(const Object& other) const;  ///< Identity unless overridden.
     virtual std::size_t hash() const;
 };

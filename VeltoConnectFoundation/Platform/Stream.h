@@ -10,7 +10,8 @@
 namespace velto {
 
 /// The property of an output stream that holds what was written to memory.
-inline constexpr std::string_view StreamDataWrittenToMemoryKey = "NSStreamDataWrittenToMemoryStreamKey";
+inline constexpr std::string_view StreamDataWrittenToMemoryKey =
+    "NSStreamDataWrittenToMemoryStreamKey";
 /// The property of a file stream that holds its offset.
 inline constexpr std::string_view StreamFileCurrentOffsetKey = "NSStreamFileCurrentOffsetKey";
 
@@ -26,7 +27,8 @@ public:
     virtual StreamStatus streamStatus() const = 0;
     virtual Error streamError() const = 0;
     virtual Value propertyForKey(std::string_view key) const;  ///< none unless overridden
-    virtual bool setProperty(const Value& value, std::string_view key);  ///< false unless overridden
+    virtual bool setProperty(const Value& value,
+                             std::string_view key);  ///< false unless overridden
 
     virtual std::weak_ptr<StreamDelegate> delegate() const;
     virtual void setDelegate(std::weak_ptr<StreamDelegate> delegate);

@@ -6,9 +6,25 @@
 
 namespace velto {
 
-enum class StreamStatus : std::uint8_t { notOpen, opening, open, reading, writing, atEnd, closed, error };
+enum class StreamStatus : std::uint8_t {
+    notOpen,
+    opening,
+    open,
+    reading,
+    writing,
+    atEnd,
+    closed,
+    error
+};
 
-enum class StreamEvent : std::uint32_t { none = 0, openCompleted = 1, hasBytesAvailable = 2, hasSpaceAvailable = 4, errorOccurred = 8, endEncountered = 16 };
+enum class StreamEvent : std::uint32_t {
+    none = 0,
+    openCompleted = 1,
+    hasBytesAvailable = 2,
+    hasSpaceAvailable = 4,
+    errorOccurred = 8,
+    endEncountered = 16
+};
 
 class Stream;
 

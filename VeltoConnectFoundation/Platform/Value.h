@@ -3,16 +3,18 @@
 #include <VeltoConnectFoundation/Platform/Export.h>
 #include <VeltoConnectFoundation/Platform/Object.h>
 
-#include <chrono>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace velto {
@@ -21,6 +23,11 @@ class Array;
 class Data;
 class Dictionary;
 class Value;
+
+namespace detail {
+struct Block;
+struct ValueAccess;
+}  // namespace detail
 
 /// The explicit null of JSON and property lists; a missing value is none instead.
 struct Null {};
@@ -62,12 +69,15 @@ concept PlainInteger = std::integral<T> && !std::same_as<T, bool> && !std::same_
 /// Nothing here recurses on the call stack, however deep the tree.
 class VELTO_EXPORT Value {
 public:
-    Value() noexcept;  ///< none
-    Value(Null) noexcept;
+    constexpr Value() noexcept : storage_{} {}  ///< none
+    Value(Null) noexcept : storage_{.kind = ValueKind::null} {}
     Value(std::same_as<bool> auto flag) noexcept : Value(Tagged{}, flag) {}
     template <PlainInteger T>
     Value(T number) noexcept
-        : Value(Tagged{}, static_cast<std::conditional_t<std::signed_integral<T>, std::int64_t, std::uint64_t>>(number)) {}
+        : Value(
+              Tagged{},
+              static_cast<std::conditional_t<std::signed_integral<T>, std::int64_t, std::uint64_t>>(
+                  number)) {}
     Value(float number) noexcept;
     Value(double number) noexcept;
     Value(const char* text);  ///< A null pointer is none.
@@ -75,21 +85,42 @@ public:
     Value(const std::string& text);
     Value(const std::optional<std::string>& text);  ///< none for nullopt
     Value(Date date) noexcept;
-    Value(const Data& data);
-    Value(const Array& array);
-    Value(const Dictionary& dictionary);
+    Value(const Data& data) noexcept;
+    Value(Data&& data) noexcept;
+    Value(const Array& array) noexcept;
+    Value(Array&& array) noexcept;
+    Value(const Dictionary& dictionary) noexcept;
+    Value(Dictionary&& dictionary) noexcept;
     Value(std::shared_ptr<const Object> object);  ///< A null pointer is none.
 
-    Value(const Value& other) noexcept;
-    Value(Value&& other) noexcept;
-    Value& operator=(const Value& other) noexcept;
-    Value& operator=(Value&& other) noexcept;
-    ~Value();
+    Value(const Value& other) noexcept : storage_(other.storage_) {
+        if (hasBlock()) {
+            retain();
+        }
+    }
+    Value(Value&& other) noexcept : storage_(other.storage_) { other.storage_ = {}; }
+    Value& operator=(const Value& other) noexcept {
+        Value copy(other);
+        std::swap(storage_, copy.storage_);
+        return *this;
+    }
+    Value& operator=(Value&& other) noexcept {
+        Value taken(std::move(other));
+        std::swap(storage_, taken.storage_);
+        return *this;
+    }
+    ~Value() {
+        if ((storage_.form & ownedBlock) != 0) {
+            release();
+        }
+    }
 
-    ValueKind kind() const noexcept;
+    ValueKind kind() const noexcept { return storage_.kind; }
     bool isNone() const noexcept { return kind() == ValueKind::none; }
     bool isNull() const noexcept { return kind() == ValueKind::null; }
-    bool isNumber() const noexcept;  ///< boolean to doubleFloat
+    bool isNumber() const noexcept {  ///< boolean to doubleFloat
+        return kind() >= ValueKind::boolean && kind() <= ValueKind::doubleFloat;
+    }
     bool isString() const noexcept { return kind() == ValueKind::string; }
     bool isData() const noexcept { return kind() == ValueKind::data; }
     bool isDate() const noexcept { return kind() == ValueKind::date; }
@@ -107,38 +138,74 @@ public:
 
     /// Empty for any other kind. The view lives as long as this handle is neither changed nor
     /// destroyed.
-    std::string_view string() const& noexcept;
+    std::string_view string() const& noexcept {
+        return kind() != ValueKind::string ? std::string_view()
+               : hasBlock()                ? blockText()
+                                           : std::string_view(storage_.bytes, storage_.form);
+    }
     std::string string() &&;
     std::optional<std::string> optionalString() const;  ///< none unless a string
-    Array array() const;            ///< Empty for any other kind.
-    Dictionary dictionary() const;  ///< Empty for any other kind.
-    Data data() const;              ///< Empty for any other kind.
-    Date date() const noexcept;     ///< The reference date for any other kind.
-    std::shared_ptr<const Object> object() const;  ///< Null for any other kind.
+    Array array() const;                                ///< Empty for any other kind.
+    Dictionary dictionary() const;                      ///< Empty for any other kind.
+    Data data() const;                                  ///< Empty for any other kind.
+    Date date() const noexcept;                         ///< The reference date for any other kind.
+    std::shared_ptr<const Object> object() const;       ///< Null for any other kind.
 
     /// Looks into a dictionary or an array; none where there is nothing. Never throws.
     const Value& operator[](std::string_view key) const& noexcept;
-    const Value& operator[](const char* key) const& noexcept { return (*this)[std::string_view(key)]; }
+    const Value& operator[](const char* key) const& noexcept {
+        return (*this)[std::string_view(key)];
+    }
     const Value& operator[](std::size_t index) const& noexcept;
+    const Value& operator[](int index) const& noexcept { return (*this)[static_cast<std::size_t>(index)]; }
     Value operator[](std::string_view key) && noexcept;
-    Value operator[](const char* key) && noexcept { return std::move(*this)[std::string_view(key)]; }
+    Value operator[](const char* key) && noexcept {
+        return std::move(*this)[std::string_view(key)];
+    }
     Value operator[](std::size_t index) && noexcept;
+    Value operator[](int index) && noexcept { return std::move(*this)[static_cast<std::size_t>(index)]; }
 
     /// Follows keys separated by full stops through nested dictionaries; none where one is missing.
     Value valueAtKeyPath(std::string_view path) const noexcept;
 
     std::string_view className() const noexcept;  ///< "String", "Number", "Array", an object's own
-    /// Readable text: a string is itself, null "<null>", none "(null)", containers over several lines.
+    /// Readable text: a string is itself, null "<null>", none "(null)", true "1"; a double has at
+    /// most 16 digits, a float the fewest that read back the same. Containers take several lines,
+    /// from the 16th level on one; `indent` is the level they begin at.
     std::string description(std::size_t indent = 0) const;
     std::size_t hash() const noexcept;
+    /// Dictionaries are equal whatever their order; a number that is none (NaN) equals itself.
     friend VELTO_EXPORT bool operator==(const Value& left, const Value& right) noexcept;
 
 private:
+    friend struct detail::ValueAccess;
+
+    /// Text of up to 14 bytes stands in the handle itself, its length in `form`, the rest zero. All
+    /// else has 8 bytes at `bytes` + 6: a number, or the address of a block (null for an empty
+    /// container).
+    struct alignas(8) Storage {
+        ValueKind kind = ValueKind::none;
+        std::uint8_t form = 0;
+        char bytes[14] = {};
+    };
+    static constexpr std::size_t inlineCapacity = sizeof(Storage::bytes);
+    /// The handle counts among the block's owners.
+    static constexpr std::uint8_t ownedBlock = 0x80;
+    /// The handle stands in a container of the same arena as its block and does not count.
+    static constexpr std::uint8_t arenaBlock = 0x40;
+
     struct Tagged {};
     Value(Tagged, bool flag) noexcept;
     Value(Tagged, std::int64_t number) noexcept;
     Value(Tagged, std::uint64_t number) noexcept;
-    // representation: owned by the values helper
+    explicit constexpr Value(const Storage& storage) noexcept : storage_(storage) {}
+
+    bool hasBlock() const noexcept { return (storage_.form & (ownedBlock | arenaBlock)) != 0; }
+    void retain() noexcept;
+    void release() noexcept;
+    std::string_view blockText() const noexcept;
+
+    Storage storage_;
 };
 
 /// Bytes; copies share until one is changed.
@@ -147,6 +214,8 @@ public:
     Data() noexcept;
     Data(const void* bytes, std::size_t length);
     explicit Data(std::string_view bytes);
+    explicit Data(const char* bytes) : Data(std::string_view(bytes)) {}
+    explicit Data(const std::string& bytes) : Data(std::string_view(bytes)) {}
     explicit Data(std::span<const std::byte> bytes);
     explicit Data(std::vector<std::uint8_t>&& bytes);  ///< Takes the buffer over.
     /// Takes over a block from malloc without copying; freed with the last handle.
@@ -159,7 +228,12 @@ public:
     void append(const void* bytes, std::size_t length);
     Data subdata(std::size_t offset, std::size_t length) const;  ///< Clamped to what is there.
     friend VELTO_EXPORT bool operator==(const Data& left, const Data& right) noexcept;
-    // representation: owned by the values helper
+
+private:
+    friend class Value;
+    explicit Data(Value value) noexcept : value_(std::move(value)) {}
+
+    Value value_;
 };
 
 /// An ordered list of values; a copy shares its elements until one of the two is changed.
@@ -188,8 +262,15 @@ public:
 
     std::string componentsJoined(std::string_view separator) const;
     std::string description(std::size_t indent = 0) const;
-    friend VELTO_EXPORT bool operator==(const Array& left, const Array& right) noexcept;
-    // representation: owned by the values helper
+    friend VELTO_EXPORT bool operator==(const Array& left, const Array& right) noexcept {
+        return left.value_ == right.value_;
+    }
+
+private:
+    friend class Value;
+    explicit Array(Value value) noexcept : value_(std::move(value)) {}
+
+    Value value_;
 };
 
 struct DictionaryEntry {
@@ -209,8 +290,10 @@ public:
     const DictionaryEntry* begin() const noexcept;
     const DictionaryEntry* end() const noexcept;
     const Value& operator[](std::string_view key) const noexcept;  ///< none when missing
-    const Value& operator[](const char* key) const noexcept { return (*this)[std::string_view(key)]; }
-    const Value& valueForKey(const Value& key) const noexcept;     ///< none when missing
+    const Value& operator[](const char* key) const noexcept {
+        return (*this)[std::string_view(key)];
+    }
+    const Value& valueForKey(const Value& key) const noexcept;  ///< none when missing
     bool contains(std::string_view key) const noexcept;
     Value valueAtKeyPath(std::string_view path) const noexcept;
 
@@ -222,8 +305,15 @@ public:
     void clear();
 
     std::string description(std::size_t indent = 0) const;
-    friend VELTO_EXPORT bool operator==(const Dictionary& left, const Dictionary& right) noexcept;
-    // representation: owned by the values helper
+    friend VELTO_EXPORT bool operator==(const Dictionary& left, const Dictionary& right) noexcept {
+        return left.value_ == right.value_;
+    }
+
+private:
+    friend class Value;
+    explicit Dictionary(Value value) noexcept : value_(std::move(value)) {}
+
+    Value value_;
 };
 
 }  // namespace velto
