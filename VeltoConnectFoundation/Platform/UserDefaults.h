@@ -3,7 +3,7 @@
 #include <VeltoConnectFoundation/Platform/Error.h>
 
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,8 +15,18 @@ enum class SettingKind : std::uint8_t { boolean, integer, number, string, array,
 /// Whether what a server sends may set it.
 enum class SettingReach : std::uint8_t { local, remote };
 
+enum class SettingLayer : std::uint8_t { arguments, environment, user, priority, registered, none };
+
+/// Codes: 1 a malformed file, 2 a value that does not fit.
+inline constexpr std::string_view SettingsErrorDomain = "VeltoSettingsErrorDomain";
+
 /// One key that the library reads, declared once beside its class as a constant; declarations
-/// register when the library is loaded.
+/// register when the library is loaded. `key` and `meaning` are literals, and a declared setting
+/// lives as long as the process.
+///
+/// Whatever layer a value comes from, it is read as the declared kind: text as the number or the
+/// truth it begins with ("NO", "10"), an array or a dictionary from text in TOML's inline form
+/// (other text is an array of one). A value that cannot be of the kind counts as not set.
 class VELTO_EXPORT Setting {
 public:
     Setting(std::string_view key, SettingKind kind, Value registeredDefault, std::string_view meaning,
@@ -30,8 +40,9 @@ public:
     std::string_view meaning() const { return meaning_; }  ///< One line, English.
     SettingReach reach() const { return reach_; }
 
-    /// The setting's value in UserDefaults::shared().
+    /// The setting's value in UserDefaults::shared(); takes no lock while nothing has changed.
     Value value() const;
+    SettingLayer layer() const;
     bool boolValue() const { return value().boolValue(); }
     std::int64_t integerValue() const { return value().integerValue(); }
     double doubleValue() const { return value().doubleValue(); }
@@ -44,9 +55,8 @@ private:
     Value registeredDefault_;
     std::string_view meaning_;
     SettingReach reach_;
+    std::size_t index_;  ///< Its place among the declared ones.
 };
-
-enum class SettingLayer : std::uint8_t { arguments, environment, user, priority, registered, none };
 
 /// The layered settings: arguments, environment, the user's file, priority defaults (what a
 /// server sent; never read for local declared keys), registered defaults; the first that holds
@@ -62,7 +72,8 @@ public:
     Array arrayValue(std::string_view key) const;
     SettingLayer layer(std::string_view key) const;
 
-    /// Writes the user's file (TOML, mode 0600, atomically); none removes the key.
+    /// Writes the user's file (TOML, mode 0600, atomically, other lines as they were); none removes
+    /// the key. A declared key takes its own kind only; a malformed file is never overwritten.
     [[nodiscard]] bool setValue(std::string_view key, const Value& value, Error* error = nullptr);
     /// Supplies values nobody set; later registrations win over earlier ones.
     void registerDefaults(const Dictionary& defaults);
@@ -73,6 +84,9 @@ public:
     /// A number that grows with each change of any layer, so that a reader may keep what it derived.
     std::uint64_t generation() const noexcept;
 
+    /// What a process environment (name to text) sets: "VELTO_" and a declared key in capitals.
+    static Dictionary valuesFromEnvironment(const Dictionary& environment);
+
     /// Every declared setting, sorted by key.
     static std::vector<const Setting*> declaredSettings();
     std::string userFilePath() const;
@@ -81,7 +95,13 @@ public:
     /// Reads another file instead (tests, `velto --config`); a missing file is empty.
     bool loadUserFile(std::string_view path, Error* error = nullptr);
 
+    class Layers;
+    /// Tests: what all layers hold, to be put back.
+    std::shared_ptr<const Layers> layers() const;
+    void setLayers(const std::shared_ptr<const Layers>& layers);
+
 private:
+    friend class Setting;
     UserDefaults();
     class State;
     State* state_;

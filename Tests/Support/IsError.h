@@ -1,0 +1,32 @@
+#pragma once
+
+#include <VeltoConnectFoundation/Platform/Error.h>
+
+#include <gmock/gmock.h>
+
+#include <ostream>
+#include <string>
+
+namespace velto {
+
+inline void PrintTo(const Error& error, std::ostream* out) {
+    *out << (error ? error.description() : "no error");
+}
+
+namespace testing {
+
+/// EXPECT_THAT(error, IsError("SomeDomain", -10000));
+MATCHER_P2(IsError,
+           domain,
+           code,
+           "is the error " + ::testing::PrintToString(code) + " of " + std::string(domain)) {
+    return static_cast<bool>(arg) && arg.domain() == domain && arg.code() == code;
+}
+
+/// EXPECT_THAT(error, IsNoError());
+MATCHER(IsNoError, "is no error") {
+    return !static_cast<bool>(arg);
+}
+
+}  // namespace testing
+}  // namespace velto

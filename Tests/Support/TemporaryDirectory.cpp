@@ -1,0 +1,39 @@
+#include <Tests/Support/TemporaryDirectory.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+namespace velto::testing {
+
+TemporaryDirectory::TemporaryDirectory() {
+    std::string name = std::filesystem::temp_directory_path() / "velto-test-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), name);
+    }
+    path_ = std::filesystem::canonical(name);
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TemporaryDirectory::write(std::string_view name, std::string_view bytes) const {
+    const std::filesystem::path file = path_ / name;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << bytes;
+    return file;
+}
+
+std::string contentsOfFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file.is_open()) << path;
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+}  // namespace velto::testing

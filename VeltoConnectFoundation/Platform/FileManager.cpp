@@ -1,0 +1,292 @@
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+
+#include <VeltoConnectFoundation/Platform/UUID.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <utility>
+
+namespace velto {
+
+namespace {
+
+/// Owns a descriptor.
+class Descriptor {
+public:
+    explicit Descriptor(int number) noexcept : number_(number) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() { close(); }
+
+    int number() const noexcept { return number_; }
+    bool isOpen() const noexcept { return number_ >= 0; }
+    int close() noexcept { return isOpen() ? ::close(std::exchange(number_, -1)) : 0; }
+
+private:
+    int number_;
+};
+
+bool failWithErrno(Error* error, std::string_view path) {
+    return fail(error, Error::posix(errno, path));
+}
+
+FileAttributes attributesFromStatus(const struct stat& status) {
+    FileAttributes result;
+    result.kind = S_ISREG(status.st_mode)   ? FileAttributes::Kind::regular
+                  : S_ISDIR(status.st_mode) ? FileAttributes::Kind::folder
+                  : S_ISLNK(status.st_mode) ? FileAttributes::Kind::symbolicLink
+                                            : FileAttributes::Kind::other;
+    result.size = static_cast<std::uint64_t>(status.st_size);
+    result.mode = status.st_mode & 07777U;
+    result.owner = status.st_uid;
+    result.modified = Date::fromUnixSeconds(static_cast<double>(status.st_mtim.tv_sec) +
+                                            static_cast<double>(status.st_mtim.tv_nsec) * 1e-9);
+    result.device = status.st_dev;
+    result.inode = status.st_ino;
+    return result;
+}
+
+std::optional<FileAttributes> attributesAt(std::string_view path, int flags, Error* error) {
+    struct stat status {};
+    if (fstatat(AT_FDCWD, std::string(path).c_str(), &status, flags) != 0) {
+        failWithErrno(error, path);
+        return std::nullopt;
+    }
+    return attributesFromStatus(status);
+}
+
+bool writeAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+/// The folder of an account, by name or else by the process's own id; empty when there is none.
+std::string accountFolder(const std::optional<std::string>& name) {
+    std::vector<char> buffer(1024);
+    for (;;) {
+        passwd account{};
+        passwd* found = nullptr;
+        const int result =
+            name ? getpwnam_r(name->c_str(), &account, buffer.data(), buffer.size(), &found)
+                 : getpwuid_r(geteuid(), &account, buffer.data(), buffer.size(), &found);
+        if (result == ERANGE && buffer.size() < (std::size_t{1} << 20)) {
+            buffer.resize(buffer.size() * 2);
+            continue;
+        }
+        return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
+    }
+}
+
+/// An absolute path from the environment, else none: relative ones are to be ignored.
+std::optional<std::string> absolutePathFromEnvironment(const char* name) {
+    const char* path = std::getenv(name);
+    if (path == nullptr || *path != '/') {
+        return std::nullopt;
+    }
+    return path;
+}
+
+std::string baseFolder(const char* variable, std::string_view fallback) {
+    if (auto folder = absolutePathFromEnvironment(variable)) {
+        return *folder + "/velto";
+    }
+    return FileManager::homeFolder() + '/' + std::string(fallback) + "/velto";
+}
+
+}  // namespace
+
+std::optional<FileAttributes> FileManager::attributes(std::string_view path, Error* error) {
+    return attributesAt(path, 0, error);
+}
+
+std::optional<FileAttributes> FileManager::linkAttributes(std::string_view path, Error* error) {
+    return attributesAt(path, AT_SYMLINK_NOFOLLOW, error);
+}
+
+bool FileManager::exists(std::string_view path) noexcept {
+    return faccessat(AT_FDCWD, std::string(path).c_str(), F_OK, AT_EACCESS) == 0;
+}
+
+bool FileManager::isFolder(std::string_view path) noexcept {
+    const auto found = attributes(path);
+    return found && found->kind == FileAttributes::Kind::folder;
+}
+
+bool FileManager::isExecutable(std::string_view path) noexcept {
+    const auto found = attributes(path);
+    return found && found->kind == FileAttributes::Kind::regular &&
+           faccessat(AT_FDCWD, std::string(path).c_str(), X_OK, AT_EACCESS) == 0;
+}
+
+std::optional<Data> FileManager::read(std::string_view path, std::size_t limit, Error* error) {
+    // O_NONBLOCK: opening a pipe nobody writes to must not wait.
+    Descriptor file(open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (!file.isOpen() || fstat(file.number(), &status) != 0) {
+        failWithErrno(error, path);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
+        return std::nullopt;
+    }
+    // Sizes of files of the kernel read 0: the end alone decides, with a byte of room to see it.
+    std::vector<std::uint8_t> bytes;
+    std::size_t used = 0;
+    std::size_t room = static_cast<std::size_t>(status.st_size);
+    for (;;) {
+        room = room > limit ? limit : room;
+        bytes.resize(room + 1);
+        const ssize_t count = ::read(file.number(), bytes.data() + used, bytes.size() - used);
+        if (count < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            failWithErrno(error, path);
+            return std::nullopt;
+        }
+        used += static_cast<std::size_t>(count);
+        if (used > limit) {
+            fail(error, Error::posix(EFBIG, path));
+            return std::nullopt;
+        }
+        if (count == 0) {
+            bytes.resize(used);
+            return Data(std::move(bytes));
+        }
+        if (used == bytes.size()) {
+            room = used * 2;
+        }
+    }
+}
+
+bool FileManager::writeAtomically(std::string_view path,
+                                  std::string_view bytes,
+                                  std::uint32_t mode,
+                                  Error* error) {
+    std::string target(path);
+    if (char* followed = realpath(target.c_str(), nullptr)) {
+        target = followed;
+        std::free(followed);
+    }
+    const std::size_t slash = target.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : target.substr(0, slash + 1);
+    const std::string temporary = folder + "/.velto-" + UUID::random();
+
+    Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                         static_cast<mode_t>(mode)));
+    if (!file.isOpen()) {
+        return failWithErrno(error, path);
+    }
+    if (!writeAll(file.number(), bytes) || fsync(file.number()) != 0 || file.close() != 0 ||
+        rename(temporary.c_str(), target.c_str()) != 0) {
+        failWithErrno(error, path);
+        unlink(temporary.c_str());
+        return false;
+    }
+    // The new name is on the disk once its folder is; the content is safe either way.
+    const Descriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (parent.isOpen()) {
+        fsync(parent.number());
+    }
+    return true;
+}
+
+bool FileManager::createFolder(std::string_view path, std::uint32_t mode, Error* error) {
+    if (isFolder(path)) {
+        return true;
+    }
+    const std::string whole(path);
+    for (std::size_t end = whole.find_first_not_of('/'); end < whole.size();) {
+        end = whole.find('/', end);
+        if (end == std::string::npos) {
+            end = whole.size();
+        }
+        const std::string part = whole.substr(0, end);
+        if (mkdir(part.c_str(), static_cast<mode_t>(mode)) != 0) {
+            const int reason = errno;
+            if (!isFolder(part)) {
+                return fail(error, Error::posix(reason, path));
+            }
+        }
+        end = whole.find_first_not_of('/', end);
+    }
+    return isFolder(path) || fail(error, Error::posix(ENOENT, path));
+}
+
+std::optional<std::vector<std::string>> FileManager::namesInFolder(std::string_view path,
+                                                                   Error* error) {
+    DIR* folder = opendir(std::string(path).c_str());
+    if (folder == nullptr) {
+        failWithErrno(error, path);
+        return std::nullopt;
+    }
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(folder)) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            names.emplace_back(name);
+        }
+    }
+    closedir(folder);
+    return names;
+}
+
+bool FileManager::remove(std::string_view path, Error* error) {
+    std::error_code failure;
+    const auto count = std::filesystem::remove_all(std::filesystem::path(path), failure);
+    if (failure) {
+        return fail(error, Error::posix(failure.value(), path));
+    }
+    return count != 0 || fail(error, Error::posix(ENOENT, path));
+}
+
+std::string FileManager::homeFolder() {
+    const auto folder = absolutePathFromEnvironment("HOME");
+    return folder ? *folder : accountFolder(std::nullopt);
+}
+
+std::string FileManager::expandingTilde(std::string_view path) {
+    if (!path.starts_with('~')) {
+        return std::string(path);
+    }
+    const std::size_t slash = path.find('/');
+    const std::string name(path.substr(1, slash == std::string_view::npos ? slash : slash - 1));
+    const std::string folder = name.empty() ? homeFolder() : accountFolder(name);
+    if (folder.empty()) {
+        return std::string(path);
+    }
+    return folder + std::string(slash == std::string_view::npos ? "" : path.substr(slash));
+}
+
+std::string FileManager::configurationFolder() {
+    return baseFolder("XDG_CONFIG_HOME", ".config");
+}
+
+std::string FileManager::cacheFolder() {
+    return baseFolder("XDG_CACHE_HOME", ".cache");
+}
+
+std::string FileManager::temporaryFolder() {
+    return absolutePathFromEnvironment("TMPDIR").value_or("/tmp");
+}
+
+}  // namespace velto

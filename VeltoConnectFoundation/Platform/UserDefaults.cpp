@@ -1,0 +1,760 @@
+#include <VeltoConnectFoundation/Platform/UserDefaults.h>
+
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <mutex>
+#include <sstream>
+#include <unordered_map>
+#include <utility>
+
+namespace velto {
+
+namespace {
+
+constexpr std::size_t largestFile = std::size_t{1} << 20;
+constexpr unsigned deepestValue = 64;
+
+enum Code : std::int64_t { malformedFile = 1, unfitValue = 2 };
+
+Error settingsError(Code code, std::string_view description, std::string_view reason) {
+    return Error::make(SettingsErrorDomain, code, description, reason);
+}
+
+std::string quoted(std::string_view text) {
+    return "“" + std::string(text) + "”";
+}
+
+// TOML to values.
+
+Value valueFromNode(const toml::node& node);
+
+Dictionary dictionaryFromTable(const toml::table& table) {
+    Dictionary result;
+    result.reserve(table.size());
+    for (const auto& [key, node] : table) {
+        result.set(key.str(), valueFromNode(node));
+    }
+    return result;
+}
+
+template <class T>
+std::string textOf(const T& value) {
+    std::ostringstream stream;
+    stream.imbue(std::locale::classic());
+    stream << value;
+    return stream.str();
+}
+
+Value dateOrText(const toml::date_time& time) {
+    if (!time.offset) {
+        return textOf(time);
+    }
+    const auto day = std::chrono::sys_days(std::chrono::year(time.date.year) /
+                                           std::chrono::month(time.date.month) /
+                                           std::chrono::day(time.date.day));
+    const double seconds = std::chrono::duration<double>(day.time_since_epoch()).count() +
+                           time.time.hour * 3600.0 + time.time.minute * 60.0 + time.time.second +
+                           time.time.nanosecond * 1e-9 - time.offset->minutes * 60.0;
+    return Date::fromUnixSeconds(seconds);
+}
+
+Value valueFromNode(const toml::node& node) {
+    return node.visit([](const auto& it) -> Value {
+        using Node = std::decay_t<decltype(it)>;
+        if constexpr (toml::is_table<Node>) {
+            return dictionaryFromTable(it);
+        } else if constexpr (toml::is_array<Node>) {
+            Array result;
+            result.reserve(it.size());
+            for (const toml::node& element : it) {
+                result.append(valueFromNode(element));
+            }
+            return result;
+        } else if constexpr (toml::is_date_time<Node>) {
+            return dateOrText(it.get());
+        } else if constexpr (toml::is_date<Node> || toml::is_time<Node>) {
+            return textOf(it.get());
+        } else {
+            return Value(it.get());
+        }
+    });
+}
+
+/// The table a text holds, else none. `error` names the place but nothing of the text, for what
+/// stands in the file may be a password.
+std::optional<toml::table> parseTable(std::string_view text, std::string_view path, Error* error) {
+    try {
+        return toml::parse(text);
+    } catch (const toml::parse_error& failure) {
+        const auto& place = failure.source().begin;
+        fail(error, settingsError(malformedFile,
+                                  "The settings file " + quoted(path) + " could not be read.",
+                                  "Line " + std::to_string(place.line) + ", column " +
+                                      std::to_string(place.column) + " is not valid TOML."));
+        return std::nullopt;
+    }
+}
+
+// Values to TOML.
+
+/// In universal time; none for what TOML cannot write (years before 0 and after 9999).
+std::optional<toml::date_time> dateTime(Date date) {
+    const double seconds = date.unixSeconds();
+    if (!(seconds >= -62167219200.0 && seconds < 253402300800.0)) {
+        return std::nullopt;
+    }
+    const auto whole = std::chrono::sys_seconds(
+        std::chrono::seconds(static_cast<std::int64_t>(std::floor(seconds))));
+    const auto day = std::chrono::floor<std::chrono::days>(whole);
+    const std::chrono::year_month_day calendar(day);
+    const std::chrono::hh_mm_ss clock(whole - day);
+    toml::date_time time;
+    time.date = {static_cast<int>(calendar.year()), static_cast<unsigned>(calendar.month()),
+                 static_cast<unsigned>(calendar.day())};
+    time.time.hour = static_cast<std::uint8_t>(clock.hours().count());
+    time.time.minute = static_cast<std::uint8_t>(clock.minutes().count());
+    time.time.second = static_cast<std::uint8_t>(clock.seconds().count());
+    time.time.nanosecond = static_cast<std::uint32_t>((seconds - std::floor(seconds)) * 1e9);
+    time.offset = toml::time_offset{};
+    return time;
+}
+
+/// Where a node goes: an array's end, or a table's key.
+struct Place {
+    toml::array* array;
+    toml::table* table;
+    std::string_view key;
+
+    template <class Node>
+    void put(Node&& node) const {
+        if (array != nullptr) {
+            array->push_back(std::forward<Node>(node));
+        } else {
+            table->insert_or_assign(key, std::forward<Node>(node));
+        }
+    }
+};
+
+/// Puts the TOML form of a value to its place; false for what has none.
+bool store(const Value& value, unsigned depth, const Place& place) {
+    switch (value.kind()) {
+        case ValueKind::boolean:
+            place.put(value.boolValue());
+            return true;
+        case ValueKind::signedInteger:
+            place.put(value.integerValue());
+            return true;
+        case ValueKind::unsignedInteger:
+            place.put(value.integerValue());
+            return std::in_range<std::int64_t>(value.unsignedValue());
+        case ValueKind::singleFloat:
+        case ValueKind::doubleFloat:
+            place.put(value.doubleValue());
+            return true;
+        case ValueKind::string:
+            place.put(std::string(value.string()));
+            return true;
+        case ValueKind::date: {
+            const std::optional<toml::date_time> time = dateTime(value.date());
+            if (time) {
+                place.put(*time);
+            }
+            return time.has_value();
+        }
+        case ValueKind::array: {
+            toml::array array;
+            const Array values = value.array();
+            const bool fits =
+                depth < deepestValue && std::ranges::all_of(values, [&](const Value& element) {
+                    return store(element, depth + 1, {&array, nullptr, {}});
+                });
+            place.put(std::move(array));
+            return fits;
+        }
+        case ValueKind::dictionary: {
+            toml::table table;
+            table.is_inline(true);
+            const Dictionary values = value.dictionary();
+            const bool fits =
+                depth < deepestValue &&
+                std::ranges::all_of(values, [&](const DictionaryEntry& entry) {
+                    return entry.key.isString() &&
+                           store(entry.value, depth + 1, {nullptr, &table, entry.key.string()});
+                });
+            place.put(std::move(table));
+            return fits;
+        }
+        case ValueKind::none:
+        case ValueKind::null:
+        case ValueKind::data:
+        case ValueKind::object:
+            break;
+    }
+    return false;
+}
+
+/// "key = value" and a line feed for each entry; none when one of them has no TOML form.
+std::optional<std::string> tomlText(const Dictionary& entries) {
+    toml::table table;
+    for (const DictionaryEntry& entry : entries) {
+        const bool fits = store(entry.value, 0, {nullptr, &table, entry.key.string()});
+        if (!fits) {
+            return std::nullopt;
+        }
+    }
+    std::ostringstream stream;
+    stream.imbue(std::locale::classic());
+    stream << toml::default_formatter(table) << '\n';
+    std::string text = stream.str();
+    return entries.isEmpty() ? "" : text;
+}
+
+/// The lines (from 0, to before) that a key of the root takes.
+std::optional<std::pair<std::size_t, std::size_t>> linesOfKey(const toml::table& table,
+                                                              std::string_view key) {
+    const auto found = table.find(key);
+    if (found == table.end()) {
+        return std::nullopt;
+    }
+    const std::size_t first = found->first.source().begin.line;
+    const std::size_t last = found->second.source().end.line;
+    if (first == 0 || last < first) {
+        return std::nullopt;
+    }
+    return std::pair(first - 1, last);
+}
+
+/// Offset of a line's first character; the text's length beyond its end.
+std::size_t offsetOfLine(std::string_view text, std::size_t line) {
+    std::size_t offset = 0;
+    for (; line > 0 && offset < text.size(); --line) {
+        const std::size_t feed = text.find('\n', offset);
+        offset = feed == std::string_view::npos ? text.size() : feed + 1;
+    }
+    return offset;
+}
+
+/// The file's text with one key changed and all other lines, comments too, as they were.
+std::string editedText(std::string text,
+                       const toml::table& table,
+                       std::string_view key,
+                       std::string_view replacement) {
+    if (!text.empty() && text.back() != '\n') {
+        text += '\n';
+    }
+    if (const auto lines = linesOfKey(table, key)) {
+        const std::size_t begin = offsetOfLine(text, lines->first);
+        const std::size_t end = offsetOfLine(text, lines->second);
+        return text.replace(begin, end - begin, replacement);
+    }
+    // Behind a table's header the key would be the table's.
+    const bool hasTables = std::ranges::any_of(table, [](const auto& entry) {
+        return entry.second.is_table() || entry.second.is_array();
+    });
+    return hasTables ? text.insert(0, replacement) : text.append(replacement);
+}
+
+// Kinds.
+
+/// What a text in TOML's inline form holds; none for other text.
+std::optional<Value> inlineValue(std::string_view text) {
+    Error ignored;
+    const auto table = parseTable("value = " + std::string(text), {}, &ignored);
+    return table && table->contains("value") ? std::optional(valueFromNode(*table->get("value")))
+                                             : std::nullopt;
+}
+
+/// `value` as a setting of that kind reads it; none when it cannot be.
+Value coerced(const Value& value, SettingKind kind) {
+    const bool readable = value.isNumber() || value.isString();
+    switch (kind) {
+        case SettingKind::boolean:
+            return readable ? Value(value.boolValue()) : Value();
+        case SettingKind::integer:
+            return readable ? Value(value.integerValue()) : Value();
+        case SettingKind::number:
+            return readable ? Value(value.doubleValue()) : Value();
+        case SettingKind::string:
+            return value.isNumber()   ? Value(value.description())
+                   : value.isString() ? value
+                                      : Value();
+        case SettingKind::array:
+            if (!value.isString()) {
+                return value.isArray() ? value : Value();
+            }
+            if (value.string().empty()) {
+                return Array();
+            }
+            if (value.string().front() == '[') {
+                if (const auto parsed = inlineValue(value.string()); parsed && parsed->isArray()) {
+                    return *parsed;
+                }
+            }
+            return Array{value};
+        case SettingKind::dictionary:
+            if (value.isString() && value.string().starts_with('{')) {
+                const auto parsed = inlineValue(value.string());
+                return parsed && parsed->isDictionary() ? *parsed : Value();
+            }
+            return value.isDictionary() ? value : Value();
+    }
+    return {};
+}
+
+template <class Number>
+bool isWholeNumber(std::string_view text) {
+    Number number{};
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return failure == std::errc() && end == text.data() + text.size();
+}
+
+/// Whether all of a value is of the kind: lenient reading is no way to write.
+bool fits(const Value& value, SettingKind kind) {
+    if (!value.isString()) {
+        return !coerced(value, kind).isNone();
+    }
+    const std::string_view text = value.string();
+    constexpr std::array<std::string_view, 6> truths = {"YES", "NO", "true", "false", "1", "0"};
+    switch (kind) {
+        case SettingKind::boolean:
+            return std::ranges::find(truths, text) != truths.end();
+        case SettingKind::integer:
+            return isWholeNumber<std::int64_t>(text);
+        case SettingKind::number:
+            return isWholeNumber<double>(text);
+        default:
+            return !coerced(value, kind).isNone();
+    }
+}
+
+std::string_view nameOfKind(SettingKind kind) {
+    constexpr std::array<std::string_view, 6> names = {"YES or NO", "a whole number", "a number",
+                                                       "text",      "a list",         "a table"};
+    return names[static_cast<std::size_t>(kind)];
+}
+
+std::string inCapitals(std::string_view text) {
+    std::string result(text);
+    for (char& c : result) {
+        c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    }
+    return result;
+}
+
+struct Resolved {
+    Value value;
+    SettingLayer layer = SettingLayer::none;
+};
+
+struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const noexcept {
+        return std::hash<std::string_view>{}(text);
+    }
+};
+
+/// Every key's winner; never changed once it is published.
+struct Snapshot {
+    std::uint64_t generation = 0;
+    std::vector<Resolved> declared;  ///< By index of declaration.
+    std::unordered_map<std::string, Resolved, TextHash, std::equal_to<>> byKey;
+};
+
+/// The snapshot that a thread read last. It is plain data, so that it can still be asked while
+/// the thread's other variables go away; then it is null and reading takes the slow way.
+struct Cache {
+    std::uint64_t generation = 0;
+    const Snapshot* snapshot = nullptr;
+    bool ended = false;
+};
+constinit thread_local Cache cache;
+
+struct CacheOwner {
+    std::shared_ptr<const Snapshot> snapshot;
+    CacheOwner() = default;
+    CacheOwner(const CacheOwner&) = delete;
+    CacheOwner& operator=(const CacheOwner&) = delete;
+    ~CacheOwner() { cache = {.generation = 0, .snapshot = nullptr, .ended = true}; }
+};
+
+}  // namespace
+
+class UserDefaults::Layers {
+public:
+    Dictionary arguments;
+    Dictionary environment;
+    Dictionary user;
+    Dictionary priority;
+    Dictionary registered;
+    std::string userPath;
+    Error loadError;
+    bool loaded = false;
+};
+
+class UserDefaults::State {
+public:
+    static State& shared() {
+        static auto* state = new State;
+        return *state;
+    }
+
+    std::size_t declare(const Setting& setting) {
+        const std::lock_guard guard(mutex_);
+        declared_.push_back({&setting, setting.registeredDefault()});
+        changed();
+        return declared_.size() - 1;
+    }
+
+    std::vector<const Setting*> declaredSettings() const {
+        std::vector<const Setting*> result;
+        {
+            const std::lock_guard guard(mutex_);
+            result.reserve(declared_.size());
+            for (const Declared& declared : declared_) {
+                result.push_back(declared.setting);
+            }
+        }
+        std::ranges::sort(result, {}, &Setting::key);
+        return result;
+    }
+
+    /// `read` is given the current snapshot.
+    template <class Read>
+    auto read(const Read& read) {
+        if (cache.snapshot != nullptr &&
+            cache.generation == generation_.load(std::memory_order_acquire)) [[likely]] {
+            return read(*cache.snapshot);
+        }
+        const std::shared_ptr<const Snapshot> snapshot = current();
+        if (!cache.ended) {
+            thread_local CacheOwner owner;
+            owner.snapshot = snapshot;
+            cache.generation = snapshot->generation;
+            cache.snapshot = snapshot.get();
+        }
+        return read(*snapshot);
+    }
+
+    /// `change` is given the layers, which it may change, under the lock.
+    template <class Change>
+    void change(const Change& change) {
+        const std::lock_guard guard(mutex_);
+        change(layers_);
+        changed();
+    }
+
+    std::shared_ptr<const Layers> layers() {
+        const std::lock_guard guard(mutex_);
+        load();
+        return std::make_shared<const Layers>(layers_);
+    }
+
+    bool loadFile(std::string path, Error* error) {
+        const std::lock_guard guard(mutex_);
+        layers_.userPath = std::move(path);
+        layers_.loaded = false;
+        load();
+        changed();
+        return !layers_.loadError || fail(error, layers_.loadError);
+    }
+
+    bool write(std::string_view key, const Value& value, Error* error) {
+        const std::lock_guard guard(mutex_);
+        // What another process wrote meanwhile stays.
+        layers_.loaded = false;
+        load();
+        changed();
+        if (layers_.loadError) {
+            return fail(error, layers_.loadError);
+        }
+        Dictionary wanted = layers_.user;
+        wanted.set(key, value);
+        const auto line =
+            value.isNone() ? std::optional<std::string>("") : tomlText({{key, value}});
+        auto whole = tomlText(wanted);
+        if (!line || !whole) {
+            return fail(
+                error, settingsError(unfitValue, "The setting " + quoted(key) + " was not changed.",
+                                     "Its value cannot be written to a settings file."));
+        }
+        const std::string& path = layers_.userPath;
+        std::string text;
+        if (const auto file = FileManager::read(path, largestFile)) {
+            text = file->view();
+        }
+        if (const auto table = parseTable(text, path, nullptr)) {
+            std::string edited = editedText(text, *table, key, *line);
+            const auto check = parseTable(edited, path, nullptr);
+            if (check && dictionaryFromTable(*check) == wanted) {
+                whole = std::move(edited);
+            }
+        }
+        const std::size_t slash = path.rfind('/');
+        if ((slash != std::string::npos && slash != 0 &&
+             !FileManager::createFolder(path.substr(0, slash), 0700, error)) ||
+            !FileManager::writeAtomically(path, *whole, 0600, error)) {
+            return false;
+        }
+        layers_.user = std::move(wanted);
+        return true;
+    }
+
+    std::uint64_t generation() const noexcept {
+        return generation_.load(std::memory_order_acquire);
+    }
+
+private:
+    /// The default is kept here too: at the end of the process settings go before threads do.
+    struct Declared {
+        const Setting* setting;
+        Value registeredDefault;
+    };
+
+    void changed() { generation_.fetch_add(1, std::memory_order_release); }
+
+    std::shared_ptr<const Snapshot> current() {
+        const std::lock_guard guard(mutex_);
+        load();
+        const std::uint64_t generation = generation_.load(std::memory_order_relaxed);
+        if (snapshot_ == nullptr || snapshot_->generation != generation) {
+            auto snapshot = std::make_shared<Snapshot>();
+            snapshot->generation = generation;
+            resolveUndeclared(*snapshot);
+            resolveDeclared(*snapshot);
+            snapshot_ = std::move(snapshot);
+        }
+        return snapshot_;
+    }
+
+    /// Reads the user's file unless that has been done. Locked.
+    void load() {
+        if (layers_.loaded) {
+            return;
+        }
+        layers_.loaded = true;
+        layers_.user.clear();
+        layers_.loadError = {};
+        if (layers_.userPath.empty()) {
+            layers_.userPath = FileManager::configurationFolder() + "/config.toml";
+        }
+        if (!FileManager::exists(layers_.userPath)) {
+            return;
+        }
+        const auto file = FileManager::read(layers_.userPath, largestFile, &layers_.loadError);
+        if (!file) {
+            return;
+        }
+        if (const auto table = parseTable(file->view(), layers_.userPath, &layers_.loadError)) {
+            layers_.user = dictionaryFromTable(*table);
+        }
+    }
+
+    struct Layer {
+        const Dictionary& values;
+        SettingLayer name;
+    };
+    std::array<Layer, 5> inOrder() const {
+        return {{{layers_.arguments, SettingLayer::arguments},
+                 {layers_.environment, SettingLayer::environment},
+                 {layers_.user, SettingLayer::user},
+                 {layers_.priority, SettingLayer::priority},
+                 {layers_.registered, SettingLayer::registered}}};
+    }
+
+    void resolveUndeclared(Snapshot& snapshot) const {
+        for (const Layer& layer : inOrder()) {
+            for (const DictionaryEntry& entry : layer.values) {
+                if (entry.key.isString()) {
+                    snapshot.byKey.try_emplace(std::string(entry.key.string()),
+                                               Resolved{entry.value, layer.name});
+                }
+            }
+        }
+    }
+
+    void resolveDeclared(Snapshot& snapshot) const {
+        snapshot.declared.reserve(declared_.size());
+        for (const Declared& declared : declared_) {
+            const Setting& setting = *declared.setting;
+            Resolved winner;
+            for (const Layer& layer : inOrder()) {
+                if (layer.name == SettingLayer::priority &&
+                    setting.reach() == SettingReach::local) {
+                    continue;
+                }
+                winner = {coerced(layer.values[setting.key()], setting.kind()), layer.name};
+                if (!winner.value.isNone()) {
+                    break;
+                }
+            }
+            if (winner.value.isNone()) {
+                winner = {coerced(declared.registeredDefault, setting.kind()),
+                          SettingLayer::registered};
+            }
+            if (winner.value.isNone()) {
+                winner.layer = SettingLayer::none;
+            }
+            snapshot.byKey.insert_or_assign(std::string(setting.key()), winner);
+            snapshot.declared.push_back(std::move(winner));
+        }
+    }
+
+    mutable std::mutex mutex_;
+    std::vector<Declared> declared_;
+    Layers layers_;
+    std::shared_ptr<const Snapshot> snapshot_;
+    std::atomic<std::uint64_t> generation_{1};
+};
+
+namespace {
+
+std::string textOfSetting(const Value& value) {
+    return value.isNumber() ? value.description() : std::string(value.string());
+}
+
+}  // namespace
+
+Setting::Setting(std::string_view key,
+                 SettingKind kind,
+                 Value registeredDefault,
+                 std::string_view meaning,
+                 SettingReach reach)
+    : key_(key),
+      kind_(kind),
+      registeredDefault_(std::move(registeredDefault)),
+      meaning_(meaning),
+      reach_(reach),
+      index_(UserDefaults::State::shared().declare(*this)) {
+}
+
+Value Setting::value() const {
+    return UserDefaults::State::shared().read(
+        [this](const Snapshot& snapshot) { return snapshot.declared[index_].value; });
+}
+
+SettingLayer Setting::layer() const {
+    return UserDefaults::State::shared().read(
+        [this](const Snapshot& snapshot) { return snapshot.declared[index_].layer; });
+}
+
+std::string Setting::stringValue() const {
+    return textOfSetting(value());
+}
+
+Array Setting::arrayValue() const {
+    return value().array();
+}
+
+UserDefaults::UserDefaults() : state_(&State::shared()) {
+}
+
+UserDefaults& UserDefaults::shared() {
+    static auto* defaults = new UserDefaults;
+    return *defaults;
+}
+
+Value UserDefaults::value(std::string_view key) const {
+    return state_->read([key](const Snapshot& snapshot) {
+        const auto found = snapshot.byKey.find(key);
+        return found == snapshot.byKey.end() ? Value() : found->second.value;
+    });
+}
+
+std::string UserDefaults::stringValue(std::string_view key) const {
+    return textOfSetting(value(key));
+}
+
+Array UserDefaults::arrayValue(std::string_view key) const {
+    return value(key).array();
+}
+
+SettingLayer UserDefaults::layer(std::string_view key) const {
+    return state_->read([key](const Snapshot& snapshot) {
+        const auto found = snapshot.byKey.find(key);
+        return found == snapshot.byKey.end() ? SettingLayer::none : found->second.layer;
+    });
+}
+
+bool UserDefaults::setValue(std::string_view key, const Value& value, Error* error) {
+    Value written = value;
+    if (!value.isNone()) {
+        const auto settings = declaredSettings();
+        const auto found = std::ranges::find(settings, key, &Setting::key);
+        if (found != settings.end()) {
+            if (!fits(value, (*found)->kind())) {
+                return fail(
+                    error,
+                    settingsError(
+                        unfitValue, "The setting " + quoted(key) + " was not changed.",
+                        "Its value must be " + std::string(nameOfKind((*found)->kind())) + "."));
+            }
+            written = coerced(value, (*found)->kind());
+        }
+    }
+    return state_->write(key, written, error);
+}
+
+void UserDefaults::registerDefaults(const Dictionary& defaults) {
+    state_->change([&](Layers& layers) { layers.registered.merge(defaults); });
+}
+
+void UserDefaults::setPriorityDefaults(const Dictionary& defaults) {
+    state_->change([&](Layers& layers) { layers.priority.merge(defaults); });
+}
+
+void UserDefaults::setArguments(const Dictionary& arguments) {
+    state_->change([&](Layers& layers) { layers.arguments = arguments; });
+}
+
+void UserDefaults::setEnvironment(const Dictionary& environment) {
+    state_->change([&](Layers& layers) { layers.environment = environment; });
+}
+
+std::uint64_t UserDefaults::generation() const noexcept {
+    return state_->generation();
+}
+
+Dictionary UserDefaults::valuesFromEnvironment(const Dictionary& environment) {
+    Dictionary result;
+    for (const Setting* setting : declaredSettings()) {
+        const Value& value = environment["VELTO_" + inCapitals(setting->key())];
+        if (!value.isNone()) {
+            result.set(setting->key(), value);
+        }
+    }
+    return result;
+}
+
+std::vector<const Setting*> UserDefaults::declaredSettings() {
+    return State::shared().declaredSettings();
+}
+
+std::string UserDefaults::userFilePath() const {
+    return state_->layers()->userPath;
+}
+
+Error UserDefaults::loadError() const {
+    return state_->layers()->loadError;
+}
+
+bool UserDefaults::loadUserFile(std::string_view path, Error* error) {
+    return state_->loadFile(std::string(path), error);
+}
+
+std::shared_ptr<const UserDefaults::Layers> UserDefaults::layers() const {
+    return state_->layers();
+}
+
+void UserDefaults::setLayers(const std::shared_ptr<const Layers>& layers) {
+    state_->change([&](Layers& current) { current = *layers; });
+}
+
+}  // namespace velto
