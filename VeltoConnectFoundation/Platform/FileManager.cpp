@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -137,40 +138,42 @@ bool FileManager::isExecutable(std::string_view path) noexcept {
 }
 
 std::optional<Data> FileManager::read(std::string_view path, std::size_t limit, Error* error) {
+    std::vector<std::uint8_t> bytes;
+    return read(path, limit, bytes, error) ? std::optional(Data(std::move(bytes))) : std::nullopt;
+}
+
+bool FileManager::read(std::string_view path,
+                       std::size_t limit,
+                       std::vector<std::uint8_t>& bytes,
+                       Error* error) {
     // O_NONBLOCK: opening a pipe nobody writes to must not wait.
     Descriptor file(open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (!file.isOpen() || fstat(file.number(), &status) != 0) {
-        failWithErrno(error, path);
-        return std::nullopt;
+        return failWithErrno(error, path);
     }
     if (!S_ISREG(status.st_mode)) {
-        fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
-        return std::nullopt;
+        return fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
     }
     // Sizes of files of the kernel read 0: the end alone decides, with a byte of room to see it.
-    std::vector<std::uint8_t> bytes;
     std::size_t used = 0;
     std::size_t room = static_cast<std::size_t>(status.st_size);
     for (;;) {
-        room = room > limit ? limit : room;
-        bytes.resize(room + 1);
+        bytes.resize(std::min(room, limit) + 1);
         const ssize_t count = ::read(file.number(), bytes.data() + used, bytes.size() - used);
         if (count < 0) {
             if (errno == EINTR) {
                 continue;
             }
-            failWithErrno(error, path);
-            return std::nullopt;
+            return failWithErrno(error, path);
         }
         used += static_cast<std::size_t>(count);
         if (used > limit) {
-            fail(error, Error::posix(EFBIG, path));
-            return std::nullopt;
+            return fail(error, Error::posix(EFBIG, path));
         }
         if (count == 0) {
             bytes.resize(used);
-            return Data(std::move(bytes));
+            return true;
         }
         if (used == bytes.size()) {
             room = used * 2;

@@ -40,6 +40,11 @@ public:
     [[nodiscard]] static std::optional<Data> read(std::string_view path,
                                                   std::size_t limit,
                                                   Error* error = nullptr);
+    /// The same into the caller's buffer, and nowhere else: for what must be wiped.
+    [[nodiscard]] static bool read(std::string_view path,
+                                   std::size_t limit,
+                                   std::vector<std::uint8_t>& bytes,
+                                   Error* error = nullptr);
     /// The file has either its old content or all of `bytes`, also after a power failure. Written
     /// beside the target under another name with `mode` (less the process's mask) from the start,
     /// synchronized, then renamed; a link stays a link.
