@@ -1,0 +1,88 @@
+#include <VeltoConnectFoundation/Platform/XMLDocument.h>
+
+#include <Tests/Support/IsError.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using velto::Error;
+using velto::XMLDocument;
+using velto::XMLElement;
+
+std::string nested(std::size_t levels) {
+    std::string text;
+    for (std::size_t i = 0; i < levels; ++i) {
+        text += "<a>";
+    }
+    for (std::size_t i = 0; i < levels; ++i) {
+        text += "</a>";
+    }
+    return text;
+}
+
+TEST(XMLDocument, ReadsATree) {
+    const auto document = XMLDocument::parse(
+        "<?xml version=\"1.0\"?>\n<!-- x -->\n"
+        "<Root a=\"1 &amp; 2\" b=''>\n"
+        "  <Error><Message>one &lt; <![CDATA[<two>]]></Message></Error>\n"
+        "  <Other/>\n"
+        "  <Error>left<Message/>mid<b>bold</b>right</Error>\n"
+        "</Root>\n");
+    ASSERT_TRUE(document.has_value());
+    const XMLElement& root = document->root();
+    EXPECT_EQ(root.name(), "Root");
+    EXPECT_EQ(*root.attribute("a"), "1 & 2");
+    EXPECT_EQ(*root.attribute("b"), "");
+    EXPECT_EQ(root.attribute("c"), nullptr);
+    ASSERT_EQ(root.children().size(), 3U);
+    const auto errors = root.childrenNamed("Error");
+    ASSERT_EQ(errors.size(), 2U);
+    EXPECT_EQ(errors[0]->child("Message")->text(), "one < <two>");
+    EXPECT_EQ(errors[0]->line(), 4U);
+    EXPECT_EQ(errors[1]->text(), "leftmidright");
+    EXPECT_EQ(errors[1]->stringValue(), "leftmidboldright");
+    EXPECT_EQ(errors[1]->child("missing"), nullptr);
+}
+
+TEST(XMLDocument, KnowsTheCommonEncodings) {
+    const std::string_view utf16("\xff\xfe<\0a\0>\0\xe9\0<\0/\0a\0>\0", 18);
+    for (const std::string_view text :
+         {std::string_view("\xef\xbb\xbf<a>\xc3\xa9</a>"), utf16,
+          std::string_view("<?xml version='1.0' encoding='ISO-8859-1'?><a>\xe9</a>")}) {
+        const auto document = XMLDocument::parse(text);
+        ASSERT_TRUE(document.has_value());
+        EXPECT_EQ(document->root().text(), "é");
+    }
+}
+
+TEST(XMLDocument, IsStrictAndItsErrorsHoldNothingOfTheText) {
+    for (const std::string& text :
+         {std::string(), std::string(" "), std::string("canary"), std::string("<canary>"),
+          std::string("<a>canary</b>"), std::string("<a>&canary;</a>"),
+          std::string("<a>& canary</a>"), std::string("<a x=canary/>"),
+          std::string("<a x='' x='canary'/>"), std::string("<a/><canary/>"),
+          std::string("canary<a/>"), std::string("<a>\xff</a>"), std::string("<a>\x01</a>"),
+          std::string("<a>&#0;</a>"), std::string("<a>]]></a>"),
+          std::string("<!DOCTYPE a [<!ENTITY canary 'x'>]><a>&canary;</a>"),
+          std::string("<!DOCTYPE a [<!ENTITY e SYSTEM 'file:///etc/passwd'>]><a>&e;</a>"),
+          nested(257)}) {
+        SCOPED_TRACE(text.substr(0, 60));
+        Error error;
+        EXPECT_FALSE(XMLDocument::parse(text, &error).has_value());
+        EXPECT_EQ(error.domain(), velto::XMLErrorDomain);
+        EXPECT_GT(error.code(), 0);
+        EXPECT_TRUE(error.localizedFailureReason()->starts_with("Line "));
+        EXPECT_EQ(error.description().find("canary"), std::string::npos) << error.description();
+    }
+    EXPECT_TRUE(XMLDocument::parse(nested(256)).has_value());
+}
+
+TEST(XMLDocument, NamesThePlaceOfAnErrorBeyondTheFirstBlock) {
+    Error error;
+    const std::string text = "<a>\n" + std::string(std::size_t{3} << 20, 'x') + "\n  </b>";
+    EXPECT_FALSE(XMLDocument::parse(text, &error).has_value());
+    EXPECT_EQ(error.localizedFailureReason(), "Line 3, column 5: mismatched tag.");
+}
+
+}  // namespace
