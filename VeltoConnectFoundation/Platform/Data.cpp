@@ -67,7 +67,7 @@ Data Data::adoptingMalloc(void* block, std::size_t length) {
     data->bytes = static_cast<std::uint8_t*>(block);
     data->length = length;
     data->capacity = length;
-    return Data(dataValue(data));
+    return Data(Tagged{}, dataValue(data));
 }
 
 const std::uint8_t* Data::bytes() const noexcept {
@@ -125,7 +125,7 @@ Data Data::subdata(std::size_t offset, std::size_t length) const {
     part->whole = block->storage == DataBlock::Storage::part ? block->whole : value_;
     part->bytes = block->bytes + offset;
     part->length = length;
-    return Data(dataValue(part));
+    return Data(Tagged{}, dataValue(part));
 }
 
 bool operator==(const Data& left, const Data& right) noexcept {

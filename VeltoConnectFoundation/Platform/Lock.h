@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/Export.h>
 
+#include <condition_variable>
 #include <mutex>
 
 #if defined(__clang__)
@@ -46,6 +47,39 @@ public:
 
 private:
     Lock& lock_;
+};
+
+/// A plain mutex, for inner state that threads wait on.
+class VELTO_CAPABILITY("mutex") Mutex {
+public:
+    Mutex() = default;
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+private:
+    friend class MutexGuard;
+    std::mutex mutex_;
+};
+
+/// Holds a Mutex for a scope; may let go of it in between, and wait.
+class VELTO_SCOPED_CAPABILITY MutexGuard {
+public:
+    explicit MutexGuard(Mutex& mutex) VELTO_ACQUIRE(mutex) : lock_(mutex.mutex_) {}
+    ~MutexGuard() VELTO_RELEASE() {}
+    MutexGuard(const MutexGuard&) = delete;
+    MutexGuard& operator=(const MutexGuard&) = delete;
+
+    void lock() VELTO_ACQUIRE() { lock_.lock(); }
+    void unlock() VELTO_RELEASE() { lock_.unlock(); }
+    void wait(std::condition_variable& condition) { condition.wait(lock_); }
+    /// False when the time has come.
+    template <class TimePoint>
+    bool waitUntil(std::condition_variable& condition, const TimePoint& time) {
+        return condition.wait_until(lock_, time) == std::cv_status::no_timeout;
+    }
+
+private:
+    std::unique_lock<std::mutex> lock_;
 };
 
 }  // namespace velto

@@ -23,7 +23,8 @@ struct Notification {
     }
 };
 
-/// Ends its observation when it is destroyed.
+/// Ends its observation when it is destroyed; after that the observer is not called again (a call
+/// under way on another thread is waited for, one on this thread is not).
 class VELTO_EXPORT NotificationObservation {
 public:
     NotificationObservation() noexcept;
@@ -31,29 +32,37 @@ public:
     NotificationObservation& operator=(NotificationObservation&&) noexcept;
     ~NotificationObservation();
 
+    class Entry;
+
 private:
     friend class NotificationCenter;
-    class Entry;
     explicit NotificationObservation(std::shared_ptr<Entry> entry) noexcept;
     std::shared_ptr<Entry> entry_;
 };
 
-/// Tells observers by name. Any thread; observers run with no lock held.
+/// Tells observers by name, in the order in which they came. Any thread; observers run with no
+/// lock held. What one throws is logged as critical, and the next is told.
 class VELTO_EXPORT NotificationCenter {
 public:
     static NotificationCenter& shared();  ///< The process-wide one, never destroyed.
 
     /// A null `object` means any sender.
-    [[nodiscard]] NotificationObservation observe(std::string_view name, const void* object,
-                                                  std::function<void(const Notification&)> observer);
+    [[nodiscard]] NotificationObservation observe(
+        std::string_view name,
+        const void* object,
+        std::function<void(const Notification&)> observer);
 
-    /// On the calling thread. `name` is a constant; `object` is kept alive until all have been told.
+    /// On the calling thread. `name` is a constant; `object` is kept alive until all have been
+    /// told.
     void post(std::string_view name, std::shared_ptr<void> object, Dictionary userInfo = {});
     /// Later, on the main queue, without waiting. Costs nothing but a look-up when nobody observes
     /// the name.
-    void postOnMainThread(std::string_view name, std::shared_ptr<void> object, Dictionary userInfo = {});
+    void postOnMainThread(std::string_view name,
+                          std::shared_ptr<void> object,
+                          Dictionary userInfo = {});
 
 private:
+    friend class NotificationObservation;
     NotificationCenter();
     class State;
     State* state_;

@@ -52,7 +52,8 @@ public:
     Observable& operator=(const Observable&) = delete;
 
     /// `key` must outlive the observation (keys are constants). Any thread.
-    [[nodiscard]] Observation observe(std::string_view key, Observer observer,
+    [[nodiscard]] Observation observe(std::string_view key,
+                                      Observer observer,
                                       ObserverTiming timing = ObserverTiming::after);
 
 protected:

@@ -8,9 +8,15 @@
 
 namespace velto {
 
-enum class QualityOfService : std::int32_t { standard = -1, background = 9, utility = 17, userInitiated = 25, userInteractive = 33 };
+enum class QualityOfService : std::int32_t {
+    standard = -1,
+    background = 9,
+    utility = 17,
+    userInitiated = 25,
+    userInteractive = 33
+};
 
-/// One piece of work for an OperationQueue; runs at most once.
+/// One piece of work for an OperationQueue; runs at most once, so it is added to one queue, once.
 class VELTO_EXPORT Operation : public std::enable_shared_from_this<Operation> {
 public:
     virtual ~Operation();
@@ -29,6 +35,8 @@ protected:
     Operation();
 
 private:
+    friend class OperationQueue;
+    std::atomic<bool> isQueued_{false};
     std::atomic<bool> operationCancelled_{false};
     std::atomic<QualityOfService> qualityOfService_{QualityOfService::standard};
 };

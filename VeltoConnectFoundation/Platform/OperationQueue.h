@@ -18,6 +18,7 @@ public:
     static std::shared_ptr<OperationQueue> make();
     ~OperationQueue();  ///< Operations already added still run.
 
+    /// Raises InvalidArgumentException for none, and for one that has been added before.
     void addOperation(std::shared_ptr<Operation> operation);
     /// 0 (the default) means no limit of this queue's own.
     void setMaxConcurrentOperationCount(std::size_t count);

@@ -52,12 +52,13 @@ public:
     void async(std::function<void()> work) override;
     /// On the caller's thread as long as nobody has ever dispatched the queue.
     void sync(const std::function<void()>& work) override;
-    /// As sync, but gives up waiting (false; the work may still run later) when `cancelled`
-    /// answers true after a wake-up through wakeWaiters().
+    /// As sync, but gives up waiting (false) when `cancelled` answers true, which is asked at the
+    /// start and after each wakeWaiters(). Work that has begun goes on; else it never runs.
     bool sync(const std::function<void()>& work, const std::function<bool()>& cancelled);
     void wakeWaiters();
     bool isCurrent() const override;
     static bool isMainThread() { return shared().isCurrent(); }
+    bool hasOwnThread() const;  ///< Whether runOnOwnThread() has chosen its home.
 
 private:
     MainQueue();

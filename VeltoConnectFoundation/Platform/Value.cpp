@@ -458,15 +458,15 @@ std::optional<std::string> Value::optionalString() const {
 }
 
 Array Value::array() const {
-    return isArray() ? Array(*this) : Array();
+    return isArray() ? Array(Array::Tagged{}, *this) : Array();
 }
 
 Dictionary Value::dictionary() const {
-    return isDictionary() ? Dictionary(*this) : Dictionary();
+    return isDictionary() ? Dictionary(Dictionary::Tagged{}, *this) : Dictionary();
 }
 
 Data Value::data() const {
-    return isData() ? Data(*this) : Data();
+    return isData() ? Data(Data::Tagged{}, *this) : Data();
 }
 
 Date Value::date() const noexcept {
@@ -486,17 +486,13 @@ const Value& Value::operator[](std::string_view key) const& noexcept {
     return index < block->count ? block->entries()[index].value : detail::noneValue();
 }
 
-const Value& Value::operator[](std::size_t index) const& noexcept {
+const Value& Value::element(std::size_t index) const noexcept {
     const ArrayBlock* block = ValueAccess::array(*this);
     return block != nullptr && index < block->count ? block->values()[index] : detail::noneValue();
 }
 
 Value Value::operator[](std::string_view key) && noexcept {
     return std::as_const(*this)[key];
-}
-
-Value Value::operator[](std::size_t index) && noexcept {
-    return std::as_const(*this)[index];
 }
 
 Value Value::valueAtKeyPath(std::string_view path) const noexcept {

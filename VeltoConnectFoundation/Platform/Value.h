@@ -156,14 +156,18 @@ public:
     const Value& operator[](const char* key) const& noexcept {
         return (*this)[std::string_view(key)];
     }
-    const Value& operator[](std::size_t index) const& noexcept;
-    const Value& operator[](int index) const& noexcept { return (*this)[static_cast<std::size_t>(index)]; }
+    template <PlainInteger Index>
+    const Value& operator[](Index index) const& noexcept {
+        return element(static_cast<std::size_t>(index));
+    }
     Value operator[](std::string_view key) && noexcept;
     Value operator[](const char* key) && noexcept {
         return std::move(*this)[std::string_view(key)];
     }
-    Value operator[](std::size_t index) && noexcept;
-    Value operator[](int index) && noexcept { return std::move(*this)[static_cast<std::size_t>(index)]; }
+    template <PlainInteger Index>
+    Value operator[](Index index) && noexcept {
+        return element(static_cast<std::size_t>(index));
+    }
 
     /// Follows keys separated by full stops through nested dictionaries; none where one is missing.
     Value valueAtKeyPath(std::string_view path) const noexcept;
@@ -179,6 +183,7 @@ public:
 
 private:
     friend struct detail::ValueAccess;
+    struct Tagged {};
 
     /// Text of up to 14 bytes stands in the handle itself, its length in `form`, the rest zero. All
     /// else has 8 bytes at `bytes` + 6: a number, or the address of a block (null for an empty
@@ -194,7 +199,6 @@ private:
     /// The handle stands in a container of the same arena as its block and does not count.
     static constexpr std::uint8_t arenaBlock = 0x40;
 
-    struct Tagged {};
     Value(Tagged, bool flag) noexcept;
     Value(Tagged, std::int64_t number) noexcept;
     Value(Tagged, std::uint64_t number) noexcept;
@@ -204,6 +208,7 @@ private:
     void retain() noexcept;
     void release() noexcept;
     std::string_view blockText() const noexcept;
+    const Value& element(std::size_t index) const noexcept;
 
     Storage storage_;
 };
@@ -214,8 +219,6 @@ public:
     Data() noexcept;
     Data(const void* bytes, std::size_t length);
     explicit Data(std::string_view bytes);
-    explicit Data(const char* bytes) : Data(std::string_view(bytes)) {}
-    explicit Data(const std::string& bytes) : Data(std::string_view(bytes)) {}
     explicit Data(std::span<const std::byte> bytes);
     explicit Data(std::vector<std::uint8_t>&& bytes);  ///< Takes the buffer over.
     /// Takes over a block from malloc without copying; freed with the last handle.
@@ -231,7 +234,8 @@ public:
 
 private:
     friend class Value;
-    explicit Data(Value value) noexcept : value_(std::move(value)) {}
+    struct Tagged {};
+    Data(Tagged, Value value) noexcept : value_(std::move(value)) {}
 
     Value value_;
 };
@@ -268,7 +272,8 @@ public:
 
 private:
     friend class Value;
-    explicit Array(Value value) noexcept : value_(std::move(value)) {}
+    struct Tagged {};
+    Array(Tagged, Value value) noexcept : value_(std::move(value)) {}
 
     Value value_;
 };
@@ -311,7 +316,8 @@ public:
 
 private:
     friend class Value;
-    explicit Dictionary(Value value) noexcept : value_(std::move(value)) {}
+    struct Tagged {};
+    Dictionary(Tagged, Value value) noexcept : value_(std::move(value)) {}
 
     Value value_;
 };

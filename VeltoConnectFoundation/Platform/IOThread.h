@@ -1,0 +1,40 @@
+#pragma once
+
+#include <VeltoConnectFoundation/Platform/Clock.h>
+#include <VeltoConnectFoundation/Platform/Export.h>
+
+#include <cstdint>
+#include <functional>
+
+namespace velto {
+
+/// The one thread that watches descriptors and timers for the platform. Any thread; callbacks run
+/// on the I/O thread with no lock held, one at a time, and must be short.
+class VELTO_EXPORT_INTERNAL IOThread {
+public:
+    /// Names what was added; never used again. 0 names nothing.
+    using Token = std::uint64_t;
+
+    static IOThread& shared();  ///< Starts with its first use, never destroyed.
+
+    /// Calls back as long as `fd` can be read, was hung up or failed, again and again until it is
+    /// removed. The descriptor stays the caller's: close it after remove(). One token at a time
+    /// for one descriptor. 0 with errno set when the system refuses.
+    Token addReadable(int fd, std::function<void()> callback);
+    /// The same for writing; a pipe whose reader is gone counts as writable.
+    Token addWritable(int fd, std::function<void()> callback);
+    /// Calls back once, not before `after` has passed.
+    Token addTimer(Seconds after, std::function<void()> callback);
+    /// After it the callback does not run any more: one under way is waited for, unless this is
+    /// the I/O thread. A token that is done, removed or 0 is ignored.
+    void remove(Token token);
+
+    bool isCurrent() const;
+
+private:
+    IOThread();
+    class State;
+    State* state_;
+};
+
+}  // namespace velto

@@ -1,0 +1,274 @@
+#include <VeltoConnectFoundation/Platform/Queue.h>
+
+#include <VeltoConnectFoundation/Platform/ContextMailbox.h>
+#include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/IOThread.h>
+#include <VeltoConnectFoundation/Platform/MainThread.h>
+#include <VeltoConnectFoundation/Platform/RunLoop.h>
+#include <VeltoConnectFoundation/Platform/SystemLog.h>
+#include <VeltoConnectFoundation/Platform/Thread.h>
+
+#include <glib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <exception>
+#include <limits>
+#include <utility>
+
+namespace velto {
+
+namespace {
+
+constexpr Seconds longestSilence{5};
+constexpr std::string_view silenceReport =
+    "Work for the main thread has waited for 5 seconds, and no main loop has run it. Run GLib's "
+    "main loop on the main thread, or call velto::MainQueue::runOnOwnThread() before anything else "
+    "of the library.";
+
+/// Its address names the thread.
+thread_local char threadMark;
+
+/// A synchronous call that waits for its turn. Guarded by the queue's mutex.
+struct Call {
+    enum class Phase { waiting, running, ended, abandoned };
+
+    std::function<void()> work;
+    Phase phase = Phase::waiting;
+    std::exception_ptr failure;
+};
+
+}  // namespace
+
+class MainQueue::State {
+public:
+    State() : mailbox_(makeMailbox(nullptr)) {
+        // Tells us that somebody runs the default context, before there is any work.
+        mailbox_->knock();
+    }
+
+    void moveToOwnThread();
+    void async(std::function<void()> work);
+    bool sync(const std::function<void()>& work, const std::function<bool()>& cancelled);
+    void wakeWaiters();
+
+    bool isCurrent() const {
+        return mainThread_.load() == &threadMark || inlineThread_.load() == &threadMark ||
+               (!hasOwnThread_.load() &&
+                g_main_context_is_owner(g_main_context_default()) != FALSE);
+    }
+
+    bool hasOwnThread() const { return hasOwnThread_.load(); }
+
+private:
+    std::unique_ptr<ContextMailbox> makeMailbox(GMainContext* context) {
+        return std::make_unique<ContextMailbox>(
+            context, [this](const std::function<void()>& work) { perform(work); });
+    }
+
+    void perform(const std::function<void()>& work) noexcept;
+    bool performInline(const std::function<void()>& work);
+    void perform(Call& call);
+    void watchForSilence();
+
+    /// Held by whoever stands in for a main thread that has not shown up yet, so that the queue's
+    /// work never runs twice at once; no other is taken inside that waits for it.
+    Lock standIn_;
+    std::atomic<const void*> inlineThread_{nullptr};
+
+    std::atomic<const void*> mainThread_{nullptr};
+    std::atomic<bool> hasOwnThread_{false};
+    std::atomic<bool> isDispatched_{false};
+    std::atomic<bool> isWatched_{false};
+
+    Mutex mutex_;
+    std::condition_variable changed_;
+    bool isUsed_ VELTO_GUARDED_BY(mutex_) = false;
+    std::uint64_t wakeCount_ VELTO_GUARDED_BY(mutex_) = 0;
+    std::unique_ptr<ContextMailbox> mailbox_ VELTO_GUARDED_BY(mutex_);
+};
+
+void MainQueue::State::moveToOwnThread() {
+    const MutexGuard guard(mutex_);
+    if (hasOwnThread_.load()) {
+        return;
+    }
+    if (isUsed_) {
+        throw Exception(InternalInconsistencyException,
+                        "The main queue was used before runOnOwnThread() was called.");
+    }
+    GMainContext* const context = g_main_context_new();
+    startThread("velto-main", [this, context] {
+        g_main_context_push_thread_default(context);
+        mainThread_.store(&threadMark);
+        for (;;) {
+            try {
+                RunLoop::current()->run(Seconds(std::numeric_limits<double>::infinity()));
+            } catch (...) {
+                platformLogUncaught("the main thread's loop");
+            }
+        }
+    });
+    mailbox_ = makeMailbox(context);
+    hasOwnThread_.store(true);
+    isDispatched_.store(true);
+}
+
+void MainQueue::State::perform(const std::function<void()>& work) noexcept {
+    if (!isDispatched_.load()) {
+        const Guard guard(standIn_);
+        isDispatched_.store(true);
+    }
+    mainThread_.store(&threadMark);
+    try {
+        if (work) {
+            work();
+        }
+    } catch (...) {
+        platformLogUncaught("the main queue");
+    }
+}
+
+void MainQueue::State::async(std::function<void()> work) {
+    {
+        const MutexGuard guard(mutex_);
+        isUsed_ = true;
+        mailbox_->post(std::move(work));
+    }
+    watchForSilence();
+}
+
+/// False when there is a main thread after all.
+bool MainQueue::State::performInline(const std::function<void()>& work) {
+    const Guard guard(standIn_);
+    if (isDispatched_.load()) {
+        return false;
+    }
+    struct Scope {
+        std::atomic<const void*>& thread;
+        const void* outer = thread.exchange(&threadMark);
+        ~Scope() { thread.store(outer); }
+    } scope{inlineThread_};
+    work();
+    return true;
+}
+
+void MainQueue::State::perform(Call& call) {
+    {
+        const MutexGuard guard(mutex_);
+        if (call.phase == Call::Phase::abandoned) {
+            return;
+        }
+        call.phase = Call::Phase::running;
+    }
+    try {
+        call.work();
+    } catch (...) {
+        call.failure = std::current_exception();
+    }
+    const MutexGuard guard(mutex_);
+    call.phase = Call::Phase::ended;
+    changed_.notify_all();
+}
+
+bool MainQueue::State::sync(const std::function<void()>& work,
+                            const std::function<bool()>& cancelled) {
+    if (isCurrent()) {
+        work();
+        return true;
+    }
+    {
+        const MutexGuard guard(mutex_);
+        isUsed_ = true;
+    }
+    if (!isDispatched_.load() && performInline(work)) {
+        return true;
+    }
+    const auto call = std::make_shared<Call>();
+    call->work = work;
+    async([this, call] { perform(*call); });
+
+    MutexGuard guard(mutex_);
+    while (call->phase != Call::Phase::ended) {
+        const std::uint64_t wakeCount = wakeCount_;
+        if (cancelled) {
+            guard.unlock();
+            const bool givesUp = cancelled();
+            guard.lock();
+            if (givesUp && call->phase != Call::Phase::ended) {
+                if (call->phase == Call::Phase::waiting) {
+                    call->phase = Call::Phase::abandoned;
+                }
+                return false;
+            }
+        }
+        while (call->phase != Call::Phase::ended && wakeCount == wakeCount_) {
+            guard.wait(changed_);
+        }
+    }
+    guard.unlock();
+    if (call->failure) {
+        std::rethrow_exception(call->failure);
+    }
+    return true;
+}
+
+void MainQueue::State::wakeWaiters() {
+    const MutexGuard guard(mutex_);
+    ++wakeCount_;
+    changed_.notify_all();
+}
+
+void MainQueue::State::watchForSilence() {
+    if (!isDispatched_.load() && !isWatched_.exchange(true)) {
+        IOThread::shared().addTimer(longestSilence, [this] {
+            if (!isDispatched_.load()) {
+                platformLog(2, silenceReport);
+            }
+        });
+    }
+}
+
+MainQueue::MainQueue() : state_(new State) {
+}
+MainQueue::~MainQueue() = default;
+
+MainQueue& MainQueue::shared() {
+    static MainQueue* const queue = new MainQueue;
+    return *queue;
+}
+
+void MainQueue::runOnOwnThread() {
+    shared().state_->moveToOwnThread();
+}
+
+void MainQueue::async(std::function<void()> work) {
+    state_->async(std::move(work));
+}
+
+void MainQueue::sync(const std::function<void()>& work) {
+    state_->sync(work, nullptr);
+}
+
+bool MainQueue::sync(const std::function<void()>& work, const std::function<bool()>& cancelled) {
+    return state_->sync(work, cancelled);
+}
+
+void MainQueue::wakeWaiters() {
+    state_->wakeWaiters();
+}
+
+bool MainQueue::isCurrent() const {
+    return state_->isCurrent();
+}
+
+bool MainQueue::hasOwnThread() const {
+    return state_->hasOwnThread();
+}
+
+bool runsDefaultContext() {
+    return g_main_context_is_owner(g_main_context_default()) != FALSE ||
+           (gettid() == getpid() && !MainQueue::shared().hasOwnThread());
+}
+
+}  // namespace velto

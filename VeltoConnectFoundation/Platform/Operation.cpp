@@ -1,0 +1,16 @@
+#include <VeltoConnectFoundation/Platform/Operation.h>
+
+namespace velto {
+
+Operation::Operation() = default;
+Operation::~Operation() = default;
+
+void Operation::cancel() {
+    operationCancelled_.store(true);
+}
+
+bool Operation::isCancelled() const {
+    return operationCancelled_.load();
+}
+
+}  // namespace velto
