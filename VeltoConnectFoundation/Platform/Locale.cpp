@@ -27,6 +27,34 @@ std::string readUserLocale() {
     return std::string(neutralLocale);
 }
 
+/// Empty when it cannot be told.
+std::string symbolOfLocale(std::string_view identifier, UNumberFormatSymbol symbol) {
+    UErrorCode status = U_ZERO_ERROR;
+    UNumberFormat* const format =
+        unum_open(UNUM_DECIMAL, nullptr, 0, std::string(identifier).c_str(), nullptr, &status);
+    std::array<UChar, 16> units;
+    const std::int32_t length = unum_getSymbol(format, symbol, units.data(),
+                                               static_cast<std::int32_t>(units.size()), &status);
+    unum_close(format);
+    if (U_FAILURE(status) || length <= 0) {
+        return {};
+    }
+    return utf8FromUTF16(std::u16string_view(units.data(), static_cast<std::size_t>(length)));
+}
+
+std::string integerText(std::int64_t number, std::string_view zero) {
+    std::string text = std::to_string(number);
+    const std::u16string zeroUnits = utf16FromUTF8(zero);
+    if (zeroUnits.size() != 1 || zeroUnits[0] == u'0') {
+        return text;
+    }
+    std::u16string units;
+    for (const char character : text) {
+        units += character == '-' ? u'-' : static_cast<char16_t>(zeroUnits[0] + (character - '0'));
+    }
+    return utf8FromUTF16(units);
+}
+
 }  // namespace
 
 const std::string& userLocale() {
@@ -35,22 +63,22 @@ const std::string& userLocale() {
 }
 
 std::string decimalSeparatorForLocale(std::string_view identifier) {
-    UErrorCode status = U_ZERO_ERROR;
-    UNumberFormat* const format =
-        unum_open(UNUM_DECIMAL, nullptr, 0, std::string(identifier).c_str(), nullptr, &status);
-    std::array<UChar, 16> symbol;
-    const std::int32_t length = unum_getSymbol(format, UNUM_DECIMAL_SEPARATOR_SYMBOL, symbol.data(),
-                                               static_cast<std::int32_t>(symbol.size()), &status);
-    unum_close(format);
-    if (U_FAILURE(status) || length <= 0) {
-        return ".";
-    }
-    return utf8FromUTF16(std::u16string_view(symbol.data(), static_cast<std::size_t>(length)));
+    const std::string separator = symbolOfLocale(identifier, UNUM_DECIMAL_SEPARATOR_SYMBOL);
+    return separator.empty() ? "." : separator;
 }
 
 const std::string& userDecimalSeparator() {
     static const std::string separator = decimalSeparatorForLocale(userLocale());
     return separator;
+}
+
+std::string integerTextForLocale(std::int64_t number, std::string_view identifier) {
+    return integerText(number, symbolOfLocale(identifier, UNUM_ZERO_DIGIT_SYMBOL));
+}
+
+std::string localizedInteger(std::int64_t number) {
+    static const std::string zero = symbolOfLocale(userLocale(), UNUM_ZERO_DIGIT_SYMBOL);
+    return integerText(number, zero);
 }
 
 }  // namespace velto

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/Export.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,11 @@ VELTO_EXPORT std::string decimalSeparatorForLocale(std::string_view identifier);
 
 /// The one of the user's locale. Read once.
 VELTO_EXPORT const std::string& userDecimalSeparator();
+
+/// In the digits of a locale, without grouping.
+VELTO_EXPORT std::string integerTextForLocale(std::int64_t number, std::string_view identifier);
+
+/// The same in the user's locale, which is read once.
+VELTO_EXPORT std::string localizedInteger(std::int64_t number);
 
 }  // namespace velto

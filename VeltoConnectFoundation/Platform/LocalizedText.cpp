@@ -60,6 +60,12 @@ bool fits(const char* translation, const char* english) {
     return true;
 }
 
+/// The translation of `key`, or `english` when there is none that fits.
+const char* fittingTranslation(const char* key, const char* english) {
+    const char* const translation = lookUp(key);
+    return translation != key && fits(translation, english) ? translation : english;
+}
+
 }  // namespace
 
 std::string localized(const char* english) {
@@ -71,14 +77,15 @@ std::string localizedWithKey(const char* key, const char* fallback) {
     return translation == key ? fallback : translation;
 }
 
+std::string localizedFormatText(const char* english) {
+    return fittingTranslation(english, english);
+}
+
 std::string detail::localizedFormatArguments(const char* key,
                                              const char* english,
                                              FormatArguments arguments,
                                              bool inUserLocale) {
-    const char* text = lookUp(key);
-    if (text == key || !fits(text, english)) {
-        text = english;
-    }
+    const char* const text = fittingTranslation(key, english);
     return inUserLocale ? formatArguments(text, arguments, userDecimalSeparator())
                         : velto::formatArguments(text, arguments);
 }

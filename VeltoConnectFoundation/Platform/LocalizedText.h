@@ -11,6 +11,10 @@ VELTO_EXPORT std::string localized(const char* english);
 /// The translation of a symbolic key, else `fallback`.
 VELTO_EXPORT std::string localizedWithKey(const char* key, const char* fallback);
 
+/// The translation of a text with placeholders, to be filled in later by formatArguments; a
+/// translation whose placeholders ask for other arguments is not used.
+VELTO_EXPORT std::string localizedFormatText(const char* english);
+
 /// Marks a literal that is looked up later for extraction into the template file.
 constexpr const char* markLocalized(const char* english) {
     return english;
