@@ -1,0 +1,145 @@
+#include <VeltoConnectFoundation/Work/MZWorkSeriesManager.h>
+
+#include <Tests/Work/TestWorkers.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using velto::testing::CountDown;
+using velto::testing::FunctionWorker;
+using velto::testing::Gate;
+using velto::testing::seriesOf;
+using velto::testing::worker;
+using Status = MZWorkItemStatus;
+
+class EndCounter : public MZWorkSeriesDelegate {
+public:
+    explicit EndCounter(std::size_t count) : ended(count) {}
+    void workSeriesStatusChanged(MZWorkSeries&, Status status) override {
+        if (status == Status::completed) {
+            ended.hit();
+        }
+    }
+    CountDown ended;
+};
+
+std::shared_ptr<MZWorkSeries> typed(std::shared_ptr<MZWorkSeries> series, std::int64_t type) {
+    series->setType(type);
+    return series;
+}
+
+TEST(WorkSeriesManager, ThrottlesByType) {
+    auto manager = velto::make<MZWorkSeriesManager>();
+    auto counter = std::make_shared<EndCounter>(3);
+    manager->setDelegate(counter);
+    manager->setThrottle(1, 5);
+    Gate mayEnd;
+    auto first = typed(seriesOf({worker([&](FunctionWorker&) { mayEnd.wait(); })}), 5);
+    auto second = typed(seriesOf({worker()}), 5);
+    auto other = typed(seriesOf({worker()}), 6);
+    manager->submitWork(first);
+    manager->submitWork(second);
+    EXPECT_EQ(second->status(), Status::pending);
+    manager->submitWork(other);
+    EXPECT_NE(other->status(), Status::pending);
+    EXPECT_EQ(manager->activeWork().front(), second) << "pending before active";
+    mayEnd.open();
+    ASSERT_TRUE(counter->ended.wait());
+    EXPECT_EQ(second->status(), Status::completed);
+    EXPECT_TRUE(manager->activeWork().empty());
+    EXPECT_EQ(manager->allWork().size(), 3U);
+}
+
+TEST(WorkSeriesManager, AWiderThrottleStartsWhatItAllows) {
+    auto manager = velto::make<MZWorkSeriesManager>();
+    auto counter = std::make_shared<EndCounter>(3);
+    manager->setDelegate(counter);
+    manager->setThrottle(0, 5);
+    for (int i = 0; i < 3; ++i) {
+        manager->submitWork(typed(seriesOf({worker()}), 5));
+    }
+    EXPECT_EQ(manager->activeWork().size(), 3U);
+    manager->setThrottle(std::nullopt, 5);
+    EXPECT_TRUE(counter->ended.wait());
+    EXPECT_EQ(manager->throttleForType(5), std::nullopt);
+}
+
+TEST(WorkSeriesManager, ACancelledPendingSeriesBlocksNothing) {
+    auto manager = velto::make<MZWorkSeriesManager>();
+    auto counter = std::make_shared<EndCounter>(3);
+    manager->setDelegate(counter);
+    manager->setThrottle(1, 5);
+    Gate mayEnd;
+    bool ran = false;
+    manager->submitWork(typed(seriesOf({worker([&](FunctionWorker&) { mayEnd.wait(); })}), 5));
+    auto cancelled = typed(seriesOf({worker([&](FunctionWorker&) { ran = true; })}), 5);
+    auto last = typed(seriesOf({worker()}), 5);
+    manager->submitWork(cancelled);
+    manager->submitWork(last);
+    cancelled->cancel();
+    EXPECT_EQ(manager->completedWork().size(), 1U);
+    mayEnd.open();
+    ASSERT_TRUE(counter->ended.wait());
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(last->status(), Status::completed);
+
+    auto before = seriesOf({worker()});
+    before->cancel();
+    manager->submitWork(before);
+    EXPECT_TRUE(manager->activeWork().empty()) << "one that ended before it was submitted";
+}
+
+TEST(WorkSeriesManager, RemembersOneMoreThanItsMaximum) {
+    auto manager = velto::make<MZWorkSeriesManager>();
+    EXPECT_EQ(manager->maxCompletedWork(), 10);
+    manager->setMaxCompletedWork(3);
+    std::vector<std::shared_ptr<MZWorkSeries>> all;
+    for (int i = 0; i < 6; ++i) {
+        all.push_back(seriesOf({}));
+        manager->submitWork(all.back());
+    }
+    EXPECT_THAT(manager->completedWork(), testing::ElementsAre(all[2], all[3], all[4], all[5]));
+    manager->removeSeriesFromCompletedWork(all[3]);
+    EXPECT_EQ(manager->completedWork().size(), 3U);
+    manager->clearCompletedWork();
+    EXPECT_TRUE(manager->allWork().empty());
+}
+
+TEST(WorkSeriesManager, CancelsAllWorkAndKeepsTheThrottleUntilItHasEnded) {
+    auto manager = velto::make<MZWorkSeriesManager>();
+    auto counter = std::make_shared<EndCounter>(2);
+    manager->setDelegate(counter);
+    manager->setThrottle(1, 5);
+    Gate running;
+    Gate mayEnd;
+    auto active = typed(seriesOf({worker([&](FunctionWorker&) {
+                            running.open();
+                            mayEnd.wait();
+                        })}), 5);
+    auto pending = typed(seriesOf({worker()}), 5);
+    manager->submitWork(active);
+    manager->submitWork(pending);
+    running.wait();
+    manager->cancelAllWork();
+    EXPECT_TRUE(manager->activeWork().empty());
+    EXPECT_THAT(manager->completedWork(), testing::ElementsAre(pending, active));
+    auto next = typed(seriesOf({worker()}), 5);
+    manager->submitWork(next);
+    EXPECT_EQ(next->status(), Status::pending) << "the cancelled one still runs";
+    mayEnd.open();
+    ASSERT_TRUE(counter->ended.wait());
+    EXPECT_EQ(next->status(), Status::completed);
+    EXPECT_EQ(manager->completedWork().size(), 3U);
+}
+
+TEST(WorkSeriesManager, TheDefaultOneCanBeReplaced) {
+    const auto before = MZWorkSeriesManager::defaultManager();
+    const auto mine = velto::make<MZWorkSeriesManager>();
+    MZWorkSeriesManager::setDefaultManager(mine);
+    EXPECT_EQ(MZWorkSeriesManager::defaultManager(), mine);
+    MZWorkSeriesManager::setDefaultManager(before);
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+#include <VeltoConnectFoundation/Work/MZWorkSeries.h>
+
+#include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/NotificationCenter.h>
+#include <VeltoConnectFoundation/Platform/OperationQueue.h>
+#include <VeltoConnectFoundation/Platform/Queue.h>
+#include <VeltoConnectFoundation/Work/MZServiceCallWorker.h>
+
+#include <Tests/Support/CapturedLog.h>
+#include <Tests/Work/TestWorkers.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::StartsWith;
+using velto::testing::CapturedLog;
+using velto::testing::CountDown;
+using velto::testing::FunctionWorker;
+using velto::testing::Gate;
+using velto::testing::seriesOf;
+using velto::testing::worker;
+using Status = MZWorkItemStatus;
+
+/// Owns a queue and lets a test wait for the series' end.
+class Owner : public MZWorkSeriesDelegate {
+public:
+    void workSeriesStatusChanged(MZWorkSeries&, Status status) override {
+        statuses.push_back(status);
+        if (status == Status::completed) {
+            ended.hit();
+        }
+    }
+    std::shared_ptr<velto::OperationQueue> operationQueue() override { return queue; }
+
+    std::shared_ptr<velto::OperationQueue> queue = velto::OperationQueue::make();
+    std::vector<Status> statuses;
+    CountDown ended{1};
+};
+
+TEST(WorkSeries, RunsItsItemsInOrder) {
+    std::string order;
+    auto series = seriesOf({worker([&](FunctionWorker&) { order += 'a'; }),
+                            worker([&](FunctionWorker&) { order += 'b'; }),
+                            worker([&](FunctionWorker& self) { order += 'c'; self.addWarning("w"); })});
+    auto owner = std::make_shared<Owner>();
+    series->setDelegate(owner);
+    series->start();
+    ASSERT_TRUE(owner->ended.wait());
+    EXPECT_EQ(order, "abc");
+    EXPECT_THAT(owner->statuses, ElementsAre(Status::running, Status::completed));
+    EXPECT_EQ(series->warnings().size(), 1U);
+    EXPECT_FALSE(series->hasErrors() || series->isCancelled());
+    EXPECT_TRUE(series->completeTime());
+    EXPECT_LT(series->workItems()[0]->endSequence(), series->workItems()[1]->startSequence());
+}
+
+TEST(WorkSeries, StopsAtTheFirstItemThatFails) {
+    bool ran = false;
+    auto series = seriesOf({worker(), worker([](FunctionWorker& self) { self.addErrorMessage("broken"); }),
+                            worker([&](FunctionWorker&) { ran = true; })});
+    auto owner = std::make_shared<Owner>();
+    series->setDelegate(owner);
+    series->start();
+    ASSERT_TRUE(owner->ended.wait());
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(series->status(), Status::completed);
+    EXPECT_EQ(series->workItems()[2]->status(), Status::cancelled);
+    EXPECT_TRUE(series->hasErrors());
+    EXPECT_FALSE(series->isCancelled()) << "errors outrank cancellation";
+    EXPECT_EQ(series->errors().size(), 1U);
+}
+
+TEST(WorkSeries, EndsWhenNothingOfItRunsAnyMore) {
+    Gate running;
+    Gate mayEnd;
+    auto series = seriesOf({worker([&](FunctionWorker&) {
+                                running.open();
+                                mayEnd.wait();
+                            }),
+                            worker()});
+    auto owner = std::make_shared<Owner>();
+    series->setDelegate(owner);
+    series->start();
+    running.wait();
+    series->cancel();
+    EXPECT_EQ(series->status(), Status::running) << "its first item still runs";
+    EXPECT_EQ(series->workItems()[1]->worker()->workStatus(), MZWorkStatusCancelled);
+    mayEnd.open();
+    ASSERT_TRUE(owner->ended.wait());
+    EXPECT_TRUE(series->isCancelled());
+    EXPECT_THAT(owner->statuses, ElementsAre(Status::running, Status::completed));
+}
+
+TEST(WorkSeries, AnEmptyOneCompletesAtOnceAndRunsOnce) {
+    auto series = seriesOf({});
+    std::atomic<int> posted{0};
+    const auto observation = velto::NotificationCenter::shared().observe(
+        MZWorkSeriesCompletedNotification, series.get(), [&](const velto::Notification&) { ++posted; });
+    series->start();
+    EXPECT_EQ(series->status(), Status::completed);
+    try {
+        series->start();
+        FAIL() << "expected an exception";
+    } catch (const velto::Exception& exception) {
+        EXPECT_THAT(exception.reason(), StartsWith("Calling start more than once on a work series: <MZWorkSeries"));
+    }
+    series->setStatus(Status::completed);
+    velto::MainQueue::shared().sync([] {});
+    EXPECT_EQ(posted, 1);
+}
+
+TEST(WorkSeries, WithoutAQueueNothingIsScheduled) {
+    CapturedLog log;
+    auto series = seriesOf({worker()});
+    series->start();
+    EXPECT_THAT(log.messages(), ElementsAre("delegate is not returning an NSOperationQueue"));
+    EXPECT_EQ(series->status(), Status::running);
+    series->cancel();
+    EXPECT_EQ(series->status(), Status::completed);
+}
+
+TEST(WorkSeries, CountsProgressOverAllItems) {
+    std::weak_ptr<MZWorkSeries> self;
+    double percent = 0;
+    auto series = seriesOf({worker(), worker(), worker([&](FunctionWorker& third) {
+                                third.setPercentComplete(50);
+                                percent = self.lock()->percentComplete();
+                            }),
+                            worker()});
+    self = series;
+    EXPECT_EQ(series->percentComplete(), 0);
+    auto owner = std::make_shared<Owner>();
+    series->setDelegate(owner);
+    series->start();
+    ASSERT_TRUE(owner->ended.wait());
+    EXPECT_EQ(percent, 62.5);
+}
+
+class FailingListener : public FunctionWorker {
+public:
+    explicit FailingListener(int& told) : told_(told) {}
+    void seriesCompleted() override {
+        ++told_;
+        throw velto::Exception("Name", "first");
+    }
+
+private:
+    int& told_;
+};
+
+TEST(WorkSeries, TellsAllItemsOfItsEndThenRaisesTheFirstException) {
+    int told = 0;
+    auto series = seriesOf({std::make_shared<FailingListener>(told), std::make_shared<FailingListener>(told)});
+    EXPECT_THROW(series->notifyWorkItemsOfSeriesCompletion(), velto::Exception);
+    EXPECT_EQ(told, 2);
+}
+
+class CallingWorker : public FunctionWorker, public MZServiceCallWorker {
+public:
+    std::optional<MZServiceCallReport> serviceCallReport() const override {
+        return MZServiceCallReport{"lookup", 503, {{"Retry-After", "5"}}};
+    }
+};
+
+TEST(WorkSeries, CollectsTheOutcomesOfServiceCalls) {
+    auto series = seriesOf({worker(), std::make_shared<CallingWorker>()});
+    auto owner = std::make_shared<Owner>();
+    series->setDelegate(owner);
+    series->start();
+    ASSERT_TRUE(owner->ended.wait());
+    EXPECT_EQ(series->httpStatusCodes(), velto::Array{(velto::Dictionary{{"lookup", 503}})});
+    EXPECT_EQ(series->httpHeaders()[0]["lookup"]["Retry-After"].string(), "5");
+}
+
+}  // namespace

@@ -1,0 +1,166 @@
+#include <VeltoConnectFoundation/Work/MZWorkSeriesManager.h>
+
+#include <VeltoConnectFoundation/Platform/NotificationCenter.h>
+#include <VeltoConnectFoundation/Platform/OperationQueue.h>
+#include <VeltoConnectFoundation/Platform/Queue.h>
+
+#include <Tests/Work/TestWorkers.h>
+
+#include <gtest/gtest.h>
+
+#include <barrier>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+namespace {
+
+using velto::testing::CountDown;
+using velto::testing::FunctionWorker;
+using velto::testing::seriesOf;
+using velto::testing::worker;
+using Status = MZWorkItemStatus;
+
+constexpr std::size_t seriesCount = 5000;
+constexpr std::size_t itemsPerSeries = 20;
+constexpr std::size_t submitters = 8;
+constexpr std::int64_t throttledTypes = 4;
+
+/// Counts how many series of a type run at once.
+class Occupancy {
+public:
+    void enter(std::uint32_t limit) {
+        const std::uint32_t now = ++inside_;
+        if (now > limit) {
+            exceeded_ = true;
+        }
+    }
+    void leave() { --inside_; }
+    bool exceeded() const { return exceeded_; }
+
+private:
+    std::atomic<std::uint32_t> inside_{0};
+    std::atomic<bool> exceeded_{false};
+};
+
+class EndCounter : public MZWorkSeriesDelegate {
+public:
+    explicit EndCounter(std::size_t count) : ended(count) {}
+    void workSeriesStatusChanged(MZWorkSeries&, Status status) override {
+        if (status == Status::completed) {
+            ended.hit();
+        }
+    }
+    CountDown ended;
+};
+
+TEST(WorkStress, EveryItemAndSeriesCompletesOnceUnderAnyMix) {
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE(seed);
+    auto manager = velto::make<MZWorkSeriesManager>();
+    manager->setMaxCompletedWork(100);
+    auto counter = std::make_shared<EndCounter>(seriesCount);
+    manager->setDelegate(counter);
+    for (std::int64_t type = 1; type <= throttledTypes; ++type) {
+        manager->setThrottle(static_cast<std::uint32_t>(type), type);
+    }
+    std::vector<Occupancy> occupancy(throttledTypes + 1);
+    std::vector<std::shared_ptr<MZWorkSeries>> all(seriesCount);
+    std::vector<std::atomic<int>> runs(seriesCount * itemsPerSeries);
+
+    CountDown itemsToEnd(seriesCount * itemsPerSeries);
+    std::atomic<std::size_t> itemEnds{0};
+    const auto itemObservation = velto::NotificationCenter::shared().observe(
+        MZWorkItemCompletedNotification, nullptr, [&](const velto::Notification&) {
+            ++itemEnds;
+            itemsToEnd.hit();
+        });
+    std::atomic<std::size_t> seriesEnds{0};
+    const auto seriesObservation = velto::NotificationCenter::shared().observe(
+        MZWorkSeriesCompletedNotification, nullptr, [&](const velto::Notification&) { ++seriesEnds; });
+
+    for (std::size_t index = 0; index < seriesCount; ++index) {
+        const std::int64_t type = static_cast<std::int64_t>(index) % (throttledTypes + 1);
+        std::vector<std::shared_ptr<MZAbstractWorker>> workers;
+        for (std::size_t item = 0; item < itemsPerSeries; ++item) {
+            std::atomic<int>& ran = runs[index * itemsPerSeries + item];
+            const bool fails = (index * 31 + item * 7) % 97 == 0;
+            workers.push_back(worker([&ran, &occupancy, type, fails](FunctionWorker& self) {
+                ++ran;
+                if (type != 0) {
+                    occupancy[static_cast<std::size_t>(type)].enter(static_cast<std::uint32_t>(type));
+                }
+                self.setPercentComplete(50);
+                if (fails) {
+                    self.addErrorMessage("broken");
+                }
+                if (type != 0) {
+                    occupancy[static_cast<std::size_t>(type)].leave();
+                }
+            }));
+        }
+        all[index] = seriesOf(workers);
+        all[index]->setType(type);
+    }
+
+    std::barrier ready(submitters + 1);
+    std::vector<std::thread> threads;
+    for (std::size_t thread = 0; thread < submitters; ++thread) {
+        threads.emplace_back([&, thread] {
+            std::mt19937 random(seed + static_cast<unsigned>(thread));
+            ready.arrive_and_wait();
+            for (std::size_t index = thread; index < seriesCount; index += submitters) {
+                manager->submitWork(all[index]);
+                const std::shared_ptr<MZWorkSeries>& victim = all[random() % seriesCount];
+                switch (random() % 16) {
+                    case 0: victim->cancel(); break;
+                    case 1: victim->workItems()[random() % itemsPerSeries]->cancel(); break;
+                    case 2: static_cast<void>(victim->percentComplete()); break;
+                    case 3: static_cast<void>(manager->allWork()); break;
+                    case 4: static_cast<void>(victim->description()); break;
+                    default: break;
+                }
+            }
+        });
+    }
+    ready.arrive_and_wait();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    ASSERT_TRUE(counter->ended.wait(std::chrono::seconds(240)));
+    ASSERT_TRUE(itemsToEnd.wait(std::chrono::seconds(240)));
+    velto::MainQueue::shared().sync([] {});
+    EXPECT_EQ(itemEnds, seriesCount * itemsPerSeries);
+    EXPECT_EQ(seriesEnds, seriesCount);
+    EXPECT_TRUE(manager->activeWork().empty());
+    for (const Occupancy& type : occupancy) {
+        EXPECT_FALSE(type.exceeded());
+    }
+    for (const std::shared_ptr<MZWorkSeries>& series : all) {
+        EXPECT_EQ(series->status(), Status::completed);
+        for (const std::shared_ptr<MZWorkItem>& item : series->workItems()) {
+            EXPECT_FALSE(item->isActive());
+        }
+    }
+    for (const std::atomic<int>& count : runs) {
+        EXPECT_LE(count, 1);
+    }
+}
+
+TEST(WorkStress, ItemsThatBlockNeverStarveOthers) {
+    auto manager = velto::make<MZWorkSeriesManager>();
+    constexpr std::size_t blocking = 64;
+    velto::testing::Gate mayEnd;
+    for (std::size_t i = 0; i < blocking; ++i) {
+        manager->submitWork(seriesOf({worker([&](FunctionWorker&) { mayEnd.wait(); })}));
+    }
+    CountDown quick(100);
+    for (int i = 0; i < 100; ++i) {
+        manager->submitWork(seriesOf({worker([&](FunctionWorker&) { quick.hit(); })}));
+    }
+    EXPECT_TRUE(quick.wait());
+    mayEnd.open();
+    manager->operationQueue()->waitUntilAllOperationsAreFinished();
+}
+
+}  // namespace

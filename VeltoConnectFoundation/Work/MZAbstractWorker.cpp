@@ -1,0 +1,374 @@
+#include <VeltoConnectFoundation/Work/MZAbstractWorker.h>
+
+#include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/Format.h>
+#include <VeltoConnectFoundation/Platform/Make.h>
+#include <VeltoConnectFoundation/Platform/Queue.h>
+#include <VeltoConnectFoundation/Platform/SharedDictionary.h>
+#include <VeltoConnectFoundation/Platform/TypeName.h>
+#include <VeltoConnectFoundation/Work/MZStoreMessages.h>
+
+#include <utility>
+
+using velto::Array;
+using velto::Error;
+using velto::Exception;
+using velto::Guard;
+using velto::Value;
+
+namespace {
+
+Error messageError(std::string_view message) {
+    return Error::make(WorkerErrorDomain, -10000, message, message);
+}
+
+}  // namespace
+
+struct MZAbstractWorker::Callbacks {
+    std::shared_ptr<velto::Queue> queue;
+    Callback started;
+    Callback cancelled;
+    Callback finished;
+    StatusMessageCallback statusMessage;
+    PercentCompleteCallback percentComplete;
+};
+
+MZAbstractWorker::MZAbstractWorker()
+    : storeType_(MZStoreMessages::sharedStoreMessages()->storeType()) {}
+
+MZAbstractWorker::~MZAbstractWorker() = default;
+
+std::span<const velto::Observable::Dependency> MZAbstractWorker::dependencies() const {
+    static constexpr Dependency table[] = {
+        {"hasInfoMessages", "infoMessages"}, {"hasWarnings", "warnings"},  {"hasErrors", "errors"},
+        {"hasErrors", "errorMessage"},       {"errorMessage", "errors"}, {"errors", "errorMessage"},
+    };
+    return table;
+}
+
+MZAbstractWorker::Callbacks& MZAbstractWorker::callbacks() {
+    if (callbacks_ == nullptr) {
+        callbacks_ = std::make_unique<Callbacks>();
+    }
+    return *callbacks_;
+}
+
+std::function<void()> MZAbstractWorker::dispatch(std::function<void()> work) {
+    velto::Queue& queue = *callbacks_->queue;
+    if (queue.isCurrent()) {
+        return work;
+    }
+    queue.async(std::move(work));  // under the lock, so that arrival follows the order of changes
+    return {};
+}
+
+void MZAbstractWorker::run() {
+    throw Exception(velto::InternalInconsistencyException,
+                    velto::format("Subclasses must override %@", "run"));
+}
+
+void MZAbstractWorker::seriesCompleted() {}
+
+void MZAbstractWorker::cancel() {
+    {
+        Guard guard(lock_);
+        if (cancelled_) {
+            return;
+        }
+        Change change(*this, {"cancelled"});
+        cancelled_ = true;
+    }
+    setWorkStatus(MZWorkStatusCancelled);
+}
+
+void MZAbstractWorker::setWorkStatus(MZWorkStatus status) {
+    std::function<void()> now;
+    {
+        Guard guard(lock_);
+        if (workStatus_ == status) {
+            return;
+        }
+        {
+            Change change(*this, {"workStatus"});
+            workStatus_ = status;
+        }
+        if (callbacks_ != nullptr && callbacks_->queue != nullptr) {
+            const Callback& callback = status == MZWorkStatusStarted     ? callbacks_->started
+                                       : status == MZWorkStatusCancelled ? callbacks_->cancelled
+                                       : status == MZWorkStatusFinished  ? callbacks_->finished
+                                                                         : Callback();
+            if (callback) {
+                now = dispatch([self = shared_from_this(), callback] { callback(*self); });
+            }
+        }
+    }
+    if (now) {
+        now();
+    }
+}
+
+double MZAbstractWorker::percentComplete() const {
+    Guard guard(lock_);
+    return percentComplete_;
+}
+
+void MZAbstractWorker::setPercentComplete(double percent) {
+    std::function<void()> now;
+    {
+        Guard guard(lock_);
+        if (percentComplete_ == percent) {
+            return;
+        }
+        {
+            Change change(*this, {"percentComplete"});
+            percentComplete_ = percent;
+        }
+        if (callbacks_ != nullptr && callbacks_->queue != nullptr && callbacks_->percentComplete) {
+            now = dispatch([callback = callbacks_->percentComplete, percent] { callback(percent); });
+        }
+    }
+    if (now) {
+        now();
+    }
+}
+
+std::optional<std::string> MZAbstractWorker::statusMessage() const {
+    Guard guard(lock_);
+    return statusMessage_;
+}
+
+void MZAbstractWorker::setStatusMessage(std::optional<std::string> message) {
+    std::function<void()> now;
+    {
+        Guard guard(lock_);
+        if (statusMessage_ == message) {
+            return;
+        }
+        {
+            Change change(*this, {"statusMessage"});
+            statusMessage_ = std::move(message);
+        }
+        if (callbacks_ != nullptr && callbacks_->queue != nullptr && callbacks_->statusMessage) {
+            now = dispatch([callback = callbacks_->statusMessage,
+                            text = statusMessage_.value_or(std::string())] { callback(text); });
+        }
+    }
+    if (now) {
+        now();
+    }
+}
+
+std::optional<std::string> MZAbstractWorker::errorMessage() const {
+    Guard guard(lock_);
+    if (errors_.empty()) {
+        return std::nullopt;
+    }
+    return errors_.back().localizedDescription();
+}
+
+void MZAbstractWorker::setErrorMessage(const std::optional<std::string>& message) {
+    Guard guard(lock_);
+    Change change(*this, {"errorMessage"});
+    if (message && !message->empty()) {
+        errors_.push_back(messageError(*message));
+    } else {
+        errors_.clear();
+    }
+}
+
+void MZAbstractWorker::addErrorMessage(std::string_view message) {
+    if (!message.empty()) {
+        addError(messageError(message));
+    }
+}
+
+void MZAbstractWorker::addException(const Exception& exception) {
+    std::string text = exception.reason().empty() ? exception.name() : exception.reason();
+    if (text.empty()) {
+        text = "Unknown exception reason";
+    }
+    addError(Error(WorkerErrorDomain, -10001,
+                   {{velto::LocalizedDescriptionKey, text},
+                    {velto::LocalizedFailureReasonKey, text},
+                    {"MZUnderlyingException", exception}}));
+}
+
+void MZAbstractWorker::addError(const Error& error) {
+    if (error) {
+        Guard guard(lock_);
+        Change change(*this, {"errors"});
+        errors_.push_back(error);
+    }
+}
+
+void MZAbstractWorker::addErrors(const std::vector<Error>& errors) {
+    if (!errors.empty()) {
+        Guard guard(lock_);
+        Change change(*this, {"errors"});
+        errors_.insert(errors_.end(), errors.begin(), errors.end());
+    }
+}
+
+std::vector<Error> MZAbstractWorker::errors() const {
+    Guard guard(lock_);
+    return errors_;
+}
+
+bool MZAbstractWorker::hasErrors() const {
+    Guard guard(lock_);
+    return !errors_.empty();
+}
+
+void MZAbstractWorker::addWarning(const Value& warning) {
+    if (warning) {
+        Guard guard(lock_);
+        Change change(*this, {"warnings"});
+        warnings_.append(warning);
+    }
+}
+
+void MZAbstractWorker::addWarnings(const Array& warnings) {
+    if (!warnings.isEmpty()) {
+        Guard guard(lock_);
+        Change change(*this, {"warnings"});
+        warnings_.append(warnings);
+    }
+}
+
+Array MZAbstractWorker::warnings() const {
+    Guard guard(lock_);
+    return warnings_;
+}
+
+bool MZAbstractWorker::hasWarnings() const {
+    Guard guard(lock_);
+    return !warnings_.isEmpty();
+}
+
+void MZAbstractWorker::addInfoMessages(const Array& messages) {
+    if (!messages.isEmpty()) {
+        Guard guard(lock_);
+        Change change(*this, {"infoMessages"});
+        infoMessages_.append(messages);
+    }
+}
+
+Array MZAbstractWorker::infoMessages() const {
+    Guard guard(lock_);
+    return infoMessages_;
+}
+
+bool MZAbstractWorker::hasInfoMessages() const {
+    Guard guard(lock_);
+    return !infoMessages_.isEmpty();
+}
+
+void MZAbstractWorker::resetErrorsWarningsAndInfoMessages() {
+    Guard guard(lock_);
+    Change change(*this, {"errors", "warnings", "infoMessages"});
+    errors_.clear();
+    warnings_.clear();
+    infoMessages_.clear();
+}
+
+std::int64_t MZAbstractWorker::storeType() const {
+    Guard guard(lock_);
+    return storeType_;
+}
+
+void MZAbstractWorker::setStoreType(std::int64_t storeType) {
+    Guard guard(lock_);
+    storeType_ = storeType;
+    storeMessages_ = nullptr;
+}
+
+std::shared_ptr<MZStoreMessages> MZAbstractWorker::storeMessages() const {
+    Guard guard(lock_);
+    if (storeMessages_ == nullptr) {
+        storeMessages_ = velto::make<MZStoreMessages>(storeType_);
+    }
+    return storeMessages_;
+}
+
+std::shared_ptr<velto::SharedDictionary> MZAbstractWorker::userInfo() const {
+    Guard guard(lock_);
+    if (userInfo_ == nullptr) {
+        userInfo_ = std::make_shared<velto::SharedDictionary>();
+    }
+    return userInfo_;
+}
+
+std::shared_ptr<velto::Queue> MZAbstractWorker::callbackQueue() const {
+    Guard guard(lock_);
+    return callbacks_ == nullptr ? nullptr : callbacks_->queue;
+}
+
+void MZAbstractWorker::setCallbackQueue(std::shared_ptr<velto::Queue> queue) {
+    Guard guard(lock_);
+    callbacks().queue = std::move(queue);
+}
+
+MZAbstractWorker::Callback MZAbstractWorker::startedCallback() const {
+    Guard guard(lock_);
+    return callbacks_ == nullptr ? Callback() : callbacks_->started;
+}
+
+void MZAbstractWorker::setStartedCallback(Callback callback) {
+    Guard guard(lock_);
+    callbacks().started = std::move(callback);
+}
+
+MZAbstractWorker::Callback MZAbstractWorker::cancelledCallback() const {
+    Guard guard(lock_);
+    return callbacks_ == nullptr ? Callback() : callbacks_->cancelled;
+}
+
+void MZAbstractWorker::setCancelledCallback(Callback callback) {
+    Guard guard(lock_);
+    callbacks().cancelled = std::move(callback);
+}
+
+MZAbstractWorker::Callback MZAbstractWorker::finishedCallback() const {
+    Guard guard(lock_);
+    return callbacks_ == nullptr ? Callback() : callbacks_->finished;
+}
+
+void MZAbstractWorker::setFinishedCallback(Callback callback) {
+    Guard guard(lock_);
+    callbacks().finished = std::move(callback);
+}
+
+MZAbstractWorker::StatusMessageCallback MZAbstractWorker::statusMessageCallback() const {
+    Guard guard(lock_);
+    return callbacks_ == nullptr ? StatusMessageCallback() : callbacks_->statusMessage;
+}
+
+void MZAbstractWorker::setStatusMessageCallback(StatusMessageCallback callback) {
+    Guard guard(lock_);
+    callbacks().statusMessage = std::move(callback);
+}
+
+MZAbstractWorker::PercentCompleteCallback MZAbstractWorker::percentCompleteCallback() const {
+    Guard guard(lock_);
+    return callbacks_ == nullptr ? PercentCompleteCallback() : callbacks_->percentComplete;
+}
+
+void MZAbstractWorker::setPercentCompleteCallback(PercentCompleteCallback callback) {
+    Guard guard(lock_);
+    callbacks().percentComplete = std::move(callback);
+}
+
+std::string MZAbstractWorker::descriptionWithLocale(std::size_t indent) const {
+    std::string text = velto::defaultDescription(typeid(*this), this);
+    text += velto::format(" cancelled: %@", isCancelled() ? "YES" : "NO");
+    if (const std::optional<std::string> message = statusMessage(); message && !message->empty()) {
+        text += velto::format(" statusMessage: %@", *message);
+    }
+    if (const Array list = warnings(); !list.isEmpty()) {
+        text += velto::format(" warning:\n%@", list.description(indent));
+    }
+    if (const std::vector<Error> list = errors(); !list.empty()) {
+        text += velto::format(" errors:\n%@", Array(std::vector<Value>(list.begin(), list.end())).description(indent));
+    }
+    return text;
+}
