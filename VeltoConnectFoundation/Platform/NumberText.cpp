@@ -1,3 +1,4 @@
+#include <VeltoConnectFoundation/Platform/DoubleText.h>
 #include <VeltoConnectFoundation/Platform/NumberText.h>
 
 #include <charconv>
@@ -52,10 +53,8 @@ std::string numberText(double number) {
     if (std::isnan(number)) {
         return "nan";
     }
-    char text[32];
-    const auto result =
-        std::to_chars(text, text + sizeof text, number, std::chars_format::general, 16);
-    return {text, result.ptr};
+    char text[DoubleTextSize];
+    return {text, writeDouble(text, number)};
 }
 
 std::string numberText(float number) {
