@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ranges>
 #include <string>
 
 namespace {
@@ -65,7 +66,7 @@ TEST(MZStringStreamReader, ReadsUnitsAndStopsAsStated) {
         std::u16string units;
         std::size_t nothings = 0;
         std::int64_t code = 0;
-        std::string text = "";
+        const char* text = "";
     };
     const Row rows[] = {
         {utf8, "", u""},
@@ -164,8 +165,8 @@ TEST(MZStringStreamReader, PushingBackIsReadAgain) {
         SCOPED_TRACE(static_cast<unsigned>(encoding));
         MZStringStreamReader reader(encoding, std::make_shared<ChunkedInputStream>(""));
         const std::u16string units = u"a\u00E9\u20AC\xD83D\xDE00\xDC00\0"s;
-        for (auto unit = units.rbegin(); unit != units.rend(); ++unit) {
-            reader.pushCharacter(*unit);
+        for (const char16_t unit : std::ranges::reverse_view(units)) {
+            reader.pushCharacter(unit);
             EXPECT_EQ(reader.position(), 0U);
         }
         char16_t first = 0;

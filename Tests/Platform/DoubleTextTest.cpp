@@ -57,7 +57,7 @@ TEST(DoubleText, EqualsTheStandardLibrarysText) {
     std::mt19937_64 random(velto::testing::randomSeed());
     const auto below = [&random](std::uint64_t limit) { return random() % limit; };
     for (int round = 0; round < 200000; ++round) {
-        const double bits = std::bit_cast<double>(random());
+        const auto bits = std::bit_cast<double>(random());
         const double scaled = std::ldexp(static_cast<double>(below(std::uint64_t{1} << 53)),
                                          -static_cast<int>(below(110)));
         const double tie = std::ldexp(static_cast<double>(below(std::uint64_t{1} << below(54))),

@@ -108,7 +108,8 @@ public:
     StreamStatus streamStatus() const override { return status_; }
     Error streamError() const override { return transfers_.error(); }
     Value propertyForKey(std::string_view key) const override {
-        return key == StreamDataWrittenToMemoryKey ? Value(Data(std::string_view(written_))) : Value();
+        return key == StreamDataWrittenToMemoryKey ? Value(Data(std::string_view(written_)))
+                                                   : Value();
     }
     bool setProperty(const Value&, std::string_view key) override { return key == "settable"; }
 

@@ -1,5 +1,6 @@
 #include <VeltoConnectFoundation/Platform/DoubleText.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
@@ -39,7 +40,7 @@ constexpr std::array<char, 200> digitPairs = [] {
 }();
 
 void writePair(char* text, std::uint32_t pair) noexcept {
-    std::memcpy(text, &digitPairs[2 * pair], 2);
+    std::memcpy(text, &digitPairs[std::size_t{2} * pair], 2);
 }
 
 void writeEightDigits(char* text, std::uint32_t number) noexcept {
@@ -115,8 +116,7 @@ char* writeDecimal(char* text, const Decimal& decimal) noexcept {
         return text + 2;
     }
     if (exponent < 0) {
-        std::memcpy(text, "0.000", 5);
-        text += 1 - exponent;
+        text = std::copy_n("0.000", 1 - exponent, text);
         std::memcpy(text, digits, count);
         return text + count;
     }

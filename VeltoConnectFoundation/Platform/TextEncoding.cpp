@@ -158,7 +158,7 @@ template <class Unit>
 void appendUnit(std::string& out, Unit unit, std::endian order) {
     for (std::size_t index = 0; index < sizeof(Unit); ++index) {
         const std::size_t place = order == std::endian::big ? sizeof(Unit) - 1 - index : index;
-        out += static_cast<char>((unit >> (8 * place)) & 0xFFU);
+        out += static_cast<char>((std::uint32_t{unit} >> (8 * place)) & 0xFFU);
     }
 }
 
