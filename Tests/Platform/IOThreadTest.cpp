@@ -55,14 +55,13 @@ TEST(IOThread, CallsBackAsLongAsThereIsSomethingToReadAndAtTheEnd) {
     Pipe pipe;
     std::string text;
     std::promise<void> ended;
-    Token token = 0;
-    token = io().addReadable(pipe.reader(), [&] {
+    const Token token = io().addReadable(pipe.reader(), [&] {
         EXPECT_TRUE(io().isCurrent());
         char byte;
         if (read(pipe.reader(), &byte, 1) == 1) {
             text += byte;
         } else {
-            io().remove(token);
+            io().removeCurrent();
             ended.set_value();
         }
     });
@@ -81,9 +80,8 @@ TEST(IOThread, CallsBackWhenThereIsRoomToWrite) {
     while (write(pipe.writer(), "0123456789abcdef", 16) > 0) {
     }
     std::promise<void> writable;
-    Token token = 0;
-    token = io().addWritable(pipe.writer(), [&] {
-        io().remove(token);
+    io().addWritable(pipe.writer(), [&] {
+        io().removeCurrent();
         writable.set_value();
     });
     std::array<char, 65536> block;

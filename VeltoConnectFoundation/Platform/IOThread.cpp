@@ -33,6 +33,7 @@ public:
     Token addDescriptor(int fd, std::uint32_t events, std::function<void()> callback);
     Token addTimer(Seconds after, std::function<void()> callback);
     void remove(Token token);
+    void removeCurrent() { remove(current()); }
 
 private:
     using Time = std::chrono::steady_clock;
@@ -42,6 +43,11 @@ private:
         Time::time_point due;
         std::function<void()> callback;
     };
+
+    Token current() {
+        const MutexGuard guard(mutex_);
+        return underWay_;
+    }
 
     void work();
     int timeOut();
@@ -220,6 +226,10 @@ IOThread::Token IOThread::addTimer(Seconds after, std::function<void()> callback
 
 void IOThread::remove(Token token) {
     state_->remove(token);
+}
+
+void IOThread::removeCurrent() {
+    state_->removeCurrent();
 }
 
 bool IOThread::isCurrent() const {

@@ -29,6 +29,9 @@ public:
     /// the I/O thread. A token that is done, removed or 0 is ignored.
     void remove(Token token);
 
+    /// Inside a callback: removes what is calling back, whose token its owner may not have yet.
+    void removeCurrent();
+
     bool isCurrent() const;
 
 private:

@@ -84,7 +84,7 @@ private:
     Mutex mutex_;
     std::condition_variable changed_;
     bool isUsed_ VELTO_GUARDED_BY(mutex_) = false;
-    std::uint64_t wakeCount_ VELTO_GUARDED_BY(mutex_) = 0;
+    std::uint64_t wakeCount_ VELTO_GUARDED_BY(mutex_) = 1;
     std::unique_ptr<ContextMailbox> mailbox_ VELTO_GUARDED_BY(mutex_);
 };
 
@@ -184,26 +184,28 @@ bool MainQueue::State::sync(const std::function<void()>& work,
     if (!isDispatched_.load() && performInline(work)) {
         return true;
     }
+    if (cancelled && cancelled()) {
+        return false;
+    }
     const auto call = std::make_shared<Call>();
     call->work = work;
     async([this, call] { perform(*call); });
 
     MutexGuard guard(mutex_);
-    while (call->phase != Call::Phase::ended) {
-        const std::uint64_t wakeCount = wakeCount_;
-        if (cancelled) {
-            guard.unlock();
-            const bool givesUp = cancelled();
-            guard.lock();
-            if (givesUp && call->phase != Call::Phase::ended) {
-                if (call->phase == Call::Phase::waiting) {
-                    call->phase = Call::Phase::abandoned;
-                }
-                return false;
-            }
-        }
-        while (call->phase != Call::Phase::ended && wakeCount == wakeCount_) {
+    for (std::uint64_t wakeCount = 0; call->phase != Call::Phase::ended;) {
+        if (wakeCount == wakeCount_ || !cancelled) {
             guard.wait(changed_);
+            continue;
+        }
+        wakeCount = wakeCount_;
+        guard.unlock();
+        const bool givesUp = cancelled();
+        guard.lock();
+        if (givesUp && call->phase != Call::Phase::ended) {
+            if (call->phase == Call::Phase::waiting) {
+                call->phase = Call::Phase::abandoned;
+            }
+            return false;
         }
     }
     guard.unlock();
