@@ -122,7 +122,7 @@ TEST(NotificationCenter, NobodyIsToldAfterItsObservationHasEndedWhileOthersPost)
             return;
         }
         for (int round = 0; round < 2000; ++round) {
-            auto alive = std::make_unique<int>(round);
+            auto alive = std::make_unique<std::atomic<int>>(round);
             {
                 const auto observation =
                     center().observe(Happened, nullptr, [&](const Notification&) { ++*alive; });
