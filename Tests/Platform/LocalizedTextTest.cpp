@@ -126,4 +126,9 @@ TEST(Locale, KnowsDecimalSeparators) {
     }
 }
 
+TEST(Locale, WritesIntegersInTheDigitsOfTheLocale) {
+    EXPECT_EQ(velto::integerTextForLocale(-1234567, "de_DE"), "-1234567");
+    EXPECT_EQ(velto::integerTextForLocale(120, "fa_IR"), "۱۲۰");
+}
+
 }  // namespace
