@@ -80,7 +80,8 @@ std::shared_ptr<const Regex> Regex::regexWithPattern(std::string_view pattern,
     content->text = pattern;
     content->pattern.reset(icu::RegexPattern::compile(
         icu::UnicodeString(false, units.data(), static_cast<std::int32_t>(units.size())),
-        letters == RegexCase::insensitive ? std::uint32_t{UREGEX_CASE_INSENSITIVE} : 0U, position, status));
+        letters == RegexCase::insensitive ? std::uint32_t{UREGEX_CASE_INSENSITIVE} : 0U, position,
+        status));
     if (U_FAILURE(status)) {
         fail(error, Error::make(GeneralErrorDomain, status, "The regular expression is not valid.",
                                 format("%@ in “%@”", u_errorName(status), pattern)));
