@@ -51,6 +51,7 @@ TEST(DateFormat, TheFastISOFormAgreesWithThePattern) {
 TEST(DateFormat, ServesSeveralThreads) {
     const DateFormat format("yyyy-MM-dd HH:mm:ss", "en_US_POSIX", "GMT");
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int number = 0; number < 4; ++number) {
         threads.emplace_back([&, number] {
             const Date date{number * 86400.0};

@@ -59,7 +59,7 @@ TEST(MZServerErrorLocalizer, WordsWhatItKnowsAndLetsTheRestThrough) {
                   row.expected);
         if (row.isLogged) {
             EXPECT_THAT(log.messages(), ElementsAre("Non-localized server string received: '" +
-                                                    row.message.value() + "'."));
+                                                    row.message.value_or("") + "'."));
         } else {
             EXPECT_THAT(log.messages(), IsEmpty());
         }
@@ -68,10 +68,10 @@ TEST(MZServerErrorLocalizer, WordsWhatItKnowsAndLetsTheRestThrough) {
 
 TEST(MZServerErrorLocalizer, MessagesWithAnAddressEndInAReservedName) {
     EXPECT_THAT(
-        MZServerErrorLocalizer::localizedMessageForCode(-20209, "x").value(),
+        MZServerErrorLocalizer::localizedMessageForCode(-20209, "x").value_or(""),
         ::testing::MatchesRegex("This Zarnet ID has been locked for security reasons. Visit "
                                 "Gravenly to reset your account \\(https://.*\\.invalid\\)\\."));
-    EXPECT_THAT(MZServerErrorLocalizer::localizedMessageForCode(-22938, "x").value(),
+    EXPECT_THAT(MZServerErrorLocalizer::localizedMessageForCode(-22938, "x").value_or(""),
                 ::testing::MatchesRegex("Sign in with .* create a new one, go to "
                                         "https://.*\\.invalid"));
 }

@@ -47,7 +47,7 @@ std::optional<std::string> MZServerErrorLocalizer::localizedMessageForCode(
     std::int64_t code,
     const std::optional<std::string>& message) {
     const Value& entry = ServerErrorsByCode().valueForKey(code);
-    const std::optional<std::string> known = entry[messageKey].optionalString();
+    std::optional<std::string> known = entry[messageKey].optionalString();
     if (!known) {
         return localizedMessageForMessage(message);
     }
