@@ -1,0 +1,82 @@
+#pragma once
+
+#include <VeltoConnectFoundation/Platform/DeliveryTarget.h>
+#include <VeltoConnectFoundation/Platform/FileDescriptor.h>
+#include <VeltoConnectFoundation/Platform/IOThread.h>
+#include <VeltoConnectFoundation/Platform/Lock.h>
+#include <VeltoConnectFoundation/Platform/Value.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+
+namespace velto {
+
+/// One thing that a channel tells: a block of bytes, or why it cannot read on.
+struct ChannelReport {
+    enum class Kind : std::uint8_t {
+        block,
+        drained,     ///< A block as well: what was left when the writer had ended.
+        openFailed,  ///< The I/O thread cannot watch the descriptor.
+        readFailed,
+    };
+
+    Kind kind = Kind::block;
+    Data block;     ///< Never empty in a block.
+    int error = 0;  ///< errno of a failure.
+};
+
+/// Reads one pipe on the I/O thread and delivers what it reads in order on a target.
+///
+/// While the target is behind by more than `limit` bytes nothing more is read, so a flood fills
+/// the pipe and not the memory. The I/O thread keeps an open channel alive.
+class VELTO_EXPORT_INTERNAL Channel final : public std::enable_shared_from_this<Channel> {
+public:
+    using Receiver = std::function<void(const ChannelReport&)>;
+
+    static constexpr std::size_t blockSize = 64 * 1024;
+    static constexpr std::size_t defaultLimit = 4 * 1024 * 1024;
+
+    /// `receiver` is called on the target only.
+    Channel(FileDescriptor descriptor,
+            DeliveryTarget target,
+            Receiver receiver,
+            std::size_t limit = defaultLimit);
+
+    void open();
+
+    /// I/O thread. Delivers what can be read without waiting, then closes. An end of file is not
+    /// waited for: somebody else may hold the other end open.
+    void drain();
+
+    /// From now on what is read is dropped and nothing is told: the writer never waits for nobody.
+    void discard();
+
+private:
+    class Letter;
+    enum class Reading : std::uint8_t { more, nothingNow, ended };
+
+    void readable();
+    Reading readBlock(ChannelReport::Kind kind, std::size_t& length);
+    void deliver(ChannelReport report);
+    void close();
+    int watch() VELTO_REQUIRES(mutex_);
+    bool pausedWhenBehind();
+    bool discards();
+    void received(std::size_t length);
+
+    const DeliveryTarget target_;
+    const std::shared_ptr<const Receiver> receiver_;
+    const std::size_t limit_;
+
+    FileDescriptor descriptor_;                          ///< I/O thread, once open.
+    std::unique_ptr<void, void (*)(void*)> readBuffer_;  ///< I/O thread; null between large blocks.
+
+    Mutex mutex_;
+    std::size_t waiting_ VELTO_GUARDED_BY(mutex_) = 0;  ///< Bytes read and not yet received.
+    bool open_ VELTO_GUARDED_BY(mutex_) = false;
+    bool discards_ VELTO_GUARDED_BY(mutex_) = false;
+    IOThread::Token watch_ VELTO_GUARDED_BY(mutex_) = 0;  ///< 0 also while reading is paused.
+};
+
+}  // namespace velto
