@@ -4,9 +4,13 @@
 #include <VeltoConnectFoundation/Platform/Version.h>
 
 #include <Tests/Support/Paths.h>
+#include <Tests/Support/TemporaryDirectory.h>
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <link.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
 #include <set>
@@ -15,6 +19,20 @@ namespace {
 
 using velto::Bundle;
 using velto::ProcessInfo;
+
+std::string pathOfLoadedLibrary(const char* part) {
+    std::pair<const char*, std::string> search{part, {}};
+    dl_iterate_phdr(
+        [](dl_phdr_info* object, std::size_t, void* it) {
+            auto& [wanted, found] = *static_cast<std::pair<const char*, std::string>*>(it);
+            if (std::string_view(object->dlpi_name).find(wanted) != std::string_view::npos) {
+                found = object->dlpi_name;
+            }
+            return 0;
+        },
+        &search);
+    return search.second;
+}
 
 TEST(Bundle, TheApplicationIsItsProcessUntilTheHostSpeaks) {
     const auto before = Bundle::application();
@@ -38,6 +56,40 @@ TEST(Bundle, TheLibraryIsTheFolderOfItsSharedObject) {
     EXPECT_EQ(Bundle::library().version(), velto::libraryVersion());
     EXPECT_TRUE(Bundle::library().identifier().starts_with(Bundle::storeFamilyPrefix));
     EXPECT_EQ(Bundle::executableFolder(), velto::testing::buildFolder() / "tests");
+}
+
+TEST(Bundle, AFolderIsOneWhenItHoldsItsInfo) {
+    const velto::testing::TemporaryDirectory folder;
+    const auto info = [](std::string_view content) {
+        return "<?xml version=\"1.0\"?><plist version=\"1.0\">" + std::string(content) + "</plist>";
+    };
+    folder.write("A.framework/Contents/Info.plist",
+                 info("<dict><key>CFBundleIdentifier</key><string>a.invalid</string>"
+                      "<key>CFBundleVersion</key><string>12</string></dict>"));
+    folder.write("B.framework/Contents/Info.plist", info("<array/>"));
+    folder.write("C.framework/Contents/Info.plist", "rubbish");
+
+    const auto bundle = Bundle::atPath(folder.at("A.framework/"));
+    ASSERT_TRUE(bundle.has_value());
+    EXPECT_EQ(bundle->path(), folder.at("A.framework"));
+    EXPECT_EQ(bundle->identifier(), "a.invalid");
+    EXPECT_EQ(bundle->version(), "12");
+    EXPECT_EQ(bundle->name(), "");
+    for (const char* name : {"B.framework", "C.framework", "D.framework", ""}) {
+        EXPECT_FALSE(Bundle::atPath(folder.at(name)).has_value()) << name;
+    }
+
+    // The loader names what it loaded by its path.
+    std::filesystem::create_directories(folder.at("A.framework/Contents/Libraries"));
+    const std::string object = folder.at("A.framework/Contents/Libraries/libloaded.so");
+    std::filesystem::copy_file(pathOfLoadedLibrary("/libexpat.so"), object);
+    void* handle = dlopen(object.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(handle, nullptr) << dlerror();
+    const auto loaded = Bundle::loadedBundles();
+    dlclose(handle);
+    ASSERT_EQ(loaded.size(), 2U);
+    EXPECT_EQ(loaded[0].identifier(), Bundle::library().identifier());
+    EXPECT_EQ(loaded[1].identifier(), "a.invalid");
 }
 
 TEST(ProcessInfo, TellsTheSystemInOneLineAndTheEnvironmentByName) {

@@ -1,12 +1,16 @@
 #include <VeltoConnectFoundation/Platform/Bundle.h>
 
+#include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/ProcessInfo.h>
+#include <VeltoConnectFoundation/Platform/PropertyList.h>
 #include <VeltoConnectFoundation/Platform/Version.h>
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include <cstdlib>
 #include <mutex>
+#include <set>
 #include <utility>
 
 namespace velto {
@@ -17,6 +21,8 @@ struct Bundle::Content {
 };
 
 namespace {
+
+constexpr std::size_t largestInfo = std::size_t{1} << 20;
 
 std::string folderOf(std::string_view file) {
     const std::size_t slash = file.rfind('/');
@@ -40,6 +46,20 @@ std::string libraryFolder() {
     const std::string path = whole == nullptr ? found.dli_fname : whole;
     std::free(whole);
     return folderOf(path);
+}
+
+/// Each once, without the program's own.
+std::set<std::string> foldersOfSharedObjects() {
+    std::set<std::string> folders;
+    dl_iterate_phdr(
+        [](dl_phdr_info* object, std::size_t, void* result) {
+            if (object->dlpi_name != nullptr && *object->dlpi_name == '/') {
+                static_cast<std::set<std::string>*>(result)->insert(folderOf(object->dlpi_name));
+            }
+            return 0;
+        },
+        &folders);
+    return folders;
 }
 
 /// What the host says of itself.
@@ -93,6 +113,38 @@ Bundle Bundle::library() {
                  {"CFBundleName", "VeltoConnectFoundation"},
                  {"CFBundleShortVersionString", libraryVersion()}}}));
     return Bundle(*content);
+}
+
+std::optional<Bundle> Bundle::atPath(std::string_view folder) {
+    while (folder.size() > 1 && folder.ends_with('/')) {
+        folder.remove_suffix(1);
+    }
+    auto content = std::make_shared<Content>();
+    content->path = folder;
+    const auto file = FileManager::read(content->path + "/Contents/Info.plist", largestInfo);
+    const auto info = file ? PropertyList::parse(file->view()) : std::nullopt;
+    if (!info || !info->isDictionary()) {
+        return std::nullopt;
+    }
+    content->info = info->dictionary();
+    return Bundle(std::move(content));
+}
+
+std::vector<Bundle> Bundle::loadedBundles() {
+    std::vector<Bundle> result{library()};
+    for (const std::string& folder : foldersOfSharedObjects()) {
+        // "X.framework/libx.so", "X.framework/Contents/libx.so",
+        // "X.app/Contents/Frameworks/libx.so"
+        std::string candidate = folder;
+        for (int level = 0; level < 3 && !candidate.empty(); ++level) {
+            if (auto bundle = atPath(candidate)) {
+                result.push_back(std::move(*bundle));
+                break;
+            }
+            candidate = folderOf(candidate);
+        }
+    }
+    return result;
 }
 
 const std::string& Bundle::path() const noexcept {

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/Value.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +23,12 @@ public:
                                const Dictionary& info = {});
     /// This library: its path is the folder of its shared object.
     static Bundle library();
+
+    /// A folder that holds Contents/Info.plist with a dictionary; none otherwise.
+    static std::optional<Bundle> atPath(std::string_view folder);
+    /// This library first, then those shared objects of the process that lie in a bundle's folder
+    /// or its Contents.
+    static std::vector<Bundle> loadedBundles();
 
     const std::string& path() const noexcept;  ///< A folder, without a slash at its end.
     std::string_view identifier() const noexcept { return info()["CFBundleIdentifier"].string(); }
