@@ -6,6 +6,17 @@
 
 using velto::Error;
 
+namespace {
+
+Error exhausted() {
+    return Error::make(
+        MZBufferedOutputStreamErrorDomain, -10000,
+        velto::localized("The output stream is exhausted and won’t allow additional writes."),
+        velto::localized("Output stream exhausted"));
+}
+
+}  // namespace
+
 MZBufferedOutputStream::MZBufferedOutputStream(std::shared_ptr<velto::OutputStream> output,
                                                std::size_t bufferSize)
     : output_(std::move(output)), opaque_(MZByteQueueCreate(bufferSize)) {
@@ -57,16 +68,14 @@ Error MZBufferedOutputStream::writeOut() {
     while (left != 0) {
         const std::ptrdiff_t count = output_->write(next, left);
         if (count < 0) {
-            return output_->streamError();
+            // A stream that fails must not pass for one that took everything.
+            Error error = output_->streamError();
+            return error ? error : exhausted();
         }
         if (count > 0) {
             emptyWrites = 0;
         } else if (++emptyWrites == 1001) {
-            return Error::make(
-                MZBufferedOutputStreamErrorDomain, -10000,
-                velto::localized(
-                    "The output stream is exhausted and won’t allow additional writes."),
-                velto::localized("Output stream exhausted"));
+            return exhausted();
         }
         next += count;
         left -= static_cast<std::size_t>(count);
