@@ -2,7 +2,10 @@
 
 #include <VeltoConnectFoundation/Platform/Value.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <bit>
 
 /// What the handles of Value.h point to. For the sources of Platform and for ValueBuilder alone.
 namespace velto::detail {
@@ -153,6 +156,27 @@ struct ValueAccess {
         return storage;
     }
 
+    /// The same where inlineCapacity bytes can be read, without a loop or a call.
+    static Storage shortTextOfLonger(const char* text, std::size_t length) noexcept {
+        using Words = std::array<std::uint64_t, 2>;
+        static constexpr auto masks = [] {
+            std::array<Words, inlineCapacity + 1> result{};
+            for (std::size_t count = 0; count < result.size(); ++count) {
+                std::array<std::uint8_t, 16> bytes{0xFF, 0xFF};
+                std::fill_n(bytes.begin() + 2, count, std::uint8_t{0xFF});
+                result[count] = std::bit_cast<Words>(bytes);
+            }
+            return result;
+        }();
+        Storage storage{};
+        storage.kind = ValueKind::string;
+        storage.form = static_cast<std::uint8_t>(length);
+        std::memcpy(storage.bytes, text, inlineCapacity);
+        auto words = std::bit_cast<Words>(storage);
+        words[0] &= masks[length][0];
+        words[1] &= masks[length][1];
+        return std::bit_cast<Storage>(words);
+    }
     static Value emptyContainer(ValueKind kind) noexcept {
         Storage storage{};
         storage.kind = kind;

@@ -32,6 +32,13 @@ public:
         }
     }
 
+    /// The longest text that stands in its handle.
+    static constexpr std::size_t shortText = ValueAccess::inlineCapacity;
+    /// `text` has at least shortText bytes, of which the first `length` are pushed.
+    void pushShortText(const char* text, std::size_t length) {
+        push(ValueAccess::shortTextOfLonger(text, length));
+    }
+
     /// Room for that many bytes of text, of which `pushBegunText` pushes what has been written.
     char* beginText(std::size_t capacity) {
         reserve(sizeof(StringBlock) + capacity);

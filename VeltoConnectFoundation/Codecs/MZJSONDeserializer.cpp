@@ -1,0 +1,670 @@
+#include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
+
+#include <VeltoConnectFoundation/Codecs/MZJSONDocumentReader.h>
+#include <VeltoConnectFoundation/Codecs/MZJSONNumber.h>
+#include <VeltoConnectFoundation/Codecs/MZUTF.h>
+#include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+namespace {
+
+using velto::Error;
+using velto::fail;
+using velto::localized;
+using velto::localizedFormat;
+using velto::TextEncoding;
+using velto::Value;
+
+constexpr char sourceFile[] = "MZJSONDeserializer.m";
+constexpr int maximumEmptyReads = 1001;
+
+Error jsonError(std::int64_t code, const std::string& description, const std::string& reason) {
+    return Error::make(MZJSONSerlizationErrorDomain, code, description, reason);
+}
+
+/// Fills the out-parameter and answers none.
+Value failed(Error* out, Error error) {
+    fail(out, std::move(error));
+    return {};
+}
+
+std::string invalidSequence() {
+    return localized("Invalid character sequence");
+}
+
+std::string invalidDictionary() {
+    return localized("Invalid dictionary character sequence.");
+}
+
+std::string unsupportedSequence() {
+    return localized("Unsupported character sequence");
+}
+
+bool isNumberCharacter(char16_t character) noexcept {
+    return (character >= '0' && character <= '9') || character == '+' || character == '-' ||
+           character == '.' || character == 'e' || character == 'E';
+}
+
+/// The next character that is no white space. False as getNextCharacter.
+bool nextVisibleCharacter(MZStringStreamReader& reader, char16_t& character, Error* error) {
+    while (MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+        if (!IsWhitespaceCharacter(character)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// The platform scanner's rule: white space, perhaps "0x", then digits up to the first other
+/// character. None without a digit.
+std::optional<char16_t> scannedHexadecimal(const std::array<char16_t, 4>& text) noexcept {
+    std::size_t at = 0;
+    while (at < text.size() && IsWhitespaceCharacter(text[at])) {
+        ++at;
+    }
+    if (at + 1 < text.size() && text[at] == '0' && (text[at + 1] == 'x' || text[at + 1] == 'X')) {
+        at += 2;
+    }
+    const std::size_t first = at;
+    unsigned value = 0;
+    for (; at < text.size(); ++at) {
+        const char16_t c = text[at];
+        if (c >= '0' && c <= '9') {
+            value = value * 16 + (c - '0');
+        } else if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')) {
+            value = value * 16 + ((c | 0x20) - 'a' + 10);
+        } else {
+            break;
+        }
+    }
+    return at == first ? std::nullopt : std::optional(static_cast<char16_t>(value));
+}
+
+/// What is open while an input stream is read.
+class OpenStream {
+public:
+    explicit OpenStream(velto::InputStream& stream) : stream_(stream) { stream_.open(); }
+    ~OpenStream() { stream_.close(); }
+    OpenStream(const OpenStream&) = delete;
+    OpenStream& operator=(const OpenStream&) = delete;
+
+private:
+    velto::InputStream& stream_;
+};
+
+}  // namespace
+
+bool IsWhitespaceCharacter(char16_t character) noexcept {
+    return velto::isWhiteSpace(character);
+}
+
+/// A container that is being read. It takes its values one by one, each with the punctuation that
+/// follows.
+class MZJSONDeserializer::Container {
+public:
+    enum class Step : std::uint8_t { wantsValue, ended, failed };
+
+    explicit Container(Context kind) noexcept : kind_(kind) {}
+
+    Context kind() const noexcept { return kind_; }
+
+    /// `value` none: there was no more, by the closing bracket or the end of the input.
+    Step accept(Value value, MZStringStreamReader& reader, Error* error) {
+        return kind_ == Context::array ? acceptElement(std::move(value), reader, error)
+                                       : acceptPart(std::move(value), reader, error);
+    }
+
+    Value take() {
+        return kind_ == Context::array ? Value(std::move(array_)) : Value(std::move(dictionary_));
+    }
+
+private:
+    enum class Expected : std::uint8_t { first, afterComma, afterColon };
+
+    static Step failed(Error* out, Error error) {
+        fail(out, std::move(error));
+        return Step::failed;
+    }
+
+    Step acceptElement(Value value, MZStringStreamReader& reader, Error* error) {
+        if (value.isNone()) {
+            if (expected_ == Expected::first) {
+                return Step::ended;
+            }
+            return failed(error, jsonError(-10007,
+                                           localizedFormat("Invalid JSON character sequence in "
+                                                           "array (%1$C) at index %2$lu. An "
+                                                           "additional object was expected.",
+                                                           u',', reader.position()),
+                                           localized("Invalid character sequence after comma")));
+        }
+        array_.append(std::move(value));
+        char16_t character = 0;
+        Error failure;
+        if (!nextVisibleCharacter(reader, character, &failure)) {
+            return failed(error, failure ? failure
+                                         : jsonError(-10023,
+                                                     localizedFormat("Unfinished JSON array at "
+                                                                     "index %1$lu",
+                                                                     reader.position()),
+                                                     invalidSequence()));
+        }
+        if (character == ']') {
+            return Step::ended;
+        }
+        if (character != ',') {
+            return failed(
+                error, jsonError(-10006,
+                                 localizedFormat("Invalid JSON character sequence in array (%1$C) "
+                                                 "at index %2$lu",
+                                                 character, reader.position()),
+                                 invalidSequence()));
+        }
+        expected_ = Expected::afterComma;
+        return Step::wantsValue;
+    }
+
+    Step acceptPart(Value value, MZStringStreamReader& reader, Error* error) {
+        if (value.isNone()) {
+            return expected_ == Expected::first ? Step::ended : missingPart(reader, error);
+        }
+        if (expected_ != Expected::afterColon) {
+            return acceptKey(std::move(value), reader, error);
+        }
+        dictionary_.set(std::move(key_), std::move(value));
+        char16_t character = 0;
+        Error failure;
+        if (!nextVisibleCharacter(reader, character, &failure)) {
+            return failed(error, failure
+                                     ? failure
+                                     : jsonError(-10025,
+                                                 localizedFormat("Unterminated JSON dictionary at "
+                                                                 "index %1$lu",
+                                                                 reader.position()),
+                                                 invalidDictionary()));
+        }
+        if (character == '}') {
+            return Step::ended;
+        }
+        if (character != ',') {
+            return failed(error,
+                          jsonError(-10009,
+                                    localizedFormat("Invalid JSON character sequence while looking "
+                                                    "for the next entry or the end of the "
+                                                    "dictionary (%1$C) at index %2$lu",
+                                                    character, reader.position()),
+                                    invalidDictionary()));
+        }
+        expected_ = Expected::afterComma;
+        return Step::wantsValue;
+    }
+
+    Step acceptKey(Value key, MZStringStreamReader& reader, Error* error) {
+        key_ = std::move(key);
+        char16_t character = 0;
+        Error failure;
+        if (!nextVisibleCharacter(reader, character, &failure)) {
+            return failed(error, failure
+                                     ? failure
+                                     : jsonError(-10024,
+                                                 localizedFormat("Unfinished JSON dictionary at "
+                                                                 "index %1$lu.",
+                                                                 reader.position()),
+                                                 invalidDictionary()));
+        }
+        if (character != ':') {
+            return failed(error,
+                          jsonError(-10008,
+                                    localizedFormat("Invalid JSON character sequence while looking "
+                                                    "for colon in dictionary (%1$C) at index %2$lu",
+                                                    character, reader.position()),
+                                    invalidDictionary()));
+        }
+        expected_ = Expected::afterColon;
+        return Step::wantsValue;
+    }
+
+    Step missingPart(MZStringStreamReader& reader, Error* error) {
+        const std::string text =
+            expected_ == Expected::afterColon
+                ? localizedFormat(
+                      "Invalid JSON character sequence in dictionary at index %1$lu. A "
+                      "value was expected after the colon for key ‘%2$@’.",
+                      reader.position(), key_)
+                : localizedFormat(
+                      "Invalid JSON character sequence in dictionary (%1$C) at index "
+                      "%2$lu. A value was expected after the colon for key ‘%3$@’.",
+                      u',', reader.position(), "");
+        return failed(error,
+                      jsonError(-10007, text,
+                                localized("Invalid dictionary character sequence after colon.")));
+    }
+
+    Context kind_;
+    Expected expected_ = Expected::first;
+    velto::Array array_;
+    velto::Dictionary dictionary_;
+    Value key_;
+};
+
+std::shared_ptr<MZJSONDeserializer> MZJSONDeserializer::deserializer() {
+    return std::make_shared<MZJSONDeserializer>();
+}
+
+MZJSONDeserializer::MZJSONDeserializer()
+    : readBuffer_(static_cast<char*>(std::malloc(initialSize))) {
+    velto::assertParameter(readBuffer_ != nullptr, "_readBuffer", "-[MZJSONDeserializer init]",
+                           sourceFile);
+}
+
+Value MZJSONDeserializer::deserializeJSONData(const velto::Data& data, Error* error) {
+    std::size_t markLength = 0;
+    TextEncoding encoding = TextEncoding::utf8;
+    if (MZUTFDetermineEncodingFromBytesWithASCIIFirstCharacter(
+            data.bytes(), std::min<std::size_t>(data.length(), 4), markLength, encoding) &&
+        encoding == TextEncoding::utf8 && data.length() >= 4) {
+        if (Value document = MZJSONDocumentReader(data.view().substr(markLength)).read()) {
+            encoding_ = encoding;
+            return document;
+        }
+    }
+    const auto stream = velto::InputStream::withData(data);
+    const OpenStream open(*stream);
+    return deserializeJSONStream(stream, error);
+}
+
+Value MZJSONDeserializer::deserializeJSONStream(const std::shared_ptr<velto::InputStream>& stream,
+                                                Error* error) {
+    std::array<std::uint8_t, 4> bytes;
+    int emptyReads = 0;
+    for (std::size_t obtained = 0; obtained < bytes.size();) {
+        const std::ptrdiff_t count = stream->read(bytes.data() + obtained, bytes.size() - obtained);
+        if (count < 0) {
+            return failed(error, stream->streamError());
+        }
+        emptyReads = count == 0 ? emptyReads + 1 : 0;
+        if (emptyReads == maximumEmptyReads) {
+            return failed(error,
+                          jsonError(-10002,
+                                    localized("The JSON input stream is exhausted and won’t allow "
+                                              "additional reads."),
+                                    localized("The JSON input stream is exhausted.")));
+        }
+        obtained += static_cast<std::size_t>(count);
+    }
+    std::size_t markLength = 0;
+    if (!MZUTFDetermineEncodingFromBytesWithASCIIFirstCharacter(bytes.data(), bytes.size(),
+                                                                markLength, encoding_)) {
+        return failed(error, jsonError(-10003,
+                                       localized("The JSON input stream character encoding is "
+                                                 "non-deterministic."),
+                                       localized("The JSON input stream encoding is "
+                                                 "non-deterministic.")));
+    }
+    MZStringStreamReader reader(encoding_, stream);
+    reader.pushBytes(bytes.data() + markLength, bytes.size() - markLength);
+    return deserializeJSONStringReader(reader, error);
+}
+
+Value MZJSONDeserializer::deserializeJSONStringReader(MZStringStreamReader& reader, Error* error) {
+    Error failure;
+    Value document = deserializeJSONStringReader(reader, Value(), &failure);
+    if (document.isNone()) {
+        return failure ? failed(error, std::move(failure)) : Value();
+    }
+    char16_t character = 0;
+    if (nextVisibleCharacter(reader, character, &failure)) {
+        return failed(error,
+                      jsonError(-10021,
+                                localizedFormat("Invalid spurious JSON character sequence (%1$C) "
+                                                "at index %2$lu",
+                                                character, reader.position()),
+                                invalidSequence()));
+    }
+    if (failure) {
+        return failed(error, std::move(failure));
+    }
+    if (!reader.isAtEnd()) {
+        return failed(error, jsonError(-10022,
+                                       localizedFormat("Invalid JSON character 0x%x read at index "
+                                                       "%lu",
+                                                       unsigned{character}, reader.position()),
+                                       invalidSequence()));
+    }
+    return document;
+}
+
+Value MZJSONDeserializer::deserializeJSONStringReader(MZStringStreamReader& reader,
+                                                      const Value& context,
+                                                      Error* error) {
+    return readValue(reader,
+                     context.isArray()        ? Context::array
+                     : context.isDictionary() ? Context::dictionary
+                                              : Context::none,
+                     {}, error);
+}
+
+Value MZJSONDeserializer::deserializeJSONArrayWithStringReader(MZStringStreamReader& reader,
+                                                               Error* error) {
+    return readValue(reader, Context::none, {Container(Context::array)}, error);
+}
+
+Value MZJSONDeserializer::deserializeJSONDictionaryWithStringReader(MZStringStreamReader& reader,
+                                                                    Error* error) {
+    return readValue(reader, Context::none, {Container(Context::dictionary)}, error);
+}
+
+/// The value that stands in `context`, or the first of `containers`, which have been opened. The
+/// list stands in place of the call stack, so that nesting may be of any depth.
+Value MZJSONDeserializer::readValue(MZStringStreamReader& reader,
+                                    Context context,
+                                    std::vector<Container> containers,
+                                    Error* error) {
+    for (;;) {
+        const Context inside = containers.empty() ? context : containers.back().kind();
+        char16_t character = 0;
+        Value value;
+        Error failure;
+        if (nextVisibleCharacter(reader, character, &failure)) {
+            if (character == '[' || character == '{') {
+                containers.emplace_back(character == '[' ? Context::array : Context::dictionary);
+                continue;
+            }
+            value = readPlainValue(reader, character, inside, &failure);
+        }
+        if (failure) {
+            return failed(error, std::move(failure));
+        }
+        for (;; containers.pop_back()) {
+            if (containers.empty()) {
+                return value;
+            }
+            const auto step = containers.back().accept(std::move(value), reader, error);
+            if (step == Container::Step::failed) {
+                return {};
+            }
+            if (step == Container::Step::wantsValue) {
+                break;
+            }
+            value = containers.back().take();
+        }
+    }
+}
+
+/// A value that is no container, or the end of one (none).
+Value MZJSONDeserializer::readPlainValue(MZStringStreamReader& reader,
+                                         char16_t character,
+                                         Context context,
+                                         Error* error) {
+    const bool contained = context != Context::none;
+    const auto misplaced = [&](std::int64_t code, const std::string& text) {
+        return failed(error, jsonError(code, text, invalidSequence()));
+    };
+    switch (character) {
+        case '"':
+            return contained ? deserializeJSONStringWithStringReader(reader, error)
+                             : misplaced(-10017, localizedFormat(
+                                                     "Invalid JSON string sequence (%1$C) at index "
+                                                     "%2$lu while not in a container.",
+                                                     character, reader.position()));
+        case '-':
+        case '.':
+        case '0':
+        case '1':
+        case '2':
+        case '3':
+        case '4':
+        case '5':
+        case '6':
+        case '7':
+        case '8':
+        case '9':
+            return contained ? deserializeJSONNumberWithStringReader(reader, character, error)
+                             : misplaced(-10018, localizedFormat(
+                                                     "Invalid JSON number sequence (%1$C) at index "
+                                                     "%2$lu while not in a container.",
+                                                     character, reader.position()));
+        case 't':
+        case 'f':
+            return contained
+                       ? deserializeJSONBooleanWithStringReader(reader, character, error)
+                       : misplaced(-10019,
+                                   localizedFormat("Invalid JSON boolean sequence (%1$C) at index "
+                                                   "%2$lu while not in a container.",
+                                                   character, reader.position()));
+        case 'n':
+            return contained ? deserializeJSONNullWithStringReader(reader, error)
+                             : misplaced(-10020, localizedFormat(
+                                                     "Invalid JSON null sequence (%1$C) at index "
+                                                     "%2$lu while not in a container.",
+                                                     character, reader.position()));
+        case ']':
+            return context == Context::array
+                       ? Value()
+                       : misplaced(-10015,
+                                   localizedFormat("Invalid JSON character sequence (%1$C) at "
+                                                   "index %2$lu while not in an array.",
+                                                   character, reader.position()));
+        case '}':
+            return context == Context::dictionary
+                       ? Value()
+                       : misplaced(-10016,
+                                   localizedFormat("Invalid JSON character sequence (%1$C) at "
+                                                   "index %2$lu while not in a dictionary.",
+                                                   character, reader.position()));
+        default:
+            return misplaced(-10005, localizedFormat("Invalid JSON character sequence (%1$C) at "
+                                                     "index %2$lu",
+                                                     character, reader.position()));
+    }
+}
+
+Value MZJSONDeserializer::deserializeJSONStringWithStringReader(MZStringStreamReader& reader,
+                                                                Error* error) {
+    index_ = 0;
+    char16_t character = 0;
+    while (MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+        switch (character) {
+            case '"':
+                return bufferedText();
+            case '\\':
+                if (!readEscape(reader, error)) {
+                    return {};
+                }
+                break;
+            case '\t':
+            case '\n':
+            case '\r':
+                return failed(error,
+                              jsonError(-10027,
+                                        localizedFormat("An illegal character was found in a "
+                                                        "string (%1$C) at index %2$lu",
+                                                        character, reader.position()),
+                                        unsupportedSequence()));
+            default:
+                append(character);
+                break;
+        }
+    }
+    return {};
+}
+
+bool MZJSONDeserializer::readEscape(MZStringStreamReader& reader, Error* error) {
+    char16_t character = 0;
+    if (!MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+        return false;
+    }
+    switch (character) {
+        case 'n':
+            append('\n');
+            return true;
+        case 'r':
+            append('\r');
+            return true;
+        case 't':
+            append('\t');
+            return true;
+        case 'b':
+            append('\b');
+            return true;
+        case 'f':
+            append('\f');
+            return true;
+        case '"':
+        case '/':
+        case '\\':
+            append(character);
+            return true;
+        case 'u':
+            break;
+        default:
+            return fail(error, jsonError(-10011,
+                                         localizedFormat("An unsupported escape sequence was found "
+                                                         "in a string (%1$C) at index %2$lu",
+                                                         character, reader.position()),
+                                         unsupportedSequence()));
+    }
+    std::array<char16_t, 4> digits;
+    for (char16_t& digit : digits) {
+        if (!MZStringStreamReaderGetNextCharacter(reader, digit, error)) {
+            return false;
+        }
+    }
+    const std::optional<char16_t> unit = scannedHexadecimal(digits);
+    if (!unit) {
+        return fail(error, jsonError(-10012,
+                                     localizedFormat(
+                                         "An unrecognized Unicode escape sequence was found in a "
+                                         "string (%1$@) at index %2$lu",
+                                         velto::utf8FromUTF16({digits.data(), digits.size()}),
+                                         reader.position()),
+                                     unsupportedSequence()));
+    }
+    append(*unit);
+    return true;
+}
+
+/// The buffer holds one to three bytes for each unit. Surrogates stand in it one by one, so that
+/// pairs have to be joined.
+Value MZJSONDeserializer::bufferedText() {
+    const std::string_view text(readBuffer_.get(), index_);
+    if (velto::isValidUTF8(text)) {
+        return text;
+    }
+    std::u16string units;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t consumed = 0;
+        char16_t unit = 0;
+        if (MZUTF8DecodeBytesTo16Bits(bytes + at, text.size() - at, consumed, unit)) {
+            return {};
+        }
+        units += unit;
+        at += consumed;
+    }
+    return velto::utf8FromUTF16(units);
+}
+
+void MZJSONDeserializer::growBuffer() {
+    allocated_ *= 2;
+    auto* larger = static_cast<char*>(std::realloc(readBuffer_.get(), allocated_));
+    if (larger != nullptr) {
+        static_cast<void>(readBuffer_.release());
+        readBuffer_.reset(larger);
+    }
+    velto::assertParameter(
+        larger != nullptr, "self->_readBuffer",
+        "void ReadBufferResizeIfNeeded(MZJSONDeserializer *__strong, NSUInteger)", sourceFile);
+}
+
+void MZJSONDeserializer::append(char16_t character) {
+    if (index_ + 3 >= allocated_) {
+        growBuffer();
+    }
+    if (character < 0x80) {
+        readBuffer_.get()[index_++] = static_cast<char>(character);
+        return;
+    }
+    std::size_t count = 0;
+    MZUTF8Encode16BitsToBytes(character,
+                              reinterpret_cast<std::uint8_t*>(readBuffer_.get()) + index_, count);
+    index_ += count;
+}
+
+Value MZJSONDeserializer::deserializeJSONNumberWithStringReader(MZStringStreamReader& reader,
+                                                                char16_t initialCharacter,
+                                                                Error* error) {
+    index_ = 0;
+    char16_t character = initialCharacter;
+    do {
+        append(character);
+        if (!MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+            return {};
+        }
+    } while (isNumberCharacter(character));
+    reader.pushCharacter(character);
+    const std::string_view text(readBuffer_.get(), index_);
+    const MZJSONNumber number(text);
+    if (number.status == MZJSONNumber::Status::leadingZero) {
+        return failed(error, jsonError(-10026,
+                                       localizedFormat("Invalid JSON number sequence. Integers may "
+                                                       "not have a leading zero. (%1$s) at index "
+                                                       "%2$lu",
+                                                       text, reader.position()),
+                                       localized("Invalid number character sequence.")));
+    }
+    if (number.status == MZJSONNumber::Status::inconvertible) {
+        return failed(error,
+                      jsonError(-10011,
+                                localizedFormat("Invalid JSON number sequence while converting the "
+                                                "input to a number. (%1$s) at index %2$lu",
+                                                text, reader.position()),
+                                localized("Invalid number character sequence.")));
+    }
+    return number.value;
+}
+
+Value MZJSONDeserializer::deserializeJSONBooleanWithStringReader(MZStringStreamReader& reader,
+                                                                 char16_t initialCharacter,
+                                                                 Error* error) {
+    const bool flag = initialCharacter == 't';
+    for (const char expected : std::string_view(flag ? "rue" : "alse")) {
+        char16_t character = 0;
+        if (!MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+            return {};
+        }
+        if (character != static_cast<char16_t>(expected)) {
+            return failed(error,
+                          jsonError(-10010,
+                                    localizedFormat("Invalid JSON character sequence while looking "
+                                                    "for the character in a boolean. (%1$C) at "
+                                                    "index %2$lu",
+                                                    character, reader.position()),
+                                    localized("Invalid boolean character sequence.")));
+        }
+    }
+    return flag;
+}
+
+Value MZJSONDeserializer::deserializeJSONNullWithStringReader(MZStringStreamReader& reader,
+                                                              Error* error) {
+    for (const char expected : std::string_view("ull")) {
+        char16_t character = 0;
+        if (!MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+            return {};
+        }
+        if (character != static_cast<char16_t>(expected)) {
+            return failed(error, jsonError(-10011,
+                                           localizedFormat("Invalid JSON character while looking "
+                                                           "for a character in a null sequence. "
+                                                           "(%1$C) at index %2$lu",
+                                                           character, reader.position()),
+                                           localized("Invalid null character sequence")));
+        }
+    }
+    return velto::Null{};
+}
