@@ -299,6 +299,8 @@ Value coerced(const Value& value, SettingKind kind) {
                 }
             }
             return Array{value};
+        case SettingKind::stringOrArray:
+            return value.isString() || value.isArray() ? value : Value();
         case SettingKind::dictionary:
             if (value.isString() && value.string().starts_with('{')) {
                 const auto parsed = inlineValue(value.string());
@@ -336,8 +338,8 @@ bool fits(const Value& value, SettingKind kind) {
 }
 
 std::string_view nameOfKind(SettingKind kind) {
-    constexpr std::array<std::string_view, 6> names = {"YES or NO", "a whole number", "a number",
-                                                       "text",      "a list",         "a table"};
+    constexpr std::array<std::string_view, 7> names = {
+        "YES or NO", "a whole number", "a number", "text", "a list", "a table", "text or a list"};
     return names[static_cast<std::size_t>(kind)];
 }
 

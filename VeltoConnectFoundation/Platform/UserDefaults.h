@@ -10,7 +10,7 @@
 
 namespace velto {
 
-enum class SettingKind : std::uint8_t { boolean, integer, number, string, array, dictionary };
+enum class SettingKind : std::uint8_t { boolean, integer, number, string, array, dictionary, stringOrArray };
 
 /// Whether what a server sends may set it.
 enum class SettingReach : std::uint8_t { local, remote };
