@@ -243,22 +243,25 @@ TEST(PropertyList, WhatHasNoFormIsAnError) {
         const char* name;
         Value value;
         bool hasXML;
+        bool hasBinary;
     } rows[] = {
-        {"none", {}, false},
-        {"null", Array{velto::Null{}}, false},
-        {"key that is no text", Dictionary{{1, 2}}, false},
-        {"too deep", deep, false},
-        {"object", Array{Error("Domain", 1)}, false},
-        {"invalid text", "\xff", false},
-        {"zero byte", std::string_view("\0", 1), false},
-        {"large unsigned", std::numeric_limits<std::uint64_t>::max(), true},
-        {"far date", Date{1e10}, true},
+        {"none", {}, false, false},
+        {"null", Array{velto::Null{}}, false, false},
+        {"key that is no text", Dictionary{{1, 2}}, false, false},
+        {"too deep", deep, false, false},
+        {"object", Array{Error("Domain", 1)}, false, false},
+        {"control character", "a\x01", false, true},
+        {"character XML has not", "\uffff", false, true},
+        {"invalid text", "\xff", false, false},
+        {"zero byte", std::string_view("\0", 1), false, false},
+        {"large unsigned", std::numeric_limits<std::uint64_t>::max(), true, false},
+        {"far date", Date{1e10}, true, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         Error error;
-        EXPECT_EQ(PropertyList::xml(row.value).has_value(), row.hasXML);
-        EXPECT_FALSE(PropertyList::binary(row.value, &error).has_value());
+        EXPECT_EQ(PropertyList::xml(row.value, &error).has_value(), row.hasXML);
+        EXPECT_EQ(PropertyList::binary(row.value, &error).has_value(), row.hasBinary);
         EXPECT_THAT(error, IsError(velto::PropertyListErrorDomain, 2));
     }
 }

@@ -412,9 +412,11 @@ private:
 
 // Writing.
 
-/// XML 1.0 has no form for the other control characters.
+/// XML 1.0 has no form for the other control characters, nor for U+FFFE and U+FFFF.
 bool isXMLText(std::string_view text) {
-    return isValidUTF8(text) && std::ranges::none_of(text, [](char c) {
+    return isValidUTF8(text) && text.find("\xef\xbf\xbe") == std::string_view::npos &&
+           text.find("\xef\xbf\xbf") == std::string_view::npos &&
+           std::ranges::none_of(text, [](char c) {
                return static_cast<std::uint8_t>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
            });
 }
