@@ -30,14 +30,16 @@ namespace {
 constexpr std::int64_t codeOfTokenWithoutOne = -20000;
 constexpr std::int64_t codeOfMessageWithoutOne = -26000;
 
-/// What a token holds, fit for a line that others may read.
+/// What a token holds, fit for a line that others may read: only what a service says of its own
+/// failure is shown, for any other entry may be a secret.
 Value loggable(const Value& plist) {
-    if (!plist["rovquill"]) {
-        return MZLoggableObjectForObject(plist);
+    Dictionary shown;
+    for (const velto::DictionaryEntry& entry : plist.dictionary()) {
+        const std::string_view key = entry.key.string();
+        const bool isResult = key == "userString" || key == "resultString" || key == "resultCode";
+        shown.set(entry.key, isResult ? entry.value : Value("**hidden value**"));
     }
-    Dictionary hidden = plist.dictionary();
-    hidden.set("rovquill", "**hidden value**");
-    return MZLoggableObjectForObject(hidden);
+    return MZLoggableObjectForObject(shown);
 }
 
 std::string_view firstText(const Value& plist, std::string_view key, std::string_view otherKey) {

@@ -520,6 +520,7 @@ void VeltoDrovan::executeAsynchronously() {
     {
         Guard guard(lock_);
         drovanTask_ = child;
+        lastTask_ = child;
     }
     try {
         launch(child);
@@ -570,6 +571,13 @@ void VeltoDrovan::terminate() {
     Guard guard(lock_);
     if (drovanTask_ == child) {
         drovanTask_ = nullptr;
+    }
+}
+
+void VeltoDrovan::kill() {
+    Guard guard(lock_);
+    if (lastTask_ != nullptr) {
+        lastTask_->process().kill();
     }
 }
 

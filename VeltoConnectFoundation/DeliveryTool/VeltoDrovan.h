@@ -95,7 +95,9 @@ public:
     /// Asks a running tool to end, and waits on the calling thread's run loop until it has and all
     /// its output has been delivered.
     void terminate();
-    /// The same on a thread of its own; without `notify` the delegate does not hear of the end.
+    /// Kills the process group of the last launch, or what is left of it, at once; does not wait.
+    void kill();
+    /// The same as terminate on a thread of its own; without `notify` the delegate does not hear of the end.
     void terminateInBackgroundAndNotify(bool notify);
     bool isRunning() const;
     /// The exit status, or the signal's number; 0 before the first end, -1 when it was lost.
@@ -129,6 +131,7 @@ private:
     std::string outputData_ VELTO_GUARDED_BY(lock_);
     std::string errorData_ VELTO_GUARDED_BY(lock_);
     std::shared_ptr<Child> drovanTask_ VELTO_GUARDED_BY(lock_);
+    std::shared_ptr<Child> lastTask_ VELTO_GUARDED_BY(lock_);  ///< Stays when it has ended.
     bool terminated_ VELTO_GUARDED_BY(lock_) = false;
     std::int32_t terminationStatus_ VELTO_GUARDED_BY(lock_) = 0;
     std::string serviceAddress_ VELTO_GUARDED_BY(lock_);

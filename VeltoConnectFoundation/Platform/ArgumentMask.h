@@ -4,6 +4,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 namespace velto {
 
@@ -11,5 +12,8 @@ namespace velto {
 /// secrets read "**hidden value**", unless they only name a variable ("@env:…"). An option's
 /// value is the next argument, or what follows "=" or a space in its own.
 VELTO_EXPORT std::string maskedArguments(std::span<const std::string> arguments);
+
+/// The same, one by one.
+VELTO_EXPORT std::vector<std::string> maskedArgumentList(std::span<const std::string> arguments);
 
 }  // namespace velto

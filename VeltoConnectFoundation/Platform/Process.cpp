@@ -155,6 +155,7 @@ public:
                 Error* error);
     bool signal(int number);
     bool terminate();
+    bool kill();
     void waitUntilExit();
     void abandon();
 
@@ -174,6 +175,7 @@ private:
     void childEnded();
     std::optional<ProcessExit> reap() const VELTO_REQUIRES(mutex_);
     void graceEnded();
+    bool killGroup() VELTO_REQUIRES(mutex_);
 
     mutable Mutex mutex_;
     Phase phase_ VELTO_GUARDED_BY(mutex_) = Phase::idle;
@@ -412,11 +414,20 @@ bool Process::State::terminate() {
 void Process::State::graceEnded() {
     const MutexGuard guard(mutex_);
     graceTimer_ = 0;
+    killGroup();
+}
+
+bool Process::State::kill() {
+    const MutexGuard guard(mutex_);
+    return killGroup();
+}
+
+bool Process::State::killGroup() {
     // A group outlives its leader, and as long as it has members no process gets the leader's
     // number: one that has it is somebody else, and so is its group.
-    if (phase_ == Phase::running || (::kill(child_, 0) != 0 && errno == ESRCH)) {
-        ::kill(-child_, SIGKILL);
-    }
+    const bool isOurs = phase_ == Phase::running ||
+                        (child_ > 0 && ::kill(child_, 0) != 0 && errno == ESRCH);
+    return isOurs && ::kill(-child_, SIGKILL) == 0;
 }
 
 void Process::State::waitUntilExit() {
@@ -504,6 +515,10 @@ std::optional<ProcessExit> Process::exitStatus() const {
 
 bool Process::terminate() {
     return state_->terminate();
+}
+
+bool Process::kill() {
+    return state_->kill();
 }
 
 bool Process::interrupt() {

@@ -83,6 +83,9 @@ public:
     /// grace. False when there is no running child.
     bool terminate();
     bool interrupt();  ///< SIGINT to the whole group.
+    /// SIGKILL to the whole group, or to what is left of it when the child has ended. False when
+    /// nothing is.
+    bool kill();
 
     /// Runs the calling thread's run loop until the child has been reaped.
     void waitUntilExit() const;

@@ -44,7 +44,7 @@ public:
                                                    Error* error = nullptr) const;
 
     static constexpr Seconds lifetime{1200};
-    static constexpr std::string_view audience = "velto-connect-v1";
+    static constexpr std::string_view audience = "velto-connect";
 
     class Key;
 
