@@ -1,0 +1,89 @@
+#pragma once
+
+#include <CommandLine/ExitCode.h>
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <vector>
+
+/// The one description of what can be typed: parsing, help, completion and manual page come from
+/// it.
+namespace velto::cli {
+
+class Frontend;
+class Invocation;
+
+enum class ArgumentKind { text, file, folder, setting };
+
+struct Option {
+    std::string_view name;        ///< Without the dashes.
+    char letter = 0;              ///< 0 without a short form.
+    std::string_view value = {};  ///< What stands for the value; empty for a switch.
+    std::string_view help = {};
+    std::span<const std::string_view> choices = {};
+    ArgumentKind kind = ArgumentKind::text;
+
+    bool takesValue() const { return !value.empty(); }
+};
+
+struct OptionGroup {
+    std::string_view title;
+    std::vector<const Option*> options;
+};
+
+struct Operand {
+    std::string_view name;
+    ArgumentKind kind = ArgumentKind::text;
+    std::span<const std::string_view> choices = {};
+    std::size_t least = 1;
+    std::size_t most = 1;  ///< 0 for any number.
+};
+
+struct Example {
+    std::string_view line;
+    std::string_view meaning;
+};
+
+struct Command {
+    std::string_view name;  ///< All words: "tool locate".
+    std::string_view summary;
+    std::string_view description;  ///< Paragraphs, with line feeds between them.
+    std::vector<Operand> operands = {};
+    std::vector<OptionGroup> groups = {};  ///< Beside the common options.
+    std::vector<Example> examples = {};
+    ExitCode (*run)(Frontend&,
+                    const Invocation&) = nullptr;  ///< Null for a mere family of commands.
+
+    std::string_view lastWord() const { return name.substr(name.rfind(' ') + 1); }
+    /// The family's name; empty for a command of the first level.
+    std::string_view family() const {
+        const std::size_t blank = name.rfind(' ');
+        return blank == std::string_view::npos ? std::string_view() : name.substr(0, blank);
+    }
+};
+
+/// In the order of the help; families stand before their members.
+std::span<const Command* const> allCommands();
+const Command* findCommand(std::string_view name);  ///< Null when there is none.
+std::vector<const Command*> membersOf(std::string_view family);
+/// Options that every command has.
+const OptionGroup& commonOptions();
+
+// One for each source in Commands.
+const Command& verifyCommand();
+const Command& uploadCommand();
+const Command& toolCommand();
+const Command& toolLocateCommand();
+const Command& toolVersionCommand();
+const Command& toolCommandCommand();
+const Command& configCommand();
+const Command& configListCommand();
+const Command& configGetCommand();
+const Command& configSetCommand();
+const Command& configUnsetCommand();
+const Command& configPathCommand();
+const Command& completionCommand();
+const Command& manCommand();
+
+}  // namespace velto::cli

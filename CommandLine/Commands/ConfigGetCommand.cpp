@@ -1,0 +1,43 @@
+#include <CommandLine/Frontend.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/Settings.h>
+
+namespace velto::cli {
+
+namespace {
+
+ExitCode run(Frontend& frontend, const Invocation& invocation) {
+    Failure failure;
+    const Setting* setting = declaredSetting(invocation.operands.front(), failure);
+    if (setting == nullptr) {
+        return frontend.fail(failure);
+    }
+    const std::string text = settingText(*setting, setting->value());
+    if (frontend.printsJSON()) {
+        frontend.answer(frontend.result("done", ExitCode::done)
+                            .add("key", setting->key())
+                            .add("value", text)
+                            .add("layer", layerName(setting->layer())));
+    } else {
+        frontend.answer(text);
+    }
+    return ExitCode::done;
+}
+
+}  // namespace
+
+const Command& configGetCommand() {
+    static const Command command{
+        .name = "config get",
+        .summary = "print the value of a setting",
+        .description =
+            "Prints the value of a setting, an empty line when it is not set. Secrets are hidden.",
+        .operands = {{.name = "KEY", .kind = ArgumentKind::setting}},
+        .examples = {{"velto config get VeltoDrovanExecutablePath",
+                      "where the delivery tool is looked for first"}},
+        .run = &run,
+    };
+    return command;
+}
+
+}  // namespace velto::cli

@@ -1,0 +1,64 @@
+#include <CommandLine/CommonOptions.h>
+#include <CommandLine/Frontend.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/Text.h>
+#include <CommandLine/Tool.h>
+#include <VeltoConnectFoundation/DeliveryTool/VeltoDrovan.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+
+namespace velto::cli {
+
+namespace {
+
+constexpr Option allOption{.name = "all",
+                           .letter = 'a',
+                           .help = "all places that are looked at, in their order"};
+
+void showAll(Frontend& frontend) {
+    Array places;
+    for (const std::string& path : VeltoDrovan::drovanPaths()) {
+        const bool isThere = FileManager::isExecutable(path);
+        places.append(Dictionary{{"path", path}, {"found", isThere}});
+        if (!frontend.printsJSON()) {
+            frontend.answer((isThere ? "found    " : "missing  ") + printable(path));
+        }
+    }
+    if (frontend.printsJSON()) {
+        frontend.answer(frontend.result("done", ExitCode::done).add("places", places));
+    }
+}
+
+ExitCode run(Frontend& frontend, const Invocation& invocation) {
+    if (invocation.has(allOption)) {
+        showAll(frontend);
+        return ExitCode::done;
+    }
+    Failure failure;
+    const auto path = findTool(invocation, failure);
+    if (!path) {
+        return frontend.fail(failure);
+    }
+    if (frontend.printsJSON()) {
+        frontend.answer(frontend.result("done", ExitCode::done).add("path", *path));
+    } else {
+        frontend.answer(*path);
+    }
+    return ExitCode::done;
+}
+
+}  // namespace
+
+const Command& toolLocateCommand() {
+    static const Command command{
+        .name = "tool locate",
+        .summary = "print the path of the delivery tool",
+        .description = "Prints the path of the delivery tool that verify and upload would run.",
+        .groups = {{"Options", {&allOption, &toolOption}}},
+        .examples = {{"velto tool locate", "the path, or exit code 6"},
+                     {"velto tool locate --all", "every place that is looked at"}},
+        .run = &run,
+    };
+    return command;
+}
+
+}  // namespace velto::cli

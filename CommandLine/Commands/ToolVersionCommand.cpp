@@ -1,0 +1,81 @@
+#include <CommandLine/DeliveryOptions.h>
+#include <CommandLine/Frontend.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/Job.h>
+#include <CommandLine/Text.h>
+#include <CommandLine/Tool.h>
+#include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanWorker.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Work/MZStoreMessages.h>
+
+#include <algorithm>
+
+namespace velto::cli {
+
+namespace {
+
+/// Asks the tool for its version; what it prints is the answer.
+class VersionWorker final : public VeltoDrovanWorker {
+public:
+    explicit VersionWorker(PassKey key) : VeltoDrovanWorker(key, {"-version"}) {}
+
+    std::string answer() const { return drovan()->standardOutString(); }
+
+protected:
+    void drovanCompleted() override {
+        VeltoDrovanWorker::drovanCompleted();
+        if (!hasErrors() && (terminationStatus() != 0 || answer().empty())) {
+            addErrorMessage(localizedFormat("The tool answered nothing (exit status or signal %d).",
+                                            terminationStatus()));
+        }
+    }
+    using VeltoDrovanWorker::drovanCompleted;
+};
+
+ExitCode run(Frontend& frontend, const Invocation& invocation) {
+    Failure failure;
+    const auto path = findTool(invocation, failure);
+    if (!path) {
+        return frontend.fail(failure);
+    }
+    const auto worker = velto::make<VersionWorker>();
+    Job job(frontend, worker);
+    job.hidePhase(worker->storeMessages()->authenticatingWithStoreMessage());
+    const JobOutcome outcome = job.run();
+    if (outcome.isStopped) {
+        return frontend.fail({.exitCode = ExitCode::stopped, .what = localized("Stopped.")});
+    }
+    if (!outcome.errors.empty()) {
+        return frontend.fail(failureOfErrors(
+            localized("The delivery tool did not tell its version."), outcome.errors));
+    }
+    std::string answer = worker->answer();
+    answer.erase(answer.find_last_not_of("\r\n") + 1);
+    if (frontend.printsJSON()) {
+        frontend.answer(
+            frontend.result("done", ExitCode::done).add("path", *path).add("version", answer));
+        return ExitCode::done;
+    }
+    for (std::string_view rest = answer; !rest.empty();) {
+        const std::size_t end = std::min(rest.find('\n'), rest.size());
+        frontend.answer(printable(rest.substr(0, end)));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return ExitCode::done;
+}
+
+}  // namespace
+
+const Command& toolVersionCommand() {
+    static const Command command{
+        .name = "tool version",
+        .summary = "print the version of the delivery tool",
+        .description = "Runs the delivery tool to ask for its version.",
+        .groups = {{"Options", {&toolOption, &graceOption}}},
+        .examples = {{"velto tool version", "what the tool says of itself"}},
+        .run = &run,
+    };
+    return command;
+}
+
+}  // namespace velto::cli

@@ -1,0 +1,120 @@
+#include <CommandLine/Console.h>
+
+#include <CommandLine/Terminal.h>
+
+#include <cstdlib>
+
+namespace velto::cli {
+
+namespace {
+
+bool wantsNoColour() {
+    const char* value = std::getenv("NO_COLOR");
+    return value != nullptr && *value != 0;
+}
+
+constexpr int descriptorOf(Console::Stream stream) {
+    return stream == Console::Stream::output ? 1 : 2;
+}
+
+std::string_view codeOf(Ink ink) {
+    switch (ink) {
+        case Ink::bold:
+            return "\x1b[1m";
+        case Ink::faint:
+            return "\x1b[2m";
+        case Ink::good:
+            return "\x1b[32m";
+        case Ink::bad:
+            return "\x1b[1;31m";
+        case Ink::warning:
+            return "\x1b[33m";
+        case Ink::plain:
+            break;
+    }
+    return {};
+}
+
+}  // namespace
+
+Console::Console()
+    : isTerminal_{cli::isTerminal(1), cli::isTerminal(2)},
+      speaksUTF8_(terminalSpeaksUTF8()),
+      coloursAllowed_(!wantsNoColour()) {
+}
+
+Console::~Console() {
+    setLiveLine({});
+}
+
+void Console::print(Stream stream, std::string_view text) {
+    const std::lock_guard guard(mutex_);
+    eraseLiveLine();
+    write(stream, text);
+    drawLiveLine();
+}
+
+void Console::line(Stream stream, std::string_view text) {
+    print(stream, std::string(text) + "\n");
+}
+
+void Console::setLiveLine(std::string_view text) {
+    const std::lock_guard guard(mutex_);
+    if (!isTerminal(Stream::output) || (text == liveLine_ && isLiveLineDrawn_)) {
+        return;
+    }
+    if (text.empty()) {
+        eraseLiveLine();
+        liveLine_.clear();
+        return;
+    }
+    liveLine_ = text;
+    drawLiveLine();
+}
+
+std::string Console::inked(Stream stream, Ink ink, std::string_view text) const {
+    std::string result;
+    const std::string_view code = codeOf(ink);
+    if (code.empty() || text.empty() || !hasColours(stream)) {
+        result = text;
+    } else {
+        result.append(code).append(text).append("\x1b[0m");
+    }
+    return result;
+}
+
+bool Console::hasColours(Stream stream) const {
+    return coloursAllowed_ && isTerminal(stream);
+}
+
+std::size_t Console::width() const {
+    return terminalWidth(descriptorOf(Stream::output));
+}
+
+bool Console::isComplete() const {
+    const std::lock_guard guard(mutex_);
+    return isComplete_;
+}
+
+void Console::write(Stream stream, std::string_view text) {
+    if (!writeAll(descriptorOf(stream), text) && stream == Stream::output) {
+        isComplete_ = false;
+    }
+}
+
+void Console::eraseLiveLine() {
+    if (isLiveLineDrawn_) {
+        write(Stream::output, "\r\x1b[K");
+        isLiveLineDrawn_ = false;
+    }
+}
+
+void Console::drawLiveLine() {
+    if (!liveLine_.empty()) {
+        // Without wrapping, so that a window that has just become narrow does not gain a line.
+        write(Stream::output, "\r\x1b[?7l" + liveLine_ + "\x1b[K\x1b[?7h");
+        isLiveLineDrawn_ = true;
+    }
+}
+
+}  // namespace velto::cli

@@ -1,0 +1,172 @@
+#include <CommandLine/Credentials.h>
+
+#include <CommandLine/DeliveryOptions.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/Settings.h>
+#include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/Authentication/VeltoAuthenticationContextImpl.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace velto::cli {
+
+namespace {
+
+constexpr const char* ways =
+    "Set VELTO_PASSWORD or give --password-stdin; or VELTO_SESSION_ID with VELTO_SHARED_SECRET; or "
+    "--token-file FILE; or --api-key ID with --issuer ID.";
+constexpr std::size_t longestPassword = 64 * 1024;
+constexpr std::size_t largestToken = 1024 * 1024;
+
+bool readPassword(Secret& password, Failure& failure) {
+    if (::isatty(STDIN_FILENO) != 0) {
+        failure =
+            usageFailure("--password-stdin does not read from a terminal, which would show it.",
+                         "Let another program write the password, or set VELTO_PASSWORD.");
+        return false;
+    }
+    std::string line;
+    line.reserve(longestPassword);  // so that no copy of it stays behind
+    std::array<char, 4096> block;
+    int problem = 0;
+    while (line.find('\n') == std::string::npos && line.size() + block.size() <= longestPassword) {
+        const ssize_t count = ::read(STDIN_FILENO, block.data(), block.size());
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            problem = count < 0 ? errno : 0;
+            break;
+        }
+        line.append(block.data(), static_cast<std::size_t>(count));
+    }
+    ::explicit_bzero(block.data(), block.size());
+    const std::string_view text = std::string_view(line).substr(0, line.find('\n'));
+    password = Secret(std::string(text.ends_with('\r') ? text.substr(0, text.size() - 1) : text));
+    Secret::wipe(line);
+    if (password.isEmpty()) {
+        failure = usageFailure("Standard input holds no password.", ways);
+        if (problem != 0) {
+            failure.why.push_back(Error::posix(problem).localizedDescription());
+        }
+        return false;
+    }
+    return true;
+}
+
+bool readToken(const std::string& path, Secret& token, Failure& failure) {
+    Error error;
+    const auto data = FileManager::read(FileManager::expandingTilde(path), largestToken, &error);
+    if (!data) {
+        failure = {.exitCode = ExitCode::signIn,
+                   .what = "The token file cannot be read.",
+                   .why = {printable(error.localizedDescription())},
+                   .next = "Give the property list that the store's sign-in answered.",
+                   .errors = {error}};
+        return false;
+    }
+    token = Secret(std::string(data->view()));
+    return true;
+}
+
+}  // namespace
+
+bool Credentials::read(const Invocation& invocation,
+                       EnvironmentSecrets& secrets,
+                       Failure& failure) {
+    user = invocation.value(userOption).value_or(std::string());
+    const bool wantsPassword = invocation.has(passwordStdinOption);
+    const bool wantsToken = invocation.has(tokenFileOption);
+    const bool wantsKey = invocation.has(apiKeyOption) || invocation.has(issuerOption);
+    if (wantsPassword + wantsToken + wantsKey > 1) {
+        failure = usageFailure("Several ways to sign in are given.",
+                               "Give one of --password-stdin, --token-file and --api-key.");
+        return false;
+    }
+    if (wantsToken) {
+        form = Form::token;
+        return readToken(*invocation.value(tokenFileOption), token, failure);
+    }
+    if (wantsKey) {
+        form = Form::apiKey;
+        apiKey = invocation.value(apiKeyOption).value_or(std::string());
+        issuer = invocation.value(issuerOption).value_or(std::string());
+        if (apiKey.empty() || issuer.empty()) {
+            failure = usageFailure("--api-key and --issuer go together.", "Give both.");
+            return false;
+        }
+        return true;
+    }
+    const bool hasSession = !secrets.sessionID.isEmpty() || !secrets.sharedSecret.isEmpty();
+    if (wantsPassword) {
+        form = Form::password;
+        if (!readPassword(password, failure)) {
+            return false;
+        }
+    } else if (!secrets.password.isEmpty()) {
+        if (hasSession) {
+            failure =
+                usageFailure("VELTO_PASSWORD and a session are both set.",
+                             "Unset VELTO_PASSWORD, or VELTO_SESSION_ID and VELTO_SHARED_SECRET.");
+            return false;
+        }
+        form = Form::password;
+        password = std::move(secrets.password);
+    } else if (hasSession) {
+        form = Form::session;
+        sessionID = std::move(secrets.sessionID);
+        sharedSecret = std::move(secrets.sharedSecret);
+        if (sessionID.isEmpty() || sharedSecret.isEmpty()) {
+            failure =
+                usageFailure("VELTO_SESSION_ID and VELTO_SHARED_SECRET go together.", "Set both.");
+            return false;
+        }
+    }
+    if (form == Form::password && user.empty()) {
+        failure =
+            usageFailure("A password needs the user that it belongs to.", "Give --user NAME.");
+        return false;
+    }
+    hideInLogs({&password.text(), &sessionID.text(), &sharedSecret.text()});
+    return true;
+}
+
+bool Credentials::makeContext(std::shared_ptr<VeltoAuthenticationContextImpl>& context,
+                              Failure& failure) const {
+    switch (form) {
+        case Form::none:
+        case Form::password:
+            return true;
+        case Form::session:
+            context = VeltoAuthenticationContextImpl::contextWithHttpHeaders({}, user, {});
+            context->setSessionID(sessionID.text());
+            context->setSharedSecret(sharedSecret.text());
+            break;
+        case Form::token:
+            context =
+                VeltoAuthenticationContextImpl::contextWithToken(Data(token.text()), user, {});
+            break;
+        case Form::apiKey:
+            context = VeltoAuthenticationContextImpl::contextWithApiKey(apiKey, issuer, {});
+            break;
+    }
+    const std::string cookie = context->rovquill();
+    constexpr std::string_view scheme = "Bearer ";
+    std::string bearer(context->httpHeaders()["Authorization"].string());
+    bearer.erase(0, bearer.starts_with(scheme) ? scheme.size() : 0);
+    hideInLogs({&cookie, &bearer});
+    if (context->hasError()) {
+        failure = failureOfErrors(localized("The credentials cannot be used."), context->errors());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace velto::cli

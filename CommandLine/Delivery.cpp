@@ -1,0 +1,250 @@
+#include <CommandLine/Delivery.h>
+
+#include <CommandLine/DeliveryOptions.h>
+#include <CommandLine/Frontend.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/Job.h>
+#include <CommandLine/Text.h>
+#include <CommandLine/Tool.h>
+#include <VeltoConnectFoundation/Authentication/VeltoAuthenticationContextImpl.h>
+#include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanUploadWorker.h>
+#include <VeltoConnectFoundation/Files/VeltoPackageSource.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Utilities/MZHumanReadableBytes.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <filesystem>
+#include <utility>
+
+namespace velto::cli {
+
+namespace {
+
+std::int64_t storeTypeOf(std::string_view name) {
+    // The store types are the names' places, counted from 1.
+    return std::ranges::find(storeNames, name) - storeNames.begin() + 1;
+}
+
+/// A remark is a text or an error.
+std::string remarkText(const Value& remark) {
+    const Error error = Error::fromValue(remark);
+    return error ? error.localizedDescription() : remark.description();
+}
+
+Array remarkTexts(const Array& remarks) {
+    Array texts;
+    for (const Value& remark : remarks) {
+        texts.append(remarkText(remark));
+    }
+    return texts;
+}
+
+std::string nameOf(const std::string& path) {
+    return printable(std::filesystem::path(path).filename().string());
+}
+
+void showRemarks(Frontend& frontend, const JobOutcome& outcome) {
+    const auto show = [&](const Array& remarks, std::string_view level, Ink ink,
+                          const std::string& label) {
+        for (const Value& remark : remarks) {
+            if (frontend.printsJSON() && !frontend.isQuiet()) {
+                frontend.answer(
+                    JSONLine("message").add("level", level).add("text", remarkText(remark)));
+            } else {
+                frontend.remark(ink, label, remarkText(remark));
+            }
+        }
+    };
+    show(outcome.infoMessages, "info", Ink::faint, localized("Note:"));
+    show(outcome.warnings, "warning", Ink::warning, localized("Warning:"));
+}
+
+/// What is left of an upload or a verify that was stopped.
+std::string whatWasLeft(const JobOutcome& outcome, const DeliveryPlan& plan, bool verifyOnly) {
+    const std::string package = printable(plan.packagePath);
+    if (verifyOnly) {
+        return localizedFormat("Stopped. Nothing was changed; the package is as it was: %@",
+                               package);
+    }
+    if (outcome.completed == 0) {
+        return localizedFormat("Stopped before anything was sent; the package is as it was: %@",
+                               package);
+    }
+    if (outcome.completed >= outcome.size) {
+        return localizedFormat(
+            "Stopped when all of %@ had been sent: the store may have the delivery, or a part of "
+            "it. "
+            "The package is as it was: %@",
+            MZHumanReadableStringFromBytes(outcome.size), package);
+    }
+    return localizedFormat(
+        "Stopped. %@ of %@ had been sent, which the next upload of the package replaces. The "
+        "package "
+        "is as it was: %@",
+        MZHumanReadableStringFromBytes(outcome.completed),
+        MZHumanReadableStringFromBytes(outcome.size), package);
+}
+
+void showSuccess(Frontend& frontend,
+                 const VeltoDrovanUploadWorker& worker,
+                 const DeliveryPlan& plan,
+                 const JobOutcome& outcome) {
+    if (frontend.style() != Frontend::Style::human) {
+        return;
+    }
+    Console& console = frontend.console();
+    const auto output = Console::Stream::output;
+    std::string text;
+    if (console.isTerminal(output)) {
+        text = console.inked(output, Ink::good, console.speaksUTF8() ? "✓" : "*") + " ";
+    }
+    text +=
+        console.inked(output, Ink::bold, printable(worker.statusMessage().value_or(std::string())));
+    std::string name = nameOf(plan.packagePath);
+    if (const auto uploaded = worker.uploadedPackageName(); uploaded && !uploaded->empty()) {
+        name = nameOf(*uploaded);
+    }
+    std::string details = " " + name;
+    if (outcome.size != 0) {
+        details += ", " + MZHumanReadableStringFromBytes(outcome.size);
+    }
+    details += localizedFormat(" in %@", durationText(std::max(outcome.seconds, 1.0)));
+    if (outcome.size != 0 && !outcome.rate.empty()) {
+        details += ", " + outcome.rate + "/s";
+    }
+    console.line(output, text + details);
+}
+
+Dictionary details(const VeltoDrovanUploadWorker& worker,
+                   const DeliveryPlan& plan,
+                   const JobOutcome& outcome) {
+    Dictionary details{{"package", plan.packagePath},
+                       {"store", plan.storeName},
+                       {"seconds", std::round(outcome.seconds * 1000) / 1000}};
+    if (outcome.size != 0) {
+        details.set("completed", outcome.completed);
+        details.set("size", outcome.size);
+    }
+    if (const auto name = worker.uploadedPackageName(); name && !name->empty()) {
+        details.set("packageName", *name);
+    }
+    details.set("warnings", remarkTexts(outcome.warnings));
+    details.set("notes", remarkTexts(outcome.infoMessages));
+    details.set("output", worker.jsonOutput());
+    return details;
+}
+
+Failure failureOf(const VeltoDrovanUploadWorker& worker, const JobOutcome& outcome) {
+    Failure failure = failureOfErrors(
+        printable(worker.errorOccurredUploadingToStoreErrorMessage().value_or(std::string())),
+        outcome.errors);
+    if (failure.why.empty()) {
+        failure.why.push_back(localizedFormat(
+            "The delivery tool ended without saying why (exit status or signal %d).",
+            worker.terminationStatus()));
+    }
+    return failure;
+}
+
+}  // namespace
+
+std::vector<OptionGroup> deliveryOptions(bool isUpload) {
+    OptionGroup how{isUpload ? "How to upload" : "How to verify", {}};
+    if (isUpload) {
+        how.options = {&transportOption, &throttleOption};
+    }
+    how.options.insert(how.options.end(), {&noChecksumOption, &graceOption, &toolOption});
+    return {{"Where to", {&storeOption, &providerOption, &vtcProviderOption}},
+            {"Signing in (VELTO_PASSWORD, or VELTO_SESSION_ID with VELTO_SHARED_SECRET, or:)",
+             {&userOption, &passwordStdinOption, &tokenFileOption, &apiKeyOption, &issuerOption,
+              &keyFolderOption}},
+            std::move(how)};
+}
+
+bool DeliveryPlan::make(Frontend& frontend,
+                        const Invocation& invocation,
+                        const std::string& package,
+                        Failure& failure) {
+    std::filesystem::path path = std::filesystem::absolute(package).lexically_normal();
+    if (!path.has_filename()) {
+        path = path.parent_path();  // a path that ends in a slash
+    }
+    packagePath = path.string();
+    storeName = invocation.value(storeOption).value_or(std::string(storeNames.front()));
+    checksChecksums = !invocation.has(noChecksumOption);
+    if (!FileManager::isFolder(packagePath)) {
+        Error error;
+        failure = {.what = localized("There is no package to work on."),
+                   .next = localized("Give the path of a package: a folder NAME.velmp.")};
+        failure.why.push_back(printable(FileManager::attributes(packagePath, &error)
+                                            ? localizedFormat("%@ is not a folder.", packagePath)
+                                            : error.localizedDescription()));
+        return false;
+    }
+    if (!credentials.read(invocation, frontend.secrets(), failure)) {
+        return false;
+    }
+    std::shared_ptr<VeltoAuthenticationContextImpl> context;
+    if (!credentials.makeContext(context, failure)) {
+        return false;
+    }
+    source = std::make_shared<VeltoPackageSource>();
+    source->setStoreType(storeTypeOf(storeName));
+    source->setPackagePath(packagePath);
+    source->setUsername(credentials.user);
+    source->setPassword(credentials.password.text());
+    source->setAuthentication(context);
+    source->setProviderShortName(invocation.value(providerOption).value_or(std::string()));
+    source->setVTCProviderShortName(invocation.value(vtcProviderOption).value_or(std::string()));
+    source->setTransport(invocation.value(transportOption).value_or(std::string()));
+    return true;
+}
+
+ExitCode runDelivery(Frontend& frontend, const Invocation& invocation, bool verifyOnly) {
+    Failure failure;
+    DeliveryPlan plan;
+    if (!plan.make(frontend, invocation, invocation.operands.front(), failure)) {
+        return frontend.fail(failure);
+    }
+    if (plan.credentials.form == Credentials::Form::none) {
+        failure = usageFailure("There is nothing to sign in with.",
+                               "Set VELTO_PASSWORD; velto upload --help lists the other ways.");
+        return frontend.fail(failure);
+    }
+    if (!findTool(invocation, failure)) {
+        return frontend.fail(failure);
+    }
+    const auto worker = velto::make<VeltoDrovanUploadWorker>(plan.source, verifyOnly);
+    worker->setChecksumEnabled(plan.checksChecksums);
+    Job job(frontend, worker);
+    job.hidePhase(worker->uploadedPackageToStoreMessage());
+    const JobOutcome outcome = job.run();
+
+    showRemarks(frontend, outcome);
+    if (outcome.isStopped) {
+        const std::string left = whatWasLeft(outcome, plan, verifyOnly);
+        if (frontend.printsJSON()) {
+            return frontend.fail({.exitCode = ExitCode::stopped, .what = left},
+                                 details(*worker, plan, outcome));
+        }
+        frontend.console().line(Console::Stream::errors, left);
+        return ExitCode::stopped;
+    }
+    if (!outcome.errors.empty()) {
+        return frontend.fail(failureOf(*worker, outcome), details(*worker, plan, outcome));
+    }
+    showSuccess(frontend, *worker, plan, outcome);
+    if (frontend.printsJSON()) {
+        JSONLine line = frontend.result("done", ExitCode::done);
+        for (const DictionaryEntry& entry : details(*worker, plan, outcome)) {
+            line.add(entry.key.string(), entry.value);
+        }
+        frontend.answer(line);
+    }
+    return ExitCode::done;
+}
+
+}  // namespace velto::cli

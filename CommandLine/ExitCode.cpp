@@ -1,0 +1,23 @@
+#include <CommandLine/ExitCode.h>
+
+namespace velto::cli {
+
+namespace {
+
+constexpr ExitCodeMeaning meanings[] = {
+    {ExitCode::done, "done"},
+    {ExitCode::failed, "failed"},
+    {ExitCode::usage, "the command line or the settings cannot be understood"},
+    {ExitCode::signIn, "the store refused the sign-in"},
+    {ExitCode::tryAgain, "failed for a passing reason: worth trying again"},
+    {ExitCode::toolNotFound, "the delivery tool was not found"},
+    {ExitCode::stopped, "stopped by the user"},
+};
+
+}  // namespace
+
+std::span<const ExitCodeMeaning> exitCodeMeanings() {
+    return meanings;
+}
+
+}  // namespace velto::cli

@@ -1,0 +1,129 @@
+#include <CommandLine/Failure.h>
+
+#include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/Authentication/VeltoAuthenticationContextImpl.h>
+#include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanMessages.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Work/MZAbstractWorker.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace velto::cli {
+
+namespace {
+
+constexpr auto any = FailureKind::anyCode;
+
+constexpr const char* correctIt = markLocalized("Correct what the message names, then try again.");
+constexpr const char* correctMetadata =
+    markLocalized("Correct metadata.xml in the package, then verify it again.");
+constexpr const char* correctFile = markLocalized(
+    "Put the right file into the package, or correct its size and checksum in metadata.xml, then "
+    "verify it again.");
+constexpr const char* tryLater = markLocalized("Try again later.");
+constexpr const char* checkNetwork = markLocalized("Check the network, then try again.");
+constexpr const char* lookAtLog =
+    markLocalized("Run it again with --verbose, or with --log-file FILE, to see more.");
+
+constexpr FailureKind kinds[] = {
+    {VeltoDrovanErrorDomain, -20101, ExitCode::signIn,
+     markLocalized(
+         "Check the user name, and the password in VELTO_PASSWORD or on standard input.")},
+    {VeltoDrovanErrorDomain, -20209, ExitCode::signIn,
+     markLocalized("Unlock the account with the store, then try again.")},
+    {VeltoDrovanErrorDomain, -20283, ExitCode::signIn,
+     markLocalized("Get a new session, token or key, or check which one was given.")},
+    {VeltoDrovanErrorDomain, -22938, ExitCode::signIn,
+     markLocalized("Make an app-specific password for the account, and give that one.")},
+    {VeltoDrovanErrorDomain, -24001, ExitCode::failed,
+     markLocalized("Name a provider of the account with --provider.")},
+    {VeltoDrovanErrorDomain, -24002, ExitCode::failed,
+     markLocalized("Name one of the account's providers with --provider.")},
+    {VeltoDrovanErrorDomain, -24101, ExitCode::failed,
+     markLocalized("Give the path of a package: a folder NAME.velmp.")},
+    {VeltoDrovanErrorDomain, -24102, ExitCode::failed, correctMetadata},
+    {VeltoDrovanErrorDomain, -24103, ExitCode::failed, correctMetadata},
+    {VeltoDrovanErrorDomain, -24104, ExitCode::failed, correctMetadata},
+    {VeltoDrovanErrorDomain, -24105, ExitCode::failed, correctMetadata},
+    {VeltoDrovanErrorDomain, -24106, ExitCode::failed, correctFile},
+    {VeltoDrovanErrorDomain, -24107, ExitCode::failed, correctFile},
+    {VeltoDrovanErrorDomain, -24108, ExitCode::failed, correctFile},
+    {VeltoDrovanErrorDomain, -24109, ExitCode::failed, correctFile},
+    {VeltoDrovanErrorDomain, -24201, ExitCode::tryAgain, tryLater},
+    {VeltoDrovanErrorDomain, -24202, ExitCode::tryAgain, tryLater},
+    {VeltoDrovanErrorDomain, -24203, ExitCode::tryAgain,
+     markLocalized("Wait for the other delivery of this package to end, then try again.")},
+    {VeltoDrovanErrorDomain, -24301, ExitCode::failed,
+     markLocalized("Look at the tool's command line: velto tool command verify PACKAGE.")},
+    {VeltoDrovanErrorDomain, -24302, ExitCode::failed,
+     markLocalized("Look at the tool's command line: velto tool command verify PACKAGE.")},
+    {VeltoDrovanErrorDomain, any, ExitCode::failed, correctIt},
+    {VeltoConnectionAuthenticationErrorDomain, any, ExitCode::signIn,
+     markLocalized("Check the credentials; velto upload --help lists the ways to sign in.")},
+    // A worker's error of its own: the tool ended without a message; or it could not be started.
+    {WorkerErrorDomain, -10000, ExitCode::tryAgain,
+     markLocalized("Try again; if it ends so once more, add --log-file FILE to see what it did.")},
+    {WorkerErrorDomain, -10001, ExitCode::failed,
+     markLocalized("Check the delivery tool: velto tool locate, velto tool version.")},
+    {POSIXErrorDomain, ECONNREFUSED, ExitCode::tryAgain, checkNetwork},
+    {POSIXErrorDomain, ECONNRESET, ExitCode::tryAgain, checkNetwork},
+    {POSIXErrorDomain, EHOSTUNREACH, ExitCode::tryAgain, checkNetwork},
+    {POSIXErrorDomain, ENETUNREACH, ExitCode::tryAgain, checkNetwork},
+    {POSIXErrorDomain, ETIMEDOUT, ExitCode::tryAgain, checkNetwork},
+    {POSIXErrorDomain, EAGAIN, ExitCode::tryAgain, tryLater},
+    {POSIXErrorDomain, EMFILE, ExitCode::tryAgain, tryLater},
+    {POSIXErrorDomain, ENFILE, ExitCode::tryAgain, tryLater},
+    {POSIXErrorDomain, ENOMEM, ExitCode::tryAgain, tryLater},
+    {"", any, ExitCode::failed, lookAtLog},
+};
+
+int weight(ExitCode code) {
+    return code == ExitCode::signIn ? 2 : code == ExitCode::failed ? 1 : 0;
+}
+
+std::string reason(const Error& error) {
+    std::string text = printable(error.localizedDescription());
+    constexpr std::string_view marker = "ERROR: ";
+    return text.starts_with(marker) ? text.substr(marker.size()) : text;
+}
+
+}  // namespace
+
+std::span<const FailureKind> failureKinds() {
+    return kinds;
+}
+
+const FailureKind& failureKind(const Error& error) {
+    return *std::ranges::find_if(kinds, [&](const FailureKind& kind) {
+        return kind.domain.empty() ||
+               (kind.domain == error.domain() && (kind.code == any || kind.code == error.code()));
+    });
+}
+
+Failure failureOfErrors(std::string what, const std::vector<Error>& errors) {
+    Failure failure{.what = std::move(what), .errors = errors};
+    const FailureKind* chosen = nullptr;
+    for (const Error& error : errors) {
+        const FailureKind& kind = failureKind(error);
+        if (chosen == nullptr || weight(kind.exitCode) > weight(chosen->exitCode)) {
+            chosen = &kind;
+        }
+        std::string why = reason(error);
+        if (why != failure.what && std::ranges::find(failure.why, why) == failure.why.end()) {
+            failure.why.push_back(std::move(why));
+        }
+    }
+    if (chosen != nullptr) {
+        failure.exitCode = chosen->exitCode;
+        failure.next = localized(chosen->next);
+    }
+    return failure;
+}
+
+Failure usageFailure(std::string what, std::string next) {
+    return {.exitCode = ExitCode::usage, .what = std::move(what), .next = std::move(next)};
+}
+
+}  // namespace velto::cli

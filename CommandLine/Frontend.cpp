@@ -1,0 +1,94 @@
+#include <CommandLine/Frontend.h>
+
+#include <CommandLine/CommonOptions.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace velto::cli {
+
+namespace {
+
+/// A damaged package of many files has many reasons; the log holds all of them.
+constexpr std::size_t reasonsShown = 20;
+
+}  // namespace
+
+Frontend::Frontend(Interrupts& interrupts, EnvironmentSecrets secrets)
+    : interrupts_(interrupts), secrets_(std::move(secrets)) {
+}
+
+void Frontend::configure(const Invocation& invocation) {
+    if (invocation.has(noColorOption)) {
+        console_.forbidColours();
+    }
+    isQuiet_ = invocation.has(quietOption);
+    style_ = invocation.has(jsonOption) ? Style::json : isQuiet_ ? Style::quiet : Style::human;
+    command_ = invocation.command != nullptr ? invocation.command->name : std::string_view();
+}
+
+ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
+    if (printsJSON()) {
+        Array why, errors;
+        for (const std::string& reason : failure.why) {
+            why.append(reason);
+        }
+        for (const Error& error : failure.errors) {
+            errors.append(describedError(error));
+        }
+        JSONLine line =
+            result(failure.exitCode == ExitCode::stopped ? "stopped" : "failed", failure.exitCode);
+        line.add("what", failure.what)
+            .add("why", why)
+            .add("next", failure.next)
+            .add("errors", errors);
+        for (const DictionaryEntry& entry : details) {
+            line.add(entry.key.string(), entry.value);
+        }
+        answer(line);
+        return failure.exitCode;
+    }
+    const auto errors = Console::Stream::errors;
+    std::string text = console_.inked(errors, Ink::bad, "velto:") + " " +
+                       console_.inked(errors, Ink::bold, failure.what) + "\n";
+    const std::string why = localized("Why:"), next = localized("Next:");
+    const std::size_t column = 2 + std::max(columnsOf(why), columnsOf(next)) + 1;
+    const auto entry = [&](const std::string& label, std::string_view words) {
+        text.append(2, ' ').append(console_.inked(errors, Ink::faint, label));
+        text.append(column - 2 - columnsOf(label), ' ').append(words).append("\n");
+    };
+    for (std::size_t index = 0; index < std::min(failure.why.size(), reasonsShown); ++index) {
+        entry(index == 0 ? why : std::string(), failure.why[index]);
+    }
+    if (failure.why.size() > reasonsShown) {
+        entry("", localizedFormat("… and %lu more", failure.why.size() - reasonsShown));
+    }
+    if (!failure.next.empty()) {
+        entry(next, failure.next);
+    }
+    console_.print(errors, text);
+    return failure.exitCode;
+}
+
+void Frontend::remark(Ink ink, std::string_view label, std::string_view text) {
+    if (style_ == Style::human) {
+        const auto output = Console::Stream::output;
+        console_.line(output, console_.inked(output, ink, label) + " " + printable(text));
+    }
+}
+
+JSONLine Frontend::result(std::string_view outcome, ExitCode code) const {
+    JSONLine line("result");
+    line.add("command", command_).add("outcome", outcome).add("exitCode", static_cast<int>(code));
+    return line;
+}
+
+Value describedError(const Error& error) {
+    return Dictionary{
+        {"domain", error.domain()}, {"code", error.code()}, {"text", error.localizedDescription()}};
+}
+
+}  // namespace velto::cli

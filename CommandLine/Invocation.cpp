@@ -1,0 +1,241 @@
+#include <CommandLine/Invocation.h>
+
+#include <CommandLine/CommonOptions.h>
+#include <CommandLine/Text.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace velto::cli {
+
+namespace {
+
+std::string inQuotes(std::string_view text) {
+    return "‘" + printable(text) + "’";
+}
+
+std::string helpHint(const Command* command) {
+    std::string hint = "See velto ";
+    if (command != nullptr) {
+        hint.append(command->name).append(" ");
+    }
+    return hint + "--help.";
+}
+
+/// A node of the parser for each command, and what its options and operands are there.
+struct Node {
+    CLI::App* app;
+    const Command* command;
+    std::vector<std::pair<const Option*, CLI::Option*>> options = {};
+    CLI::Option* operands = nullptr;
+
+    void add(const OptionGroup& group) {
+        for (const Option* option : group.options) {
+            std::string names = "--" + std::string(option->name);
+            if (option->letter != 0) {
+                names = "-" + std::string(1, option->letter) + "," + names;
+            }
+            CLI::Option* parsed =
+                option->takesValue() ? app->add_option(names) : app->add_flag(names);
+            parsed->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+            options.emplace_back(option, parsed);
+        }
+    }
+
+    void addOperands() {
+        // How many there are is checked below, where it can be said better. An exact number, since
+        // a list of any length would have its "[a,b]" taken apart.
+        constexpr int plenty = 1'000'000;
+        operands = app->add_option("operands");
+        operands->expected(plenty)->allow_extra_args(false)->multi_option_policy(
+            CLI::MultiOptionPolicy::TakeAll);
+    }
+};
+
+/// What the parser did not understand, in words that help.
+Failure unknownWord(const CLI::App& app, const Command* command, const std::string& word) {
+    std::string what;
+    std::string_view near;
+    std::string dashes;
+    if (word.starts_with("-")) {
+        std::vector<std::string_view> names;
+        for (const Option* option : commonOptions().options) {
+            names.push_back(option->name);
+        }
+        for (const OptionGroup& group :
+             command != nullptr ? command->groups : std::vector<OptionGroup>()) {
+            for (const Option* option : group.options) {
+                names.push_back(option->name);
+            }
+        }
+        const std::string name = word.substr(0, word.find('='));
+        what = "There is no option " + inQuotes(name) + ".";
+        near = name.starts_with("--") ? nearest(std::string_view(name).substr(2), names)
+                                      : std::string_view();
+        dashes = "--";
+    } else if (command == nullptr || command->run == nullptr || !app.get_subcommands({}).empty()) {
+        const std::string_view family = command != nullptr ? command->name : std::string_view();
+        std::vector<std::string_view> names;
+        for (const Command* member : membersOf(family)) {
+            names.push_back(member->lastWord());
+        }
+        what = "There is no command " + inQuotes(word) + ".";
+        near = nearest(word, names);
+    } else {
+        what = "The argument " + inQuotes(word) + " is one too many.";
+    }
+    std::string next = helpHint(command);
+    if (!near.empty()) {
+        next = "Did you mean " + dashes + std::string(near) + "? " + next;
+    }
+    return usageFailure(std::move(what), std::move(next));
+}
+
+bool checkOperands(const Invocation& invocation, Failure& failure) {
+    const Command& command = *invocation.command;
+    std::size_t least = 0;
+    bool isLimited = true;
+    std::size_t most = 0;
+    for (const Operand& operand : command.operands) {
+        least += operand.least;
+        most += operand.most;
+        isLimited = isLimited && operand.most != 0;
+    }
+    const std::size_t count = invocation.operands.size();
+    if (count < least) {
+        std::size_t position = 0;
+        for (const Operand& operand : command.operands) {
+            position += operand.least;
+            if (position > count) {
+                failure = usageFailure("velto " + std::string(command.name) + " needs " +
+                                           std::string(operand.name) + ".",
+                                       helpHint(&command));
+                return false;
+            }
+        }
+    }
+    if (isLimited && count > most) {
+        failure = usageFailure(
+            "The argument " + inQuotes(invocation.operands[most]) + " is one too many.",
+            helpHint(&command));
+        return false;
+    }
+    for (std::size_t index = 0; index < std::min(count, command.operands.size()); ++index) {
+        const Operand& operand = command.operands[index];
+        if (!operand.choices.empty() &&
+            std::ranges::find(operand.choices, invocation.operands[index]) ==
+                operand.choices.end()) {
+            failure = usageFailure(
+                inQuotes(invocation.operands[index]) + " is no " + std::string(operand.name) + ".",
+                helpHint(&command));
+            return false;
+        }
+    }
+    return true;
+}
+
+bool checkChoices(const Invocation& invocation, const Option& option, Failure& failure) {
+    for (const std::string& value : invocation.values(option)) {
+        if (!option.choices.empty() &&
+            std::ranges::find(option.choices, value) == option.choices.end()) {
+            std::string names;
+            for (const std::string_view choice : option.choices) {
+                names.append(names.empty() ? "" : ", ").append(choice);
+            }
+            failure = usageFailure(
+                "--" + std::string(option.name) + " cannot be " + inQuotes(value) + ".",
+                "It is one of " + names + ".");
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<std::string> Invocation::value(const Option& option) const {
+    const auto found = values_.find(option.name);
+    return found == values_.end() ? std::nullopt : std::optional(found->second.back());
+}
+
+std::vector<std::string> Invocation::values(const Option& option) const {
+    const auto found = values_.find(option.name);
+    return found == values_.end() ? std::vector<std::string>() : found->second;
+}
+
+std::optional<Invocation> Invocation::parse(const std::vector<std::string>& arguments,
+                                            Failure& failure) {
+    CLI::App root("", "velto");
+    std::map<std::string_view, Node> nodes;
+    const auto prepare = [&](Node& node) {
+        node.app->set_help_flag();
+        node.app->require_subcommand(0, 1);
+        node.app->allow_extras();
+        node.add(commonOptions());
+    };
+    prepare(nodes.emplace("", Node{&root, nullptr}).first->second);
+    for (const Command* command : allCommands()) {
+        CLI::App* parent = nodes.at(command->family()).app;
+        Node& node =
+            nodes
+                .emplace(command->name,
+                         Node{parent->add_subcommand(std::string(command->lastWord())), command})
+                .first->second;
+        prepare(node);
+        for (const OptionGroup& group : command->groups) {
+            node.add(group);
+        }
+        if (!command->operands.empty()) {
+            node.addOperands();
+        }
+    }
+
+    Invocation invocation;
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        root.parse(std::move(reversed));
+    } catch (const CLI::ParseError& error) {
+        failure = usageFailure(printable(error.what()) + ".", helpHint(nullptr));
+        return std::nullopt;
+    }
+    for (Node* node = &nodes.at("");;) {
+        invocation.command = node->command;
+        for (const auto& [option, parsed] : node->options) {
+            for (const std::string& value : parsed->results()) {
+                invocation.add(*option, value);
+            }
+        }
+        std::vector<std::string> unknown = node->app->remaining();
+        std::erase(unknown, "--");
+        if (!unknown.empty()) {
+            failure = unknownWord(*node->app, node->command, unknown.front());
+            return std::nullopt;
+        }
+        const std::vector<CLI::App*> chosen = node->app->get_subcommands();
+        if (chosen.empty()) {
+            if (node->operands != nullptr) {
+                invocation.operands = node->operands->results();
+            }
+            break;
+        }
+        std::string name(node->command != nullptr ? node->command->name : std::string_view());
+        name.append(name.empty() ? "" : " ").append(chosen.front()->get_name());
+        node = &nodes.at(name);
+    }
+    if (invocation.command != nullptr && !invocation.has(helpOption) &&
+        !invocation.has(versionOption)) {
+        for (const auto& entry : nodes.at(invocation.command->name).options) {
+            if (!checkChoices(invocation, *entry.first, failure)) {
+                return std::nullopt;
+            }
+        }
+        if (!checkOperands(invocation, failure)) {
+            return std::nullopt;
+        }
+    }
+    return invocation;
+}
+
+}  // namespace velto::cli

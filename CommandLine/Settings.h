@@ -1,0 +1,32 @@
+#pragma once
+
+#include <CommandLine/Failure.h>
+#include <CommandLine/Secrets.h>
+
+#include <VeltoConnectFoundation/Platform/UserDefaults.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velto::cli {
+
+class Invocation;
+
+inline constexpr std::string_view hiddenText = "**hidden**";
+
+/// Fills the layers of the settings that are the front end's: another user's file, the environment,
+/// and what stands on the command line.
+bool applySettings(const Invocation& invocation, Failure& failure);
+
+/// Adds to the texts that no log line shows.
+void hideInLogs(const std::vector<const std::string*>& secrets);
+
+/// Null, with a suggestion, when no setting has the key.
+const Setting* declaredSetting(std::string_view key, Failure& failure);
+
+/// A value as one types it, with secrets hidden.
+std::string settingText(const Setting& setting, const Value& value);
+std::string_view layerName(SettingLayer layer);
+
+}  // namespace velto::cli

@@ -1,0 +1,84 @@
+#include <CommandLine/CommonOptions.h>
+#include <CommandLine/Frontend.h>
+#include <CommandLine/Help.h>
+#include <CommandLine/Interrupts.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/Logs.h>
+#include <CommandLine/Settings.h>
+#include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/Platform/Bundle.h>
+#include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/Queue.h>
+#include <VeltoConnectFoundation/Platform/Version.h>
+
+#include <algorithm>
+#include <clocale>
+#include <exception>
+#include <utility>
+
+namespace velto::cli {
+
+namespace {
+
+ExitCode runCommand(Frontend& frontend, const Invocation& invocation) {
+    Failure failure;
+    if (!applySettings(invocation, failure)) {
+        return frontend.fail(failure);
+    }
+    // Not before: logging reads its settings when it is first touched.
+    Logs logs(frontend.console());
+    if (!logs.open(invocation, frontend.console(), failure)) {
+        return frontend.fail(failure);
+    }
+    try {
+        return invocation.command->run(frontend, invocation);
+    } catch (const std::exception& exception) {
+        failure = {.what = "Something went wrong that should not have.",
+                   .why = {printable(exception.what())},
+                   .next = "Please report it, with what --log-file FILE writes."};
+        return frontend.fail(failure);
+    }
+}
+
+ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
+    Failure failure;
+    const auto invocation = Invocation::parse(arguments, failure);
+    if (!invocation) {
+        return frontend.fail(failure);
+    }
+    frontend.configure(*invocation);
+    Console& console = frontend.console();
+    ExitCode code = ExitCode::done;
+    if (invocation->has(versionOption)) {
+        frontend.answer("velto " + std::string(libraryVersion()));
+    } else if (invocation->has(helpOption)) {
+        console.print(Console::Stream::output, helpText(invocation->command, console));
+    } else if (invocation->command == nullptr || invocation->command->run == nullptr) {
+        console.print(Console::Stream::errors, helpText(invocation->command, console));
+        code = ExitCode::usage;
+    } else {
+        code = runCommand(frontend, *invocation);
+    }
+    if (code == ExitCode::done && !console.isComplete()) {
+        return frontend.fail(
+            {.what = "Standard output could not be written.",
+             .next = "Check where the output goes: a full disk, or a program that left."});
+    }
+    return code;
+}
+
+}  // namespace
+
+}  // namespace velto::cli
+
+int main(int count, char** arguments) {
+    using namespace velto;
+    using namespace velto::cli;
+    EnvironmentSecrets secrets = EnvironmentSecrets::take();
+    Interrupts interrupts;
+    std::setlocale(LC_ALL, "");  // locale: characters and messages as the user has them
+    Bundle::setApplication("commandline.velto.invalid", "velto", libraryVersion());
+    MainQueue::runOnOwnThread();
+    Frontend frontend(interrupts, std::move(secrets));
+    return static_cast<int>(run(frontend, {arguments + std::min(count, 1), arguments + count}));
+}

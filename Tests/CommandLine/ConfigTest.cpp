@@ -1,0 +1,97 @@
+#include <Tests/CommandLine/VeltoFixture.h>
+
+#include <gmock/gmock.h>
+
+namespace cli_test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class ConfigTest : public VeltoTest {
+protected:
+    /// What a command prints, without the line feed.
+    std::string answer(const Strings& arguments) const {
+        Child child = velto(arguments);
+        child.finish();
+        EXPECT_EQ(child.exitCode, 0) << child.all();
+        EXPECT_EQ(child.errors, "");
+        return child.output.substr(0, child.output.find_last_not_of('\n') + 1);
+    }
+    std::string layerOf(const std::string& key, const Strings& options = {}) const {
+        Strings words{"config", "get", key, "--json"};
+        words.insert(words.end(), options.begin(), options.end());
+        const Json object = Json::parse(answer(words));
+        return object["layer"].get<std::string>() + ": " + object["value"].get<std::string>();
+    }
+};
+
+TEST_F(ConfigTest, TheFirstLayerThatHoldsAKeyWins) {
+    const std::string key = "MZWorkSeriesManagerMaxCompletedWork";
+    EXPECT_EQ(layerOf(key), "default: 10");
+    answer({"config", "set", key, "20"});
+    EXPECT_EQ(layerOf(key), "user: 20");
+    environment["VELTO_MZWORKSERIESMANAGERMAXCOMPLETEDWORK"] = "30";
+    EXPECT_EQ(layerOf(key), "environment: 30");
+    EXPECT_EQ(layerOf(key, {"--set", key + "=40"}), "arguments: 40");
+    environment.erase("VELTO_MZWORKSERIESMANAGERMAXCOMPLETEDWORK");
+    answer({"config", "unset", key});
+    EXPECT_EQ(layerOf(key), "default: 10");
+
+    write(folder / "other.toml", key + " = 50\n");
+    EXPECT_EQ(layerOf(key, {"--config", folder / "other.toml"}), "user: 50");
+    EXPECT_EQ(answer({"config", "path", "--config", folder / "other.toml"}), folder / "other.toml");
+}
+
+TEST_F(ConfigTest, OptionsAreTheArgumentsLayer) {
+    EXPECT_EQ(layerOf("VeltoProcessTerminationGrace"), "default: 1");
+    environment["VELTO_VELTOPROCESSTERMINATIONGRACE"] = "3";
+    EXPECT_EQ(layerOf("VeltoProcessTerminationGrace"), "environment: 3");
+    EXPECT_EQ(layerOf("VeltoConnectDebugLoggingEnabled", {"--log-file", folder / "log"}),
+              "arguments: yes");
+}
+
+TEST_F(ConfigTest, TheUsersFileIsPrivate) {
+    answer({"config", "set", "VeltoDrovanProxyHost", "proxy.invalid"});
+    const std::filesystem::path path = answer({"config", "path"});
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
+    EXPECT_THAT(contentOf(path), HasSubstr("proxy.invalid"));
+}
+
+TEST_F(ConfigTest, SecretsAreHidden) {
+    write(folder / "home/.config/velto/config.toml",
+          "VeltoPasswords = [\"canary-1\"]\nVeltoDrovanExtraArgs = [\"-p\", \"canary-2\", \"-v\", "
+          "\"off\"]\n");
+    for (const Strings& words : {Strings{"config"}, Strings{"config", "list", "--json"},
+                                 Strings{"config", "get", "VeltoPasswords"},
+                                 Strings{"config", "get", "VeltoDrovanExtraArgs"}})
+        EXPECT_THAT(answer(words), Not(HasSubstr("canary"))) << ::testing::PrintToString(words);
+    EXPECT_THAT(answer({"config", "get", "VeltoDrovanExtraArgs"}), HasSubstr("-v, off"));
+    EXPECT_THAT(answer({"config", "get", "VeltoPasswords"}), HasSubstr("hidden"));
+}
+
+TEST_F(ConfigTest, WhatCannotBeSetIsRefused) {
+    const struct {
+        Strings words;
+        const char* said;
+    } rows[] = {
+        {{"MZWorkSeriesManagerMaxCompletedWork", "many"}, "whole number"},
+        {{"VeltoProcessTerminationGrace", "1s"}, "a number"},
+        {{"SendDAVTransport", "perhaps"}, "yes or no"},
+        {{"VeltoDrovanProxyHost", "a", "b"}, "one text"},
+        {{"VeltoDrovanProxyHots", "a"}, "VeltoDrovanProxyHost"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.said);
+        Strings words{"config", "set"};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        Child child = velto(words);
+        child.finish();
+        EXPECT_EQ(child.exitCode, 2) << child.all();
+        EXPECT_THAT(child.errors, HasSubstr(row.said));
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder / "home/.config/velto/config.toml"));
+}
+
+}  // namespace
+}  // namespace cli_test

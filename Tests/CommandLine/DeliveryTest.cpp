@@ -1,0 +1,356 @@
+#include <Tests/CommandLine/VeltoFixture.h>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+namespace cli_test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+using DeliveryTest = VeltoTest;
+
+TEST_F(DeliveryTest, UploadDeliversWhatThePackageHolds) {
+    const auto package = makePackage();
+    Child upload = velto(job("upload", package));
+    upload.finish();
+    EXPECT_EQ(upload.exitCode, 0) << upload.all();
+    EXPECT_EQ(upload.errors, "");
+    EXPECT_THAT(upload.output, AllOf(HasSubstr("Verifying metadata with the Velto Store…\n"),
+                                     HasSubstr("Uploaded package to the Velto Store. V1.velmp")));
+    for (const char* name : {"first.mov", "empty.mov", "metadata.xml"})
+        EXPECT_EQ(contentOf(folder / "store/DemoStudio/V1.velmp" / name),
+                  contentOf(package / name));
+}
+
+/// How each kind of end looks to a script and to a person.
+TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
+    const std::string package = makePackage();
+    write(folder / "damaged.velmp/first.mov", "First file\n");
+    write(folder / "damaged.velmp/metadata.xml",
+          metadata(fileElement("first.mov", "11", "ef5940958c334bb7cfc4f3da6ad0f8c3")));
+    write(folder / "no-token.plist", "<plist><dict/></plist>");
+    write(folder / "broken.toml", "this is = = no TOML\n");
+    const struct {
+        const char* name;
+        Strings arguments;
+        sandbox_test::Environment variables;
+        const char* scenario;
+        int exitCode;
+        const char* said;
+    } rows[] = {
+        {"verified", job("verify", package), {}, "", 0, ""},
+        {"with a slash", job("verify", package + "/"), {}, "", 0, ""},
+        {"damaged", job("verify", folder / "damaged.velmp"), {}, "", 1, "(-24108)"},
+        {"no package", job("upload", folder / "none.velmp"), {}, "", 1, "No such file"},
+        {"two providers",
+         {"verify", package, "-u", "house@sandbox.invalid"},
+         {{"VELTO_PASSWORD", "house-password"}},
+         "",
+         1,
+         "--provider"},
+        {"the tool says so",
+         job("verify", package),
+         {},
+         "error=Out of paper (-4711)\n",
+         1,
+         "Out of paper (-4711)"},
+        {"no operand", {"upload"}, {}, "", 2, "needs PACKAGE"},
+        {"unknown option", job("verify", package, {"--quite"}), {}, "", 2, "--quiet"},
+        {"unknown command", {"uplaod"}, {}, "", 2, "upload"},
+        {"a grace that is none", job("verify", package, {"--grace", "soon"}), {}, "", 2, "soon"},
+        {"unknown setting", job("verify", package, {"--set", "Nonsense=1"}), {}, "", 2, "Nonsense"},
+        {"broken settings",
+         job("verify", package, {"--config", folder / "broken.toml"}),
+         {},
+         "",
+         2,
+         "broken.toml"},
+        {"no credentials",
+         job("verify", package),
+         {{"VELTO_PASSWORD", ""}},
+         "",
+         2,
+         "VELTO_PASSWORD"},
+        {"no user", {"verify", package}, {}, "", 2, "--user"},
+        {"half a session",
+         job("verify", package),
+         {{"VELTO_PASSWORD", ""}, {"VELTO_SESSION_ID", "demo-session"}},
+         "",
+         2,
+         "VELTO_SHARED_SECRET"},
+        {"two forms",
+         job("verify", package, {"--token-file", "x", "--api-key", "y"}),
+         {},
+         "",
+         2,
+         "Give one"},
+        {"wrong password",
+         job("verify", package),
+         {{"VELTO_PASSWORD", "wrong"}},
+         "",
+         4,
+         "(-20101)"},
+        {"locked", {"verify", package, "-u", "locked@sandbox.invalid"}, {}, "", 4, "(-20209)"},
+        {"wrong session",
+         job("verify", package),
+         {{"VELTO_PASSWORD", ""}, {"VELTO_SESSION_ID", "no"}, {"VELTO_SHARED_SECRET", "no"}},
+         "",
+         4,
+         "(-20283)"},
+        {"app-specific",
+         {"verify", package, "-u", "twostep@sandbox.invalid"},
+         {{"VELTO_PASSWORD", "twostep-password"}},
+         "",
+         4,
+         "(-22938)"},
+        {"no token file",
+         job("verify", package, {"--token-file", folder / "none.plist"}),
+         {},
+         "",
+         4,
+         "none.plist"},
+        {"no token in it",
+         job("verify", package, {"--token-file", folder / "no-token.plist"}),
+         {},
+         "",
+         4,
+         "velto upload --help"},
+        {"no key file",
+         {"verify", package, "--api-key", "NOKEY", "--issuer", "nobody", "--key-folder", folder},
+         {},
+         "",
+         4,
+         "NOKEY"},
+        {"sign-in decides",
+         job("verify", package),
+         {},
+         "error=Odd (-4711)\nerror=Expired (-20283)\n",
+         4,
+         "Expired"},
+        {"another delivery", job("upload", package), {}, "error=Busy (-24203)\n", 5, "Wait for"},
+        {"crash", job("upload", package), {}, "crash=SEGV@signed-in\n", 5, "without saying why"},
+        {"no tool",
+         job("verify", package, {"--tool", folder / "nothing"}),
+         {},
+         "",
+         6,
+         "--tool PATH"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto before = environment;
+        for (const auto& [name, value] : row.variables)
+            environment[name] = value;
+        useScenario(row.scenario);
+        Child child = velto(row.arguments);
+        child.finish();
+        environment = before;
+        EXPECT_EQ(child.exitCode, row.exitCode) << child.all();
+        EXPECT_THAT(child.errors, HasSubstr(row.said));
+        if (row.exitCode == 0) {
+            EXPECT_EQ(child.errors, "");
+            continue;
+        }
+        EXPECT_THAT(child.errors, StartsWith("velto: "));
+        EXPECT_THAT(child.errors, HasSubstr("\n  Next: "));
+        if (row.exitCode != 2) {
+            EXPECT_THAT(child.errors, HasSubstr("\n  Why:  "));
+        }
+    }
+}
+
+TEST_F(DeliveryTest, EveryFormOfCredentialsSignsIn) {
+    const std::string package = makePackage();
+    write(folder / "token.plist",
+          "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>"
+          "<key>rovquill</key><string>demo-token</string></dict></plist>");
+    ASSERT_EQ(Child(velto::testing::sourceFolder() / "Sandbox/make-key",
+                    {"OURKEY", "our-issuer", "DemoStudio", folder / "keys"}, {})
+                  .finish()
+                  .exitCode,
+              0);
+    const struct {
+        const char* name;
+        Strings options;
+        sandbox_test::Environment variables;
+    } rows[] = {
+        {"session",
+         {"--user", "demo@sandbox.invalid"},
+         {{"VELTO_SESSION_ID", "demo-session"}, {"VELTO_SHARED_SECRET", "demo-shared-secret"}}},
+        {"token", {"--user", "demo@sandbox.invalid", "--token-file", folder / "token.plist"}, {}},
+        {"API key",
+         {"--api-key", "OURKEY", "--issuer", "our-issuer", "--key-folder", folder / "keys"},
+         {{"VELM_SANDBOX_ACCOUNTS", folder / "keys/accounts.json"}}},
+    };
+    environment["VELTO_PASSWORD"] = "";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto before = environment;
+        for (const auto& [name, value] : row.variables)
+            environment[name] = value;
+        Strings words{"verify", package};
+        words.insert(words.end(), row.options.begin(), row.options.end());
+        Child child = velto(words);
+        child.finish();
+        environment = before;
+        EXPECT_EQ(child.exitCode, 0) << child.all();
+    }
+}
+
+TEST_F(DeliveryTest, ThePasswordComesFromStandardInput) {
+    write(folder / "password", "demo-password\nnot this\n");
+    environment["VELTO_PASSWORD"] = "wrong";
+    environment["VELTO"] = velto::testing::veltoProgram();
+    environment["PACKAGE"] = makePackage();
+    environment["FOLDER"] = folder;
+    Child child("/bin/sh",
+                {"-c",
+                 "\"$VELTO\" verify \"$PACKAGE\" -u demo@sandbox.invalid --password-stdin "
+                 "<\"$FOLDER/password\""},
+                environment);
+    child.finish();
+    EXPECT_EQ(child.exitCode, 0) << child.all();
+}
+
+TEST_F(DeliveryTest, JSONIsAnObjectALineThatEndsWithTheResult) {
+    const std::string package = makeLargePackage(8);
+    useScenario("slow=8000000\nwarning=Careful: \"quoted\" \\ and\ttabbed\ninfo=Be it known\n");
+    Child child = velto(job("upload", package, {"--json"}));
+    child.finish();
+    ASSERT_EQ(child.exitCode, 0) << child.all();
+    EXPECT_EQ(child.errors, "");
+    const std::vector<Json> objects = objectsOf(child.output);
+    std::map<std::string, int> counts;
+    double percent = 0;
+    for (const Json& object : objects) {
+        ++counts[object["type"]];
+        if (object["type"] == "progress" && object.contains("size")) {
+            EXPECT_GE(object["percent"], percent);
+            percent = object["percent"];
+            EXPECT_LE(object["completed"], object["size"]);
+        }
+    }
+    EXPECT_GE(counts["phase"], 4);
+    EXPECT_GE(counts["progress"], 1);
+    EXPECT_EQ(counts["message"], 2);
+    EXPECT_EQ(counts["result"], 1);
+    const Json& result = objects.back();
+    EXPECT_EQ(result["type"], "result");
+    EXPECT_EQ(result["outcome"], "done");
+    EXPECT_EQ(result["exitCode"], 0);
+    EXPECT_GE(result["size"], 8 << 20);
+    EXPECT_EQ(result["packageName"], "LARGE.velmp");
+    EXPECT_EQ(result["warnings"], Json::array({"Careful: \"quoted\" \\ and\ttabbed"}));
+    EXPECT_EQ(result["output"]["provider"], "DemoStudio");
+}
+
+TEST_F(DeliveryTest, JSONOfAFailureTellsItsErrors) {
+    environment["VELTO_PASSWORD"] = "wrong";
+    Child child = velto(job("verify", makePackage(), {"--json", "--quiet"}));
+    child.finish();
+    EXPECT_EQ(child.exitCode, 4);
+    EXPECT_EQ(child.errors, "");
+    const std::vector<Json> objects = objectsOf(child.output);
+    ASSERT_EQ(objects.size(), 1U);
+    EXPECT_EQ(objects[0]["outcome"], "failed");
+    EXPECT_EQ(objects[0]["exitCode"], 4);
+    EXPECT_EQ(objects[0]["errors"][0]["code"], -20101);
+    EXPECT_EQ(objects[0]["errors"][0]["domain"], "VeltoDrovanErrorDomain");
+}
+
+TEST_F(DeliveryTest, WithoutATerminalThereAreNoEscapeCodes) {
+    const std::string package = makePackage();
+    useScenario("warning=A\x1b[31mred\x07 warning\r\n");
+    for (const Strings& options :
+         {Strings{}, Strings{"--verbose"}, Strings{"--json"}, Strings{"--quiet"}}) {
+        SCOPED_TRACE(options.empty() ? "plain" : options.front());
+        Child child = velto(job("upload", package, options));
+        child.finish();
+        EXPECT_EQ(child.exitCode, 0);
+        EXPECT_EQ((child.output + child.errors).find_first_of("\x1b\r\x07"), std::string::npos)
+            << child.all();
+        EXPECT_EQ(child.errors.empty(), options != Strings{"--verbose"}) << child.all();
+        EXPECT_EQ(child.output.empty(), options == Strings{"--quiet"}) << child.all();
+    }
+}
+
+TEST_F(DeliveryTest, QuietStillShowsErrors) {
+    environment["VELTO_PASSWORD"] = "wrong";
+    Child child = velto(job("verify", makePackage(), {"--quiet"}));
+    child.finish();
+    EXPECT_EQ(child.exitCode, 4);
+    EXPECT_EQ(child.output, "");
+    EXPECT_THAT(child.errors, HasSubstr("-20101"));
+}
+
+TEST_F(DeliveryTest, TheLogFileIsPrivateAndStamped) {
+    write(folder / "log", "kept\n");
+    std::filesystem::permissions(folder / "log", std::filesystem::perms(0644));
+    Child child = velto(job("verify", makePackage(), {"--log-file", folder / "log"}));
+    child.finish();
+    EXPECT_EQ(child.exitCode, 0) << child.all();
+    EXPECT_EQ(child.errors, "");
+    EXPECT_EQ(std::filesystem::status(folder / "log").permissions(), std::filesystem::perms(0600));
+    const std::string log = contentOf(folder / "log");
+    EXPECT_THAT(log, StartsWith("kept\n"));
+    EXPECT_THAT(linesOf(log).at(1), ::testing::MatchesRegex("[0-9-]+T[0-9:.]+Z debug .*"));
+    EXPECT_THAT(log, HasSubstr("VelmDrovan"));
+}
+
+TEST_F(DeliveryTest, AReaderWhoLeavesDoesNotEndTheDelivery) {
+    environment["VELTO"] = velto::testing::veltoProgram();
+    environment["PACKAGE"] = makePackage();
+    Child child("/bin/bash",
+                {"-c",
+                 "\"$VELTO\" upload \"$PACKAGE\" -u demo@sandbox.invalid | head -c 1 >/dev/null; "
+                 "exit ${PIPESTATUS[0]}"},
+                environment);
+    child.finish();
+    EXPECT_TRUE(std::filesystem::exists(folder / "store/DemoStudio/V1.velmp/metadata.xml"))
+        << child.all();
+}
+
+TEST_F(DeliveryTest, ToolCommandIsWhatUploadRuns) {
+    const std::string package = makePackage();
+    const Strings options{"--transport", "Signiant", "--provider", "DemoStudio", "--no-checksum"};
+    Strings command{"tool",  "command", "upload", package, "--user", "demo@sandbox.invalid",
+                    "--json"};
+    command.insert(command.end(), options.begin(), options.end());
+    Child shown = velto(command);
+    shown.finish();
+    ASSERT_EQ(shown.exitCode, 0) << shown.all();
+    Json expected = objectsOf(shown.output).back()["arguments"];
+
+    useScenario("record=" + (folder / "record").string() + "\nrecord-values=yes\n");
+    Child upload = velto(job("upload", package, options));
+    upload.finish();
+    ASSERT_EQ(upload.exitCode, 0) << upload.all();
+    Json arguments = Json::parse(contentOf(folder / "record"))["arguments"];
+    // The variable of the password has another name each time.
+    for (Json* list : {&expected, &arguments})
+        for (Json& argument : *list)
+            if (argument.get<std::string>().starts_with("@env:"))
+                argument = "@env:NAME";
+    EXPECT_EQ(expected, arguments);
+    EXPECT_NE(std::ranges::find(arguments, Json("-t")), arguments.end());
+}
+
+TEST_F(DeliveryTest, TheToolIsFoundAndAsked) {
+    const std::string tool = velto::testing::sandboxFolder() / "velm/bin/VelmDrovan";
+    Child located = velto({"tool", "locate"});
+    EXPECT_EQ(located.finish().output, tool + "\n") << located.all();
+    Child version = velto({"tool", "version"});
+    EXPECT_EQ(version.finish().output, "Velm Drovan, version 1.0.0\n") << version.all();
+    useScenario("exit=3@start\n");
+    Child broken = velto({"tool", "version"});
+    EXPECT_EQ(broken.finish().exitCode, 5) << broken.all();
+}
+
+}  // namespace
+}  // namespace cli_test

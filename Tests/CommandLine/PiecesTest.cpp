@@ -1,0 +1,136 @@
+#include <CommandLine/Console.h>
+#include <CommandLine/DeliveryOptions.h>
+#include <CommandLine/Failure.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/JSONLine.h>
+#include <CommandLine/LiveDisplay.h>
+#include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanMessages.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace velto::cli {
+namespace {
+
+using ::testing::HasSubstr;
+
+TEST(PiecesTest, PrintableTextIsOneLineThatCommandsNoTerminal) {
+    const struct {
+        std::string_view text, expected;
+    } rows[] = {
+        {"plain", "plain"},
+        {"two\nlines\tand tab\r\n", "two lines and tab"},
+        {"\x1b]0;title\x07", "\xEF\xBF\xBD]0;title\xEF\xBF\xBD"},
+        {"c1 \xC2\x9B"
+         "31m",
+         "c1 \xEF\xBF\xBD"
+         "31m"},
+        {"cut \xE2\x82", "cut \xEF\xBF\xBD\xEF\xBF\xBD"},
+        {"überlong \xC0\xAF", "überlong \xEF\xBF\xBD\xEF\xBF\xBD"},
+        {"turned \xE2\x80\xAEround", "turned \xEF\xBF\xBDround"},
+        {"日本語 🎬", "日本語 🎬"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(printable(row.text), row.expected);
+}
+
+TEST(PiecesTest, ColumnsAreCountedAndCut) {
+    EXPECT_EQ(columnsOf("日本 e\xCC\x81🎬"), 8U);
+    EXPECT_EQ(truncated("日本語です", 7), "日本語…");
+    EXPECT_EQ(truncated("Uploading package…", 12), "Uploading p…");
+    EXPECT_EQ(truncated("Uploading package…", 11), "Uploading…");
+    EXPECT_EQ(truncated("short", 5), "short");
+    EXPECT_EQ(truncated("short", 0), "");
+    EXPECT_EQ(durationText(59.6), "1:00");
+    EXPECT_EQ(durationText(3723), "1:02:03");
+    EXPECT_EQ(durationText(1e300), "");
+    EXPECT_EQ(wrapped("aa " + std::string(70, 'b') + " cccc dddd", 2, 10),
+              "aa\n  " + std::string(70, 'b') + " cccc\n  dddd");
+}
+
+TEST(PiecesTest, AnyDepthIsWrittenAsJSON) {
+    Value value = "x";
+    for (int depth = 0; depth < 100'000; ++depth) {
+        value = depth % 2 == 0 ? Value(Array{value}) : Value(Dictionary{{"k", value}});
+    }
+    std::string text;
+    appendJSON(text, value);
+    EXPECT_EQ(text.size(), 50'000 * 2 + 50'000 * 6 + 3U);
+    EXPECT_EQ(
+        JSONLine("t").add("a", Array{1, -2.5, true, Null{}, "\x01\"\\\xFF"}).add("b", {}).text(),
+        "{\"type\":\"t\",\"a\":[1,-2.5,true,null,\"\\u0001\\\"\\\\\xEF\xBF\xBD\"]}");
+}
+
+TEST(PiecesTest, TheLiveLineLeavesOutWhatHasNoRoom) {
+    const Console console;
+    const Progress progress{.phase = "Uploading package to the Velto Store…",
+                            .percent = 42.9,
+                            .completed = 45 << 20,
+                            .size = 105 << 20,
+                            .rate = 3 << 20,
+                            .remaining = 20.4,
+                            .elapsed = 12};
+    for (std::size_t width = 1; width <= 160; ++width)
+        EXPECT_LE(columnsOf(LiveDisplay::line(progress, width, console)), width);
+    const std::string wide = LiveDisplay::line(progress, 160, console);
+    for (const char* part : {"Uploading package to the Velto Store…", " 42%", "45 MB of 105 MB",
+                             "3 MB/s", "0:20 left"})
+        EXPECT_THAT(wide, HasSubstr(part));
+    const std::string narrow = LiveDisplay::line(progress, 60, console);
+    EXPECT_THAT(narrow, HasSubstr("42%"));
+    EXPECT_THAT(narrow, ::testing::Not(HasSubstr("MB of")));
+    EXPECT_THAT(LiveDisplay::line({.phase = "Authenticating…", .elapsed = 3}, 80, console),
+                HasSubstr("Authenticating…       0:03"));
+}
+
+TEST(PiecesTest, ArgumentsAreUnderstood) {
+    Failure failure;
+    const auto parse = [&](std::vector<std::string> words) {
+        return Invocation::parse(words, failure);
+    };
+    const auto upload = parse({"--json", "upload", "-u", "me", "tool", "--store=ovalis", "-q"});
+    ASSERT_TRUE(upload);
+    EXPECT_EQ(upload->command, &uploadCommand());
+    EXPECT_EQ(upload->operands, std::vector<std::string>{"tool"});
+    EXPECT_EQ(upload->value(userOption), "me");
+    EXPECT_EQ(upload->value(storeOption), "ovalis");
+    EXPECT_TRUE(upload->has(jsonOption) && upload->has(quietOption) && !upload->has(verboseOption));
+    const auto set = parse({"config", "set", "KEY", "[a,b]", "--", "-x", "--json"});
+    ASSERT_TRUE(set);
+    EXPECT_EQ(set->operands, (std::vector<std::string>{"KEY", "[a,b]", "-x", "--json"}));
+    const struct {
+        std::vector<std::string> words;
+        const char* said;
+    } wrong[] = {
+        {{"verify", "a", "b"}, "‘b’"},
+        {{"verify"}, "PACKAGE"},
+        {{"upload", "p", "--store", "x"}, "‘x’"},
+        {{"completion", "tcsh"}, "‘tcsh’"},
+        {{"tool", "lcate"}, "‘lcate’"},
+        {{"verify", "p", "--transport", "DAV"}, "‘--transport’"},
+        {{"upload", "p", "--user"}, "--user"},
+    };
+    for (const auto& row : wrong) {
+        EXPECT_FALSE(parse(row.words)) << row.said;
+        EXPECT_EQ(failure.exitCode, ExitCode::usage);
+        EXPECT_THAT(failure.what, HasSubstr(row.said));
+    }
+}
+
+TEST(PiecesTest, TheWorstErrorDecidesTheExitCode) {
+    const Error busy = Error::make(VeltoDrovanErrorDomain, -24203, "Busy", "");
+    const Error odd = Error::make(VeltoDrovanErrorDomain, -4711, "ERROR: Odd", "");
+    const Error expired = Error::make(VeltoDrovanErrorDomain, -20283, "Expired", "");
+    const Error strange = Error::make("StrangeDomain", 1, "Strange", "");
+    EXPECT_EQ(failureOfErrors("x", {busy}).exitCode, ExitCode::tryAgain);
+    EXPECT_EQ(failureOfErrors("x", {busy, odd}).exitCode, ExitCode::failed);
+    EXPECT_EQ(failureOfErrors("x", {odd, expired, busy}).exitCode, ExitCode::signIn);
+    EXPECT_EQ(failureOfErrors("x", {strange}).exitCode, ExitCode::failed);
+    EXPECT_EQ(failureOfErrors("x", {odd, busy, odd}).why,
+              (std::vector<std::string>{"Odd", "Busy"}));
+    EXPECT_EQ(failureKinds().back().domain, "");
+}
+
+}  // namespace
+}  // namespace velto::cli
