@@ -23,15 +23,22 @@
 namespace {
 
 /// Who reads, in the order of the table. The first one is ours.
-enum class Reader { ours, rapid, rapidExact, nlohmann };
+enum class Reader { ours, oursStreamed, rapid, rapidExact, nlohmann };
 
-const char* const readerNames[] = {"ours", "RapidJSON", "RapidJSON exact", "nlohmann"};
+const char* const readerNames[] = {"ours", "ours streamed", "RapidJSON", "RapidJSON exact",
+                                   "nlohmann"};
 
 bool readOnce(Reader reader, const std::string& text, const velto::Data& data) {
     switch (reader) {
         case Reader::ours: {
             MZJSONDeserializer deserializer;
             return !deserializer.deserializeJSONData(data).isNone();
+        }
+        case Reader::oursStreamed: {
+            MZJSONDeserializer deserializer;
+            const auto stream = velto::InputStream::withData(data);
+            stream->open();
+            return !deserializer.deserializeJSONStream(stream).isNone();
         }
         case Reader::rapid: {
             rapidjson::Document document;

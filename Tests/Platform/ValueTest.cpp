@@ -362,6 +362,47 @@ TEST(Value, AnyDepthNeedsNoStack) {
     });
 }
 
+TEST(Value, EqualContainersHashAlikeInAnyForm) {
+    const struct {
+        const char* name;
+        Value left;
+        Value right;
+    } rows[] = {
+        {"an emptied array", Array(),
+         [] {
+             Array array{1};
+             array.remove(0);
+             return array;
+         }()},
+        {"an emptied dictionary", Dictionary(),
+         [] {
+             Dictionary dictionary{{1, 2}};
+             dictionary.remove(1);
+             return dictionary;
+         }()},
+        {"another order", Dictionary{{"a", 1}, {"b", Array{2}}},
+         Dictionary{{"b", Array{2}}, {"a", true}}},
+        {"within others", Array{Array(), Dictionary(), Array{Dictionary{{1, 2}, {3, 4}}}},
+         Array{Array(), Dictionary(), Array{Dictionary{{3, 4}, {1, 2}}}}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.left, row.right);
+        EXPECT_EQ(row.left.hash(), row.right.hash());
+    }
+}
+
+/// With a hash of the size alone this would take minutes.
+TEST(Dictionary, HoldsManyContainersAsKeys) {
+    Dictionary dictionary;
+    for (int i = 0; i < 100'000; ++i) {
+        dictionary.set(
+            i % 2 == 0 ? Value(Array{1, Array{Array{i}}}) : Value(Array{Dictionary{{"a", i}}}), i);
+    }
+    EXPECT_EQ(dictionary.size(), 100'000U);
+    EXPECT_EQ(dictionary.valueForKey(Array{1, Array{Array{99'998}}}), 99'998);
+}
+
 TEST(Value, ObjectsThatHoldEachOtherAreFreedWithoutStack) {
     velto::testing::onSmallStack([] {
         Error error("D", 0);

@@ -51,8 +51,8 @@ bool isNumberCharacter(char16_t character) noexcept {
 
 /// The next character that is no white space. False as getNextCharacter.
 bool nextVisibleCharacter(MZStringStreamReader& reader, char16_t& character, Error* error) {
-    while (MZStringStreamReaderGetNextCharacter(reader, character, error)) {
-        if (!IsWhitespaceCharacter(character)) {
+    while (reader.getNextCharacter(character, error)) {
+        if ((character > ' ' && character < 0x7F) || !IsWhitespaceCharacter(character)) {
             return true;
         }
     }
@@ -467,7 +467,7 @@ Value MZJSONDeserializer::deserializeJSONStringWithStringReader(MZStringStreamRe
                                                                 Error* error) {
     index_ = 0;
     char16_t character = 0;
-    while (MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+    while (appendRun(reader), reader.getNextCharacter(character, error)) {
         switch (character) {
             case '"':
                 return bufferedText();
@@ -493,9 +493,31 @@ Value MZJSONDeserializer::deserializeJSONStringWithStringReader(MZStringStreamRe
     return {};
 }
 
+/// Takes the plain ASCII characters of a string that the reader holds in one run.
+void MZJSONDeserializer::appendRun(MZStringStreamReader& reader) {
+    if (reader.encoding() != TextEncoding::utf8) {
+        return;
+    }
+    const std::span<const std::uint8_t> bytes = reader.buffered();
+    const auto isPlain = [](std::uint8_t byte) {
+        return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\';
+    };
+    const auto length = static_cast<std::size_t>(
+        std::find_if_not(bytes.begin(), bytes.end(), isPlain) - bytes.begin());
+    if (length == 0) {
+        return;
+    }
+    while (index_ + length + 3 >= allocated_) {
+        growBuffer();
+    }
+    std::copy_n(bytes.begin(), length, readBuffer_.get() + index_);
+    index_ += length;
+    reader.consume(length, length);
+}
+
 bool MZJSONDeserializer::readEscape(MZStringStreamReader& reader, Error* error) {
     char16_t character = 0;
-    if (!MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+    if (!reader.getNextCharacter(character, error)) {
         return false;
     }
     switch (character) {
@@ -530,7 +552,7 @@ bool MZJSONDeserializer::readEscape(MZStringStreamReader& reader, Error* error) 
     }
     std::array<char16_t, 4> digits;
     for (char16_t& digit : digits) {
-        if (!MZStringStreamReaderGetNextCharacter(reader, digit, error)) {
+        if (!reader.getNextCharacter(digit, error)) {
             return false;
         }
     }
@@ -602,7 +624,7 @@ Value MZJSONDeserializer::deserializeJSONNumberWithStringReader(MZStringStreamRe
     char16_t character = initialCharacter;
     do {
         append(character);
-        if (!MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+        if (!reader.getNextCharacter(character, error)) {
             return {};
         }
     } while (isNumberCharacter(character));
@@ -634,7 +656,7 @@ Value MZJSONDeserializer::deserializeJSONBooleanWithStringReader(MZStringStreamR
     const bool flag = initialCharacter == 't';
     for (const char expected : std::string_view(flag ? "rue" : "alse")) {
         char16_t character = 0;
-        if (!MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+        if (!reader.getNextCharacter(character, error)) {
             return {};
         }
         if (character != static_cast<char16_t>(expected)) {
@@ -654,7 +676,7 @@ Value MZJSONDeserializer::deserializeJSONNullWithStringReader(MZStringStreamRead
                                                               Error* error) {
     for (const char expected : std::string_view("ull")) {
         char16_t character = 0;
-        if (!MZStringStreamReaderGetNextCharacter(reader, character, error)) {
+        if (!reader.getNextCharacter(character, error)) {
             return {};
         }
         if (character != static_cast<char16_t>(expected)) {

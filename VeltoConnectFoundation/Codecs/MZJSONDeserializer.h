@@ -74,6 +74,7 @@ private:
                                 char16_t character,
                                 Context context,
                                 velto::Error* error);
+    void appendRun(MZStringStreamReader& reader);
     bool readEscape(MZStringStreamReader& reader, velto::Error* error);
     velto::Value bufferedText();
     void growBuffer();

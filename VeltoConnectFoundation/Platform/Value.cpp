@@ -3,6 +3,7 @@
 #include <VeltoConnectFoundation/Platform/NumberText.h>
 #include <VeltoConnectFoundation/Platform/ValueBlocks.h>
 
+#include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -126,6 +127,91 @@ T truncated(double number, double lowest, double beyond) noexcept {
            : number >= beyond ? std::numeric_limits<T>::max()
                               : static_cast<T>(number);
 }
+
+std::size_t mixed(std::size_t state, std::uint64_t bits) noexcept {
+    bits = (state ^ bits) * 0x9E3779B97F4A7C15;
+    return bits ^ (bits >> 32);
+}
+
+/// Of a value that is no container.
+std::size_t plainHash(const Value& value) noexcept {
+    const auto kind = static_cast<std::size_t>(value.kind());
+    switch (value.kind()) {
+        case ValueKind::none:
+        case ValueKind::null:
+            return kind;
+        case ValueKind::string:
+            return detail::hashText(value.string());
+        case ValueKind::data:
+            return detail::hashText(value.data().view());
+        case ValueKind::date:
+            return mixed(kind, CanonicalNumber::from(value.date().secondsSinceReference).bits);
+        case ValueKind::object:
+            return ValueAccess::object(value)->object->hash();
+        default:
+            return mixed(1, CanonicalNumber::from(value).bits);
+    }
+}
+
+/// Looks at a bounded part of a container, so that neither depth nor size costs anything, and the
+/// keys of a hostile document still differ.
+class ContainerHash {
+public:
+    std::size_t of(const Value& container) noexcept {
+        add(container);
+        while (depth_ != 0 && left_ != 0) {
+            Range& range = open_[depth_ - 1];
+            if (range.next == range.end) {
+                --depth_;
+            } else {
+                add(*range.next++);
+            }
+        }
+        return state_;
+    }
+
+private:
+    struct Range {
+        const Value* next;
+        const Value* end;
+    };
+
+    void add(const Value& value) noexcept {
+        --left_;
+        if (value.isDictionary()) {
+            addDictionary(ValueAccess::dictionary(value));
+        } else if (!value.isArray()) {
+            state_ = mixed(state_, plainHash(value));
+        } else if (const ArrayBlock* block = ValueAccess::array(value); block != nullptr) {
+            state_ = mixed(state_, block->count);
+            if (depth_ < open_.size()) {
+                open_[depth_++] = {block->values(), block->values() + block->count};
+            }
+        }
+    }
+
+    /// The order of the entries must not count.
+    void addDictionary(const DictionaryBlock* block) noexcept {
+        std::size_t sum = block == nullptr ? 0 : block->count;
+        if (sum <= left_) {
+            for (std::uint32_t index = 0; block != nullptr && index < block->count; ++index) {
+                const DictionaryEntry& entry = block->entries()[index];
+                sum += mixed(shallowHash(entry.key), shallowHash(entry.value));
+            }
+        }
+        state_ = mixed(state_, ~sum);
+    }
+
+    static std::size_t shallowHash(const Value& value) noexcept {
+        return value.isArray() || value.isDictionary() ? static_cast<std::size_t>(value.kind())
+                                                       : plainHash(value);
+    }
+
+    std::array<Range, 8> open_;
+    std::size_t depth_ = 0;
+    std::size_t left_ = 64;  ///< Values to look at.
+    std::size_t state_ = 0;
+};
 
 enum class Verdict : std::uint8_t { different, equal, byContent };
 
@@ -531,35 +617,7 @@ std::string_view Value::className() const noexcept {
 }
 
 std::size_t Value::hash() const noexcept {
-    const auto mixed = [](std::uint64_t bits, std::size_t kind) {
-        bits = (bits + kind) * 0x9E3779B97F4A7C15;
-        return bits ^ (bits >> 32);
-    };
-    const auto kindNumber = static_cast<std::size_t>(kind());
-    // Containers hash by their size alone: no depth to walk, and equal ones are equal in it.
-    switch (kind()) {
-        case ValueKind::none:
-        case ValueKind::null:
-            return kindNumber;
-        case ValueKind::string:
-            return detail::hashText(string());
-        case ValueKind::data:
-            return detail::hashText(data().view());
-        case ValueKind::date:
-            return mixed(CanonicalNumber::from(date().secondsSinceReference).bits, kindNumber);
-        case ValueKind::array: {
-            const ArrayBlock* block = ValueAccess::array(*this);
-            return mixed(block == nullptr ? 0 : block->count, kindNumber);
-        }
-        case ValueKind::dictionary: {
-            const DictionaryBlock* block = ValueAccess::dictionary(*this);
-            return mixed(block == nullptr ? 0 : block->count, kindNumber);
-        }
-        case ValueKind::object:
-            return ValueAccess::object(*this)->object->hash();
-        default:
-            return mixed(CanonicalNumber::from(*this).bits, 1);
-    }
+    return isArray() || isDictionary() ? ContainerHash().of(*this) : plainHash(*this);
 }
 
 bool operator==(const Value& left, const Value& right) noexcept {

@@ -160,53 +160,114 @@ std::size_t DictionaryBlock::slotsFor(std::size_t capacity) noexcept {
     return capacity <= unindexed ? 0 : std::bit_ceil(capacity + capacity / 2);
 }
 
+namespace {
+
+/// Whether a key is the looked-up one, in the cheapest way for it.
+class KeyMatch {
+public:
+    explicit KeyMatch(const Value& key) noexcept {
+        if (!key.isString()) {
+            other_ = &key;
+        } else if (ValueAccess::hasBlock(key)) {
+            text_ = key.string();
+        } else {
+            words_ = words(key);
+        }
+    }
+    explicit KeyMatch(std::string_view key) noexcept {
+        if (key.size() > ValueAccess::inlineCapacity) {
+            text_ = key;
+        } else {
+            words_ = std::bit_cast<Words>(ValueAccess::shortText(key.data(), key.size()));
+        }
+    }
+
+    bool operator()(const Value& candidate) const noexcept {
+        if (other_ != nullptr) {
+            return candidate == *other_;
+        }
+        // Text stands in its handle exactly when it is short enough, so that only equal handles
+        // are equal short texts.
+        return text_.empty() ? words(candidate) == words_
+                             : candidate.isString() && candidate.string() == text_;
+    }
+
+private:
+    using Words = std::array<std::uint64_t, 2>;
+
+    static Words words(const Value& value) noexcept {
+        return std::bit_cast<Words>(ValueAccess::storage(value));
+    }
+
+    const Value* other_ = nullptr;
+    std::string_view text_;
+    Words words_{};
+};
+
+std::size_t hashOf(const Value& key) noexcept {
+    return key.hash();
+}
+
+std::size_t hashOf(std::string_view key) noexcept {
+    return hashText(key);
+}
+
+/// The slot of the entry with that key, or the empty one where it belongs.
+template <class Key>
+std::size_t slotOf(const DictionaryBlock& block, const Key& key, const KeyMatch& matches) noexcept {
+    const std::uint32_t* const table = block.table();
+    const std::size_t mask = block.slots - 1;
+    std::size_t slot = hashOf(key) & mask;
+    while (table[slot] != 0 && !matches(block.entries()[table[slot] - 1].key)) {
+        slot = (slot + 1) & mask;
+    }
+    return slot;
+}
+
+template <class Key>
+std::uint32_t indexOf(const DictionaryBlock& block, const Key& key) noexcept {
+    const KeyMatch matches(key);
+    if (block.slots != 0) {
+        const std::uint32_t found = block.table()[slotOf(block, key, matches)];
+        return found == 0 ? block.count : found - 1;
+    }
+    const DictionaryEntry* const entries = block.entries();
+    std::uint32_t index = 0;
+    while (index < block.count && !matches(entries[index].key)) {
+        ++index;
+    }
+    return index;
+}
+
+}  // namespace
+
 std::uint32_t DictionaryBlock::find(std::string_view key) const noexcept {
-    const DictionaryEntry* entry = entries();
-    if (slots == 0) {
-        for (std::uint32_t index = 0; index < count; ++index) {
-            if (entry[index].key.isString() && entry[index].key.string() == key) {
-                return index;
-            }
-        }
-        return count;
-    }
-    const std::uint32_t* slot = table();
-    for (std::size_t at = hashText(key) & (slots - 1); slot[at] != 0; at = (at + 1) & (slots - 1)) {
-        const Value& candidate = entry[slot[at] - 1].key;
-        if (candidate.isString() && candidate.string() == key) {
-            return slot[at] - 1;
-        }
-    }
-    return count;
+    return indexOf(*this, key);
 }
 
 std::uint32_t DictionaryBlock::find(const Value& key) const noexcept {
-    if (key.isString()) {
-        return find(key.string());
-    }
-    const DictionaryEntry* entry = entries();
+    return indexOf(*this, key);
+}
+
+std::uint32_t DictionaryBlock::add() noexcept {
+    const Value& key = entries()[count].key;
     if (slots == 0) {
-        for (std::uint32_t index = 0; index < count; ++index) {
-            if (entry[index].key == key) {
-                return index;
-            }
-        }
-        return count;
+        const std::uint32_t index = find(key);
+        count += index == count ? 1 : 0;
+        return index;
     }
-    const std::uint32_t* slot = table();
-    for (std::size_t at = key.hash() & (slots - 1); slot[at] != 0; at = (at + 1) & (slots - 1)) {
-        if (entry[slot[at] - 1].key == key) {
-            return slot[at] - 1;
-        }
+    std::uint32_t& slot = table()[slotOf(*this, key, KeyMatch(key))];
+    if (slot == 0) {
+        slot = ++count;
     }
-    return count;
+    return slot - 1;
 }
 
 void DictionaryBlock::enter(std::uint32_t index) noexcept {
     if (slots == 0) {
         return;
     }
-    std::uint32_t* slot = table();
+    std::uint32_t* const slot = table();
     std::size_t at = entries()[index].key.hash() & (slots - 1);
     while (slot[at] != 0) {
         at = (at + 1) & (slots - 1);

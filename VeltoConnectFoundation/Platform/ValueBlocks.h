@@ -85,9 +85,12 @@ struct DictionaryBlock : Block {
     /// The index of the entry with that key, or `count`.
     std::uint32_t find(const Value& key) const noexcept;
     std::uint32_t find(std::string_view key) const noexcept;
-    /// Enters the entry at `index` into the table, if there is one.
+    /// Enters the entry at `index`, whose key no other has, into the table, if there is one.
     void enter(std::uint32_t index) noexcept;
     void rebuildTable() noexcept;
+    /// Counts the entry that stands behind the last one, unless there is one with the same key:
+    /// answers the index of that, else of the new one.
+    std::uint32_t add() noexcept;
 };
 
 struct DataBlock : Block {

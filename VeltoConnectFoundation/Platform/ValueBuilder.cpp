@@ -77,7 +77,11 @@ void ValueBuilder::closeArray(std::size_t first) {
     block->count = checkedCount(count);
     block->capacity = block->count;
     top_ = stack_ + first;
-    std::memcpy(static_cast<void*>(block->values()), top_, count * sizeof(Value));
+    // Most are too short to be worth a call.
+    auto* values = reinterpret_cast<Storage*>(block->values());
+    for (std::size_t i = 0; i < count; ++i) {
+        values[i] = top_[i];
+    }
     *top_++ = ValueAccess::within(ValueKind::array, block);
 }
 
@@ -99,13 +103,10 @@ void ValueBuilder::closeDictionary(std::size_t first) {
     const Storage* source = top_;
     DictionaryEntry* entries = block->entries();
     for (std::size_t i = 0; i < count; ++i, source += 2) {
-        std::memcpy(static_cast<void*>(entries + block->count), source, sizeof(DictionaryEntry));
-        const std::uint32_t known = block->find(entries[block->count].key);
-        if (known < block->count) {
+        const std::uint32_t next = block->count;
+        std::memcpy(static_cast<void*>(entries + next), source, sizeof(DictionaryEntry));
+        if (const std::uint32_t known = block->add(); known != next) {
             std::memcpy(static_cast<void*>(&entries[known].value), source + 1, sizeof(Value));
-        } else {
-            block->enter(block->count);
-            ++block->count;
         }
     }
     *top_++ = ValueAccess::within(ValueKind::dictionary, block);
