@@ -9,11 +9,16 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <latch>
+#include <mutex>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -68,6 +73,31 @@ TEST(OperationQueue, BlockedOperationsKeepNoOtherFromStarting) {
     allStarted.wait();
     EXPECT_TRUE(testing::waitUntil([&] { return queue->operationCount() == blocked; }));
     release.set_value();
+    queue->waitUntilAllOperationsAreFinished();
+}
+
+std::size_t poolThreads() {
+    std::size_t count = 0;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::ifstream(thread.path() / "comm") >> name;
+        count += name == "velto-pool" ? 1 : 0;
+    }
+    return count;
+}
+
+TEST(OperationQueue, ThreadsBeyondTheCoresEndWhenTheyStayIdle) {
+    const auto queue = OperationQueue::make();
+    const std::size_t cores = std::thread::hardware_concurrency();
+    std::latch meeting(static_cast<std::ptrdiff_t>(cores + 20));
+    for (std::size_t index = 0; index < cores + 20; ++index) {
+        queue->addOperation(block([&] { meeting.arrive_and_wait(); }));
+    }
+    queue->waitUntilAllOperationsAreFinished();
+    EXPECT_GE(poolThreads(), cores + 20);
+    EXPECT_TRUE(testing::waitUntil([&] { return poolThreads() <= cores; })) << poolThreads();
+    // Those that are left still take work.
+    queue->addOperation(block([] {}));
     queue->waitUntilAllOperationsAreFinished();
 }
 

@@ -52,7 +52,7 @@ private:
 /// A plain mutex, for inner state that threads wait on.
 class VELTO_CAPABILITY("mutex") Mutex {
 public:
-    Mutex() = default;
+    constexpr Mutex() = default;
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 

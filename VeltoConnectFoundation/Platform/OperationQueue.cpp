@@ -15,30 +15,27 @@ struct OperationQueue::State : std::enable_shared_from_this<State> {
     struct Entry;
 
     void add(std::shared_ptr<Operation> operation);
-    void setMaximum(std::size_t count);
-    void finish(Entry& entry);
-    void startAllowed() VELTO_REQUIRES(mutex);
+    void setMaximum(std::size_t value);
+    void startAllowed(Pool::Clock::time_point now, Pool::Wakes& wakes) VELTO_REQUIRES(poolMutex);
     std::vector<std::shared_ptr<Operation>> operations();
+    std::size_t operationCount();
     void waitUntilEmpty();
 
-    Mutex mutex;
     std::condition_variable becameEmpty;
-    std::size_t maximum VELTO_GUARDED_BY(mutex) = std::numeric_limits<std::size_t>::max();
-    std::size_t handedOver VELTO_GUARDED_BY(mutex) = 0;  ///< To the pool: ready and running.
-    Entry* first VELTO_GUARDED_BY(mutex) = nullptr;      ///< All that have not ended, in order.
-    Entry* last VELTO_GUARDED_BY(mutex) = nullptr;
-    Entry* firstHeldBack VELTO_GUARDED_BY(mutex) = nullptr;
-    std::atomic<std::size_t> count{0};
+    std::size_t maximum VELTO_GUARDED_BY(poolMutex) = std::numeric_limits<std::size_t>::max();
+    std::size_t count VELTO_GUARDED_BY(poolMutex) = 0;
+    std::size_t handedOver VELTO_GUARDED_BY(poolMutex) = 0;  ///< To the pool: ready and running.
+    Entry* first VELTO_GUARDED_BY(poolMutex) = nullptr;      ///< All that have not ended, in order.
+    Entry* last VELTO_GUARDED_BY(poolMutex) = nullptr;
+    Entry* firstHeldBack VELTO_GUARDED_BY(poolMutex) = nullptr;
 };
 
-/// One operation in the queue. Owned by whoever holds its turn: the queue's list while it is held
-/// back, then the pool, which runs it once.
+/// One operation in the queue. Owned by the queue's list while it is held back, then by the pool.
 struct OperationQueue::State::Entry final : Pool::Piece {
     Entry(std::shared_ptr<State> state, std::shared_ptr<Operation> work)
-        : queue(std::move(state)), operation(std::move(work)) {}
+        : queue(std::move(state)), operation(std::move(work)), observed(operation) {}
 
-    void run() noexcept override {
-        const std::unique_ptr<Entry> self(this);
+    bool run() noexcept override {
         try {
             if (!operation->isCancelled()) {
                 operation->main();
@@ -46,75 +43,82 @@ struct OperationQueue::State::Entry final : Pool::Piece {
         } catch (...) {
             platformLogUncaught("an operation");
         }
-        queue->finish(*this);
+        // Before it counts as ended, so that whoever waits for the queue finds it let go of.
+        operation.reset();
+        return true;
     }
 
-    std::shared_ptr<State> queue;
-    std::shared_ptr<Operation> operation;
+    void ended(Pool::Wakes& wakes) noexcept override {
+        State& state = *queue;
+        (previous == nullptr ? state.first : previous->next) = next;
+        (next == nullptr ? state.last : next->previous) = previous;
+        --state.handedOver;
+        if (state.firstHeldBack != nullptr) {
+            state.startAllowed(Pool::Clock::now(), wakes);
+        }
+        if (--state.count == 0) {
+            state.becameEmpty.notify_all();
+        }
+    }
+
+    const std::shared_ptr<State> queue;
+    std::shared_ptr<Operation> operation;  ///< Of the thread that runs it.
+    const std::weak_ptr<Operation> observed;
     Entry* previous = nullptr;
     Entry* next = nullptr;
 };
 
 void OperationQueue::State::add(std::shared_ptr<Operation> operation) {
     auto entry = std::make_unique<Entry>(shared_from_this(), std::move(operation));
-    count.fetch_add(1);
-    const MutexGuard guard(mutex);
+    const Pool::Clock::time_point now = Pool::Clock::now();
+    Pool::Wakes wakes;
+    const MutexGuard guard(poolMutex);
     Entry* const added = entry.release();
     added->previous = last;
     (last == nullptr ? first : last->next) = added;
     last = added;
+    ++count;
     if (firstHeldBack == nullptr) {
         firstHeldBack = added;
     }
-    startAllowed();
+    startAllowed(now, wakes);
 }
 
-void OperationQueue::State::startAllowed() {
+void OperationQueue::State::startAllowed(Pool::Clock::time_point now, Pool::Wakes& wakes) {
     while (firstHeldBack != nullptr && handedOver < maximum) {
         Entry& entry = *firstHeldBack;
         firstHeldBack = entry.next;
         ++handedOver;
-        // Under the lock, so that the pool gets them in the order in which they were added.
-        Pool::shared().submit(entry);
+        Pool::shared().submit(entry, now, wakes);
     }
 }
 
 void OperationQueue::State::setMaximum(std::size_t value) {
-    const MutexGuard guard(mutex);
+    Pool::Wakes wakes;
+    const MutexGuard guard(poolMutex);
     maximum = value == 0 ? std::numeric_limits<std::size_t>::max() : value;
-    startAllowed();
-}
-
-void OperationQueue::State::finish(Entry& entry) {
-    std::shared_ptr<Operation> ended;
-    {
-        const MutexGuard guard(mutex);
-        (entry.previous == nullptr ? first : entry.previous->next) = entry.next;
-        (entry.next == nullptr ? last : entry.next->previous) = entry.previous;
-        ended = std::move(entry.operation);
-        --handedOver;
-        startAllowed();
-    }
-    // Whoever waited for the queue finds the operation let go of.
-    ended.reset();
-    if (count.fetch_sub(1) == 1) {
-        const MutexGuard guard(mutex);
-        becameEmpty.notify_all();
-    }
+    startAllowed(Pool::Clock::now(), wakes);
 }
 
 std::vector<std::shared_ptr<Operation>> OperationQueue::State::operations() {
     std::vector<std::shared_ptr<Operation>> all;
-    const MutexGuard guard(mutex);
+    const MutexGuard guard(poolMutex);
     for (const Entry* entry = first; entry != nullptr; entry = entry->next) {
-        all.push_back(entry->operation);
+        if (auto operation = entry->observed.lock()) {
+            all.push_back(std::move(operation));
+        }
     }
     return all;
 }
 
+std::size_t OperationQueue::State::operationCount() {
+    const MutexGuard guard(poolMutex);
+    return count;
+}
+
 void OperationQueue::State::waitUntilEmpty() {
-    MutexGuard guard(mutex);
-    while (count.load() != 0) {
+    MutexGuard guard(poolMutex);
+    while (count != 0) {
         guard.wait(becameEmpty);
     }
 }
@@ -141,7 +145,7 @@ void OperationQueue::setMaxConcurrentOperationCount(std::size_t count) {
 }
 
 std::size_t OperationQueue::operationCount() const {
-    return state_->count.load();
+    return state_->operationCount();
 }
 
 void OperationQueue::cancelAllOperations() {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <thread>
+#include <utility>
 
 namespace velto {
 
@@ -13,8 +14,11 @@ namespace {
 constexpr std::size_t maximumThreads = 512;
 constexpr std::chrono::milliseconds longestWait{10};
 constexpr std::chrono::seconds longestIdleness{5};
+constexpr int looksBeforeSleep = 20;
 
 }  // namespace
+
+constinit Mutex poolMutex;
 
 Pool& Pool::shared() {
     static Pool* const pool = new Pool;
@@ -24,66 +28,60 @@ Pool& Pool::shared() {
 Pool::Pool() : coreCount_(std::max(1U, std::thread::hardware_concurrency())) {
 }
 
-void Pool::submit(Piece& piece) noexcept {
-    piece.next_ = nullptr;
-    piece.readySince_ = Clock::now();
-    Worker* idle = nullptr;
-    Worker* added = nullptr;
-    bool needsSupervisor = false;
-    bool wakesSupervisor = false;
-    {
-        const MutexGuard guard(mutex_);
-        (newest_ == nullptr ? oldest_ : newest_->next_) = &piece;
-        newest_ = &piece;
-        ++readyCount_;
-        if (readyCount_ <= arriving_) {
-            return;
-        }
-        if (!idle_.empty()) {
-            idle = idle_.back();
-            idle_.pop_back();
-            idle->isAwake = true;
-            ++arriving_;
-        } else if (threadCount_ < coreCount_) {
-            added = &addWorker();
-        } else if (!isSupervised_) {
-            isSupervised_ = wakesSupervisor = true;
-            takenAtLastLook_ = taken_;
-            needsSupervisor = !hasSupervisor_;
-            hasSupervisor_ = true;
-        }
+void Pool::Piece::ended(Wakes&) noexcept {
+}
+
+Pool::Wakes::~Wakes() {
+    while (idle_ != nullptr) {
+        Worker& worker = *idle_;
+        idle_ = worker.next;
+        worker.wakeUp.notify_one();
     }
-    try {
-        if (idle != nullptr) {
-            idle->wakeUp.notify_one();
-        } else if (added != nullptr) {
-            start(*added);
-        } else if (needsSupervisor) {
-            startThread("velto-pool", [this] { supervise(); });
-        } else if (wakesSupervisor) {
-            supervisorWakeUp_.notify_one();
-        }
-    } catch (...) {
-        // The piece stays; the next one that is submitted tries again.
-        platformLogUncaught("starting a thread of the pool");
-        const MutexGuard guard(mutex_);
-        if (added != nullptr) {
-            dropWorker(*added);
-        } else {
-            hasSupervisor_ = isSupervised_ = false;
-        }
+    while (added_ != nullptr) {
+        Worker& worker = *added_;
+        added_ = worker.next;
+        Pool::shared().start(worker);
+    }
+    if (isSupervisorMissing_) {
+        Pool::shared().startSupervisor();
+    }
+    if (isSupervisorAsleep_) {
+        Pool::shared().supervisorWakeUp_.notify_one();
     }
 }
 
-Pool::Piece& Pool::takeOldest() {
-    Piece& piece = *oldest_;
-    oldest_ = piece.next_;
-    if (oldest_ == nullptr) {
-        newest_ = nullptr;
+void Pool::submit(Piece& piece) {
+    const Clock::time_point now = Clock::now();
+    Wakes wakes;
+    const MutexGuard guard(poolMutex);
+    submit(piece, now, wakes);
+}
+
+void Pool::submit(Piece& piece, Clock::time_point now, Wakes& wakes) {
+    piece.next_ = nullptr;
+    piece.readySince_ = now;
+    (newest_ == nullptr ? oldest_ : newest_->next_) = &piece;
+    newest_ = &piece;
+    ++readyCount_;
+    isAnyReady_.store(true, std::memory_order_relaxed);
+    if (readyCount_ <= arriving_) {
+        return;
     }
-    --readyCount_;
-    ++taken_;
-    return piece;
+    if (!idle_.empty()) {
+        Worker& worker = *idle_.back();
+        idle_.pop_back();
+        worker.isAwake = true;
+        worker.next = std::exchange(wakes.idle_, &worker);
+        ++arriving_;
+    } else if (threadCount_ < coreCount_) {
+        Worker& worker = addWorker();
+        worker.next = std::exchange(wakes.added_, &worker);
+    } else if (!isSupervised_) {
+        isSupervised_ = true;
+        takenAtLastLook_ = taken_;
+        wakes.isSupervisorMissing_ = !std::exchange(hasSupervisor_, true);
+        wakes.isSupervisorAsleep_ = !wakes.isSupervisorMissing_;
+    }
 }
 
 Pool::Worker& Pool::addWorker() {
@@ -97,33 +95,96 @@ Pool::Worker& Pool::addWorker() {
     return worker;
 }
 
-void Pool::dropWorker(Worker& worker) {
-    --threadCount_;
-    --arriving_;
-    unused_.push_back(&worker);
+/// The pieces stay: the next one that is submitted tries again, and so does the supervisor.
+bool Pool::start(Worker& worker) noexcept {
+    try {
+        startThread("velto-pool", [this, &worker] { work(worker); });
+        return true;
+    } catch (...) {
+        platformLogUncaught("starting a thread of the pool");
+        const MutexGuard guard(poolMutex);
+        --threadCount_;
+        --arriving_;
+        unused_.push_back(&worker);
+        return false;
+    }
 }
 
-void Pool::start(Worker& worker) {
-    startThread("velto-pool", [this, &worker] { work(worker); });
+void Pool::startSupervisor() noexcept {
+    try {
+        startThread("velto-watch", [this] { supervise(); });
+    } catch (...) {
+        platformLogUncaught("starting a thread of the pool");
+        const MutexGuard guard(poolMutex);
+        hasSupervisor_ = isSupervised_ = false;
+    }
 }
 
 void Pool::work(Worker& worker) {
-    MutexGuard guard(mutex_);
+    arrive();
     do {
-        --arriving_;
-        while (oldest_ != nullptr) {
-            Piece& piece = takeOldest();
-            guard.unlock();
-            piece.run();
-            guard.lock();
+        std::unique_ptr<Piece> ended;
+        while (Piece* const piece = takeNext(ended.get())) {
+            ended.reset();
+            if (piece->run()) {
+                ended.reset(piece);
+            }
         }
-    } while (sleep(worker, guard));
-    --threadCount_;
-    unused_.push_back(&worker);
+    } while (waitForWork(worker));
+}
+
+void Pool::arrive() {
+    const MutexGuard guard(poolMutex);
+    --arriving_;
+}
+
+Pool::Piece* Pool::takeNext(Piece* ended) {
+    Wakes wakes;
+    const MutexGuard guard(poolMutex);
+    if (ended != nullptr) {
+        // This thread is at hand for the first piece that the end of this one makes ready.
+        ++arriving_;
+        ended->ended(wakes);
+        --arriving_;
+    }
+    Piece* const piece = oldest_;
+    if (piece != nullptr) {
+        oldest_ = piece->next_;
+        --readyCount_;
+        if (oldest_ == nullptr) {
+            newest_ = nullptr;
+            isAnyReady_.store(false, std::memory_order_relaxed);
+        }
+        ++taken_;
+    }
+    return piece;
+}
+
+/// Looks again for a moment before it sleeps, and lets others run meanwhile: whoever hands over
+/// many small pieces need not wake a thread for each. One thread at a time does that.
+bool Pool::lookAgain(MutexGuard& guard) {
+    if (oldest_ != nullptr || isAnyoneLooking_) {
+        return oldest_ != nullptr;
+    }
+    isAnyoneLooking_ = true;
+    ++arriving_;
+    guard.unlock();
+    for (int look = 0; look < looksBeforeSleep && !isAnyReady_.load(std::memory_order_relaxed);
+         ++look) {
+        std::this_thread::yield();
+    }
+    guard.lock();
+    --arriving_;
+    isAnyoneLooking_ = false;
+    return oldest_ != nullptr;
 }
 
 /// False when the thread is to end.
-bool Pool::sleep(Worker& worker, MutexGuard& guard) {
+bool Pool::waitForWork(Worker& worker) {
+    MutexGuard guard(poolMutex);
+    if (lookAgain(guard)) {
+        return true;
+    }
     worker.isAwake = false;
     idle_.push_back(&worker);
     const Clock::time_point end = Clock::now() + longestIdleness;
@@ -133,17 +194,21 @@ bool Pool::sleep(Worker& worker, MutexGuard& guard) {
         } else if (!guard.waitUntil(worker.wakeUp, end) && !worker.isAwake &&
                    threadCount_ > coreCount_) {
             std::erase(idle_, &worker);
+            --threadCount_;
+            unused_.push_back(&worker);
             return false;
         }
     }
+    --arriving_;
     return true;
 }
 
-/// As many as have been kept waiting too long, less those that the pool would start in time at
-/// the rate since the last look; so a pool that moves grows by one at a time.
+/// As many threads as pieces have been ready too long, beyond those that threads are on their way
+/// to, less those that the pool would start in time at the rate since the last look: so a pool
+/// that moves grows by one at a time.
 std::size_t Pool::missingThreads(Clock::time_point now) const {
     const std::size_t room = maximumThreads - std::min(maximumThreads, threadCount_);
-    std::size_t ahead = arriving_;  // These are taken by threads that are on their way.
+    std::size_t ahead = arriving_;
     std::size_t late = 0;
     for (const Piece* piece = oldest_; piece != nullptr && late < room; piece = piece->next_) {
         if (ahead > 0) {
@@ -158,37 +223,32 @@ std::size_t Pool::missingThreads(Clock::time_point now) const {
     return late == 0 ? 0 : rate < late ? late - static_cast<std::size_t>(rate) : 1;
 }
 
+void Pool::grow(std::size_t count, MutexGuard& guard) {
+    for (; count > 0; --count) {
+        Worker& worker = addWorker();
+        guard.unlock();
+        const bool isStarted = start(worker);
+        guard.lock();
+        if (!isStarted) {
+            return;
+        }
+    }
+}
+
 void Pool::supervise() {
-    MutexGuard guard(mutex_);
+    MutexGuard guard(poolMutex);
     for (;;) {
+        const Clock::time_point now = Clock::now();
+        grow(missingThreads(now), guard);
+        takenAtLastLook_ = taken_;
         if (readyCount_ <= arriving_) {
             isSupervised_ = false;
             while (!isSupervised_) {
                 guard.wait(supervisorWakeUp_);
             }
-        }
-        const Clock::time_point now = Clock::now();
-        const std::size_t missing = missingThreads(now);
-        takenAtLastLook_ = taken_;
-        for (std::size_t count = 0; count < missing; ++count) {
-            Worker& worker = addWorker();
-            guard.unlock();
-            bool started = true;
-            try {
-                start(worker);
-            } catch (...) {
-                started = false;
-            }
-            guard.lock();
-            if (!started) {
-                dropWorker(worker);
-                break;
-            }
-        }
-        const Clock::time_point due = oldest_ == nullptr ? now : oldest_->readySince_ + longestWait;
-        const Clock::time_point next = due > now ? due : now + longestWait;
-        while (readyCount_ > 0 && Clock::now() < next) {
-            guard.waitUntil(supervisorWakeUp_, next);
+        } else {
+            const Clock::time_point due = oldest_->readySince_ + longestWait;
+            guard.waitUntil(supervisorWakeUp_, due > now ? due : now + longestWait);
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/Lock.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -11,69 +12,102 @@
 
 namespace velto {
 
+/// Guards the pool and all operation queues: one lock to hand an operation over, one to end it and
+/// take the next.
+extern Mutex poolMutex;
+
 /// The threads that every queue but the main one shares.
 ///
 /// First come, first served. As many threads as cores at first; one more when the oldest ready
 /// piece has waited 10 ms and no thread is idle, up to 512. The thread that went idle last is
 /// woken first, so that those beyond the cores get their 5 s of idleness and end.
 class Pool {
+    struct Worker;
+
 public:
-    /// What a thread of the pool runs. Linked, not owned: it stays alive until run() is entered.
+    using Clock = std::chrono::steady_clock;
+
+    /// The threads that a change of the pool calls for. Stands before the guard of the mutex, so
+    /// that it wakes them after it.
+    class Wakes {
+    public:
+        Wakes() = default;
+        ~Wakes();
+        Wakes(const Wakes&) = delete;
+        Wakes& operator=(const Wakes&) = delete;
+
+    private:
+        friend class Pool;
+        Worker* idle_ = nullptr;
+        Worker* added_ = nullptr;
+        bool isSupervisorMissing_ = false;
+        bool isSupervisorAsleep_ = false;
+    };
+
+    /// What a thread of the pool runs; linked, not copied.
     class Piece {
     public:
-        /// No lock is held.
-        virtual void run() noexcept = 0;
+        virtual ~Piece() = default;
+
+        /// No lock is held. True: the pool then calls ended() and deletes the piece. False: the
+        /// pool does not touch it any more.
+        virtual bool run() noexcept = 0;
+        virtual void ended(Wakes& wakes) noexcept VELTO_REQUIRES(poolMutex);
 
     protected:
         Piece() = default;
-        virtual ~Piece() = default;
 
     private:
         friend class Pool;
         Piece* next_ = nullptr;
-        std::chrono::steady_clock::time_point readySince_;
+        Clock::time_point readySince_;
     };
 
     static Pool& shared();  ///< Never destroyed.
 
-    void submit(Piece& piece) noexcept;
+    void submit(Piece& piece);
+    void submit(Piece& piece, Clock::time_point now, Wakes& wakes) VELTO_REQUIRES(poolMutex);
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     /// Kept for the next thread when its thread ends, so that waking it never comes too late.
     struct Worker {
         std::condition_variable wakeUp;
         bool isAwake = false;
+        Worker* next = nullptr;  ///< In a list of wakes.
     };
 
     Pool();
-    void start(Worker& worker);
     void work(Worker& worker);
-    bool sleep(Worker& worker, MutexGuard& guard) VELTO_REQUIRES(mutex_);
-    Piece& takeOldest() VELTO_REQUIRES(mutex_);
-    Worker& addWorker() VELTO_REQUIRES(mutex_);
-    void dropWorker(Worker& worker) VELTO_REQUIRES(mutex_);
+    void arrive();
+    Piece* takeNext(Piece* ended);
+    bool lookAgain(MutexGuard& guard) VELTO_REQUIRES(poolMutex);
+    bool waitForWork(Worker& worker);
+    Worker& addWorker() VELTO_REQUIRES(poolMutex);
+    bool start(Worker& worker) noexcept;
+    void startSupervisor() noexcept;
     void supervise();
-    std::size_t missingThreads(Clock::time_point now) const VELTO_REQUIRES(mutex_);
+    std::size_t missingThreads(Clock::time_point now) const VELTO_REQUIRES(poolMutex);
+    void grow(std::size_t count, MutexGuard& guard) VELTO_REQUIRES(poolMutex);
 
     const std::size_t coreCount_;
-    Mutex mutex_;
-    Piece* oldest_ VELTO_GUARDED_BY(mutex_) = nullptr;
-    Piece* newest_ VELTO_GUARDED_BY(mutex_) = nullptr;
-    std::size_t readyCount_ VELTO_GUARDED_BY(mutex_) = 0;
-    std::size_t arriving_ VELTO_GUARDED_BY(mutex_) =
-        0;  ///< Threads woken or started, not there yet.
-    std::uint64_t taken_ VELTO_GUARDED_BY(mutex_) = 0;
-    std::size_t threadCount_ VELTO_GUARDED_BY(mutex_) = 0;
-    std::vector<Worker*> idle_ VELTO_GUARDED_BY(mutex_);
-    std::vector<std::unique_ptr<Worker>> workers_ VELTO_GUARDED_BY(mutex_);
-    std::vector<Worker*> unused_ VELTO_GUARDED_BY(mutex_);
+    Piece* oldest_ VELTO_GUARDED_BY(poolMutex) = nullptr;
+    Piece* newest_ VELTO_GUARDED_BY(poolMutex) = nullptr;
+    std::size_t readyCount_ VELTO_GUARDED_BY(poolMutex) = 0;
+    std::atomic<bool> isAnyReady_{false};  ///< Changed under the mutex.
+    bool isAnyoneLooking_ VELTO_GUARDED_BY(poolMutex) = false;
+    /// Threads that are on their way to the ready pieces: woken,
+    /// started, or looking again before they sleep.
+    std::size_t arriving_ VELTO_GUARDED_BY(poolMutex) = 0;
+    std::uint64_t taken_ VELTO_GUARDED_BY(poolMutex) = 0;
+    std::size_t threadCount_ VELTO_GUARDED_BY(poolMutex) = 0;
+    std::vector<Worker*> idle_ VELTO_GUARDED_BY(poolMutex);
+    std::vector<std::unique_ptr<Worker>> workers_ VELTO_GUARDED_BY(poolMutex);
+    std::vector<Worker*> unused_ VELTO_GUARDED_BY(poolMutex);
 
     std::condition_variable supervisorWakeUp_;
-    bool hasSupervisor_ VELTO_GUARDED_BY(mutex_) = false;
-    bool isSupervised_ VELTO_GUARDED_BY(mutex_) = false;
-    std::uint64_t takenAtLastLook_ VELTO_GUARDED_BY(mutex_) = 0;
+    bool hasSupervisor_ VELTO_GUARDED_BY(poolMutex) = false;
+    bool isSupervised_ VELTO_GUARDED_BY(poolMutex) = false;
+    std::uint64_t takenAtLastLook_ VELTO_GUARDED_BY(poolMutex) = 0;
 };
 
 }  // namespace velto

@@ -71,12 +71,15 @@ public:
     explicit State(std::string_view text) : label(text) {}
 
     void async(std::function<void()> work, const std::shared_ptr<State>& self) {
-        const MutexGuard guard(mutex_);
-        waiting_.push_back(std::move(work));
-        if (!isTaken_) {
+        {
+            const MutexGuard guard(mutex_);
+            waiting_.push_back(std::move(work));
+            if (isTaken_) {
+                return;
+            }
             isTaken_ = true;
-            handOver(self);
         }
+        handOver(self);
     }
 
     void sync(const std::function<void()>& work, const std::shared_ptr<State>& self) {
@@ -106,13 +109,13 @@ public:
         return turn != nullptr;
     }
 
-    void run() noexcept override {
+    bool run() noexcept override {
         const std::shared_ptr<State> self = std::move(keptAlive_);
         const TurnScope turn(this);
         for (std::size_t count = 0; count < piecesInARow; count += running_.size()) {
             running_.clear();
             if (!takeWaiting()) {
-                return;
+                return false;
             }
             for (std::function<void()>& work : running_) {
                 try {
@@ -125,6 +128,7 @@ public:
         }
         running_.clear();
         rest(self);
+        return false;
     }
 
     const std::string label;
@@ -150,14 +154,17 @@ private:
 
     /// Ends a turn: what came meanwhile goes to the pool.
     void rest(const std::shared_ptr<State>& self) {
-        const MutexGuard guard(mutex_);
-        isTaken_ = !waiting_.empty();
-        if (isTaken_) {
-            handOver(self);
+        {
+            const MutexGuard guard(mutex_);
+            isTaken_ = !waiting_.empty();
+            if (!isTaken_) {
+                return;
+            }
         }
+        handOver(self);
     }
 
-    void handOver(const std::shared_ptr<State>& self) VELTO_REQUIRES(mutex_) {
+    void handOver(const std::shared_ptr<State>& self) {
         keptAlive_ = self;
         Pool::shared().submit(*this);
     }
