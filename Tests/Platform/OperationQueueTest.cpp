@@ -81,7 +81,7 @@ std::size_t poolThreads() {
     for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
         std::string name;
         std::ifstream(thread.path() / "comm") >> name;
-        count += name == "velto-pool" ? 1 : 0;
+        count += name == "velto-pool" ? 1U : 0U;
     }
     return count;
 }

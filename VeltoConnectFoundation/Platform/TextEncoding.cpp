@@ -138,10 +138,6 @@ bool everyCharacter(std::string_view text, Take take) {
     return true;
 }
 
-constexpr std::endian otherOrder(std::endian order) {
-    return order == std::endian::big ? std::endian::little : std::endian::big;
-}
-
 template <class Unit>
 Unit loadUnit(const char* bytes, std::endian order) {
     Unit unit = 0;

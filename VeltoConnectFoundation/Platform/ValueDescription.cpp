@@ -24,7 +24,7 @@ std::string dateText(Date date) {
     const year_month_day calendar{day};
     const hh_mm_ss time{point - day};
     char text[64];
-    const int length = std::snprintf(
+    const int length = std::snprintf(  // locale: integers only
         text, sizeof text, "%04d-%02u-%02u %02d:%02d:%02d +0000", int{calendar.year()},
         unsigned{calendar.month()}, unsigned{calendar.day()},
         static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
