@@ -117,7 +117,7 @@ constexpr std::array<bool, 256> isSpecial = [] {
 }();
 
 constexpr std::uint64_t everyByte(std::uint8_t byte) {
-    return 0x0101010101010101 * byte;
+    return std::uint64_t{0x0101010101010101} * byte;
 }
 
 /// Sets the highest bit of the special bytes; above the first of them it may set others too.
