@@ -1,7 +1,7 @@
-// Writing JSON documents beside another writer, from trees in memory to bytes in memory.
+// Writes trees as JSON documents beside another writer, and the text of doubles beside the standard
+// library.
 //
-// The documents are every *.json of a folder: --documents=FOLDER, or VELTO_JSON_DOCUMENTS in the
-// environment.
+// usage: JSONWriteBenchmark --json-folder=DIR [Google Benchmark's options]
 
 #include <VeltoConnectFoundation/Codecs/MZJSONSerializer.h>
 #include <VeltoConnectFoundation/Platform/DoubleText.h>
@@ -94,6 +94,7 @@ void addDocument(const std::filesystem::path& path) {
 }
 
 std::vector<double> numbers(const std::string& kind) {
+    // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): the same numbers in every run
     std::mt19937_64 random(1);
     std::vector<double> result(10000);
     for (double& number : result) {
@@ -120,16 +121,12 @@ void runDoubles(benchmark::State& state, const std::string& kind, Write write) {
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    const char* folder = std::getenv("VELTO_JSON_DOCUMENTS");
-    constexpr std::string_view option = "--documents=";
-    if (argc > 1 && std::string_view(argv[1]).starts_with(option)) {
-        folder = argv[1] + option.size();
-    }
-    if (folder == nullptr) {
-        std::cerr << "name a folder of JSON documents: --documents=FOLDER or "
-                     "VELTO_JSON_DOCUMENTS\n";
+    constexpr std::string_view option = "--json-folder=";
+    if (argc != 2 || !std::string_view(argv[1]).starts_with(option)) {
+        std::cerr << "usage: " << argv[0] << " --json-folder=DIR\n";
         return 2;
     }
+    const std::filesystem::path folder = argv[1] + option.size();
     std::vector<std::filesystem::path> paths;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         if (entry.path().extension() == ".json") {

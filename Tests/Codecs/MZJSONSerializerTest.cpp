@@ -220,7 +220,7 @@ public:
             case 3:
                 return random_();
             case 4: {
-                const double number = std::bit_cast<double>(random_());
+                const auto number = std::bit_cast<double>(random_());
                 return std::isfinite(number) ? number : 0.5;
             }
             case 5:

@@ -6,6 +6,7 @@
 #include <VeltoConnectFoundation/Platform/DoubleText.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/NumberText.h>
+#include <VeltoConnectFoundation/Platform/ValueBlocks.h>
 
 #include <algorithm>
 #include <array>
@@ -22,6 +23,7 @@ using velto::Error;
 using velto::TextEncoding;
 using velto::Value;
 using velto::ValueKind;
+using velto::detail::ValueAccess;
 using namespace std::string_view_literals;
 
 Error writerError(std::int64_t code, std::string_view description, const char* reason) {
@@ -158,6 +160,7 @@ private:
 
     TextEncoding encoding_;
     Sink sink_;
+    Value root_;  ///< Keeps the tree as it is whatever the stream's owner does meanwhile.
 };
 
 /// Two characters for what has a short form, else the six of "\u00xx".
@@ -185,7 +188,7 @@ std::size_t escapeText(char16_t unit, char* text) noexcept {
             text[1] = 'r';
             return 2;
         default:
-            std::memcpy(text + 1, "u00", 3);
+            std::copy_n("u00", 3, text + 1);
             text[4] = hexDigits[unit >> 4 & 0xF];
             text[5] = hexDigits[unit & 0xF];
             return 6;
@@ -226,9 +229,8 @@ char* writeMultibyte(const char*& at, const char* end, char* out) noexcept {
             return out;
         }
     }
-    std::memcpy(out, "\xEF\xBF\xBD", 3);
     ++at;
-    return out + 3;
+    return std::copy_n("\xEF\xBF\xBD", 3, out);
 }
 
 /// Writes what stands between the quotation marks, in UTF-8; answers the end. Needs room for six
@@ -429,9 +431,13 @@ Error Writer::writeScalar(const Value& value) {
 
 /// A container that is being written. Its elements stay where they are while the root is kept.
 struct Level {
-    explicit Level(const velto::Array& array) : element(array.begin()), lastElement(array.end()) {}
-    explicit Level(const velto::Dictionary& dictionary)
-        : isDictionary(true), entry(dictionary.begin()), lastEntry(dictionary.end()) {}
+    explicit Level(const velto::detail::ArrayBlock* array)
+        : element(array == nullptr ? nullptr : array->values()),
+          lastElement(array == nullptr ? nullptr : element + array->count) {}
+    explicit Level(const velto::detail::DictionaryBlock* dictionary)
+        : isDictionary(true),
+          entry(dictionary == nullptr ? nullptr : dictionary->entries()),
+          lastEntry(dictionary == nullptr ? nullptr : entry + dictionary->count) {}
 
     bool isDictionary = false;
     bool isFirst = true;
@@ -443,15 +449,16 @@ struct Level {
 };
 
 Error Writer::writeTree(const Value& root) {
+    root_ = root;
     std::vector<Level> levels;
-    const Value* value = &root;
+    const Value* value = &root_;
     while (value != nullptr) {
         if (value->isArray()) {
             writePunctuation('[');
-            levels.emplace_back(value->array());
+            levels.emplace_back(ValueAccess::array(*value));
         } else if (value->isDictionary()) {
             writePunctuation('{');
-            levels.emplace_back(value->dictionary());
+            levels.emplace_back(ValueAccess::dictionary(*value));
         } else if (Error error = writeScalar(*value)) {
             return error;
         }
@@ -500,10 +507,8 @@ std::optional<velto::Data> MZJSONSerializer::serializeToJSON(const Value& value,
 }
 
 Error MZJSONSerializer::serializeToJSON(const Value& value, velto::OutputStream& stream) const {
-    // The copy keeps the tree as it is whatever the stream's owner does meanwhile.
-    const Value kept = value;
     Writer writer(encoding_, stream);
-    return writer.finish(writer.writeTree(kept));
+    return writer.finish(writer.writeTree(value));
 }
 
 Error MZJSONSerializer::serializeStringToJSON(std::string_view string,
