@@ -5,10 +5,13 @@
 #include <VeltoConnectFoundation/Codecs/MZUTF.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/ValueBuilder.h>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <optional>
+#include <span>
 
 namespace {
 
@@ -18,6 +21,7 @@ using velto::localized;
 using velto::localizedFormat;
 using velto::TextEncoding;
 using velto::Value;
+using velto::detail::ValueBuilder;
 
 constexpr char sourceFile[] = "MZJSONDeserializer.m";
 constexpr int maximumEmptyReads = 1001;
@@ -49,15 +53,82 @@ bool isNumberCharacter(char16_t character) noexcept {
            character == '.' || character == 'e' || character == 'E';
 }
 
+/// The next bytes of a document in UTF-8 that lie in memory; empty in another encoding.
+std::span<const std::uint8_t> bufferedUTF8(const MZStringStreamReader& reader) noexcept {
+    return reader.encoding() == TextEncoding::utf8 ? reader.buffered()
+                                                   : std::span<const std::uint8_t>();
+}
+
 /// The next character that is no white space. False as getNextCharacter.
 bool nextVisibleCharacter(MZStringStreamReader& reader, char16_t& character, Error* error) {
-    while (reader.getNextCharacter(character, error)) {
-        if ((character > ' ' && character < 0x7F) || !IsWhitespaceCharacter(character)) {
+    for (;;) {
+        const std::span<const std::uint8_t> run = bufferedUTF8(reader);
+        std::size_t count = 0;
+        while (count < run.size() &&
+               (run[count] == ' ' || (run[count] >= '\t' && run[count] <= '\r'))) {
+            ++count;
+        }
+        if (count < run.size() && run[count] > ' ' && run[count] < 0x7F) {
+            character = run[count];
+            reader.consume(count + 1, count + 1);
+            return true;
+        }
+        reader.consume(count, count);
+        if (!reader.getNextCharacter(character, error)) {
+            return false;
+        }
+        if (!IsWhitespaceCharacter(character)) {
             return true;
         }
     }
-    return false;
 }
+
+/// How many bytes of text a run begins with that stand for themselves in a string, and how many
+/// units they are: no escape, no control character, nothing malformed, nothing of four bytes.
+struct PlainText {
+    explicit PlainText(std::span<const std::uint8_t> run) noexcept {
+        const auto continues = [&](std::size_t at) { return (run[at] & 0xC0) == 0x80; };
+        while (bytes < run.size()) {
+            const std::size_t left = run.size() - bytes;
+            if (left >= sizeof(std::uint64_t) && areAllPlain(&run[bytes])) {
+                bytes += sizeof(std::uint64_t);
+                units += sizeof(std::uint64_t);
+                continue;
+            }
+            const std::uint8_t byte = run[bytes];
+            std::size_t length = 1;
+            if (byte >= 0xE0) {
+                if (byte >= 0xF0 || left < 3 || !continues(bytes + 1) || !continues(bytes + 2) ||
+                    (byte == 0xE0 && run[bytes + 1] < 0xA0)) {
+                    return;
+                }
+                length = 3;
+            } else if (byte >= 0x80) {
+                if (byte < 0xC2 || left < 2 || !continues(bytes + 1)) {
+                    return;
+                }
+                length = 2;
+            } else if (byte < ' ' || byte == '"' || byte == '\\') {
+                return;
+            }
+            bytes += length;
+            ++units;
+        }
+    }
+
+    /// Eight bytes of ASCII that need no look.
+    static bool areAllPlain(const std::uint8_t* bytes) noexcept {
+        constexpr std::uint64_t ones = 0x0101010101010101;
+        std::uint64_t word;
+        std::memcpy(&word, bytes, sizeof(word));
+        const std::uint64_t hits = (word - ones * ' ') | ((word ^ (ones * '"')) - ones) |
+                                   ((word ^ (ones * '\\')) - ones) | word;
+        return (hits & (ones * 0x80)) == 0;
+    }
+
+    std::size_t bytes = 0;
+    std::size_t units = 0;
+};
 
 /// The platform scanner's rule: white space, perhaps "0x", then digits up to the first other
 /// character. None without a digit.
@@ -102,24 +173,33 @@ bool IsWhitespaceCharacter(char16_t character) noexcept {
     return velto::isWhiteSpace(character);
 }
 
-/// A container that is being read. It takes its values one by one, each with the punctuation that
-/// follows.
+/// A container that is being read. Its values stand on top of the builder; it takes the
+/// punctuation that follows each.
 class MZJSONDeserializer::Container {
 public:
     enum class Step : std::uint8_t { wantsValue, ended, failed };
 
-    explicit Container(Context kind) noexcept : kind_(kind) {}
+    /// `first`: how many values stand below its own.
+    Container(Context kind, std::size_t first) noexcept : kind_(kind), first_(first) {}
 
     Context kind() const noexcept { return kind_; }
 
-    /// `value` none: there was no more, by the closing bracket or the end of the input.
-    Step accept(Value value, MZStringStreamReader& reader, Error* error) {
-        return kind_ == Context::array ? acceptElement(std::move(value), reader, error)
-                                       : acceptPart(std::move(value), reader, error);
+    /// `hasValue`: one has been pushed. Else there was no more, by the closing bracket or the end
+    /// of the input.
+    Step accept(bool hasValue,
+                const ValueBuilder& values,
+                MZStringStreamReader& reader,
+                Error* error) {
+        return kind_ == Context::array ? acceptElement(hasValue, reader, error)
+                                       : acceptPart(hasValue, values, reader, error);
     }
 
-    Value take() {
-        return kind_ == Context::array ? Value(std::move(array_)) : Value(std::move(dictionary_));
+    void close(ValueBuilder& values) const {
+        if (kind_ == Context::array) {
+            values.closeArray(first_);
+        } else {
+            values.closeDictionary(first_);
+        }
     }
 
 private:
@@ -130,8 +210,8 @@ private:
         return Step::failed;
     }
 
-    Step acceptElement(Value value, MZStringStreamReader& reader, Error* error) {
-        if (value.isNone()) {
+    Step acceptElement(bool hasValue, MZStringStreamReader& reader, Error* error) {
+        if (!hasValue) {
             if (expected_ == Expected::first) {
                 return Step::ended;
             }
@@ -142,7 +222,6 @@ private:
                                                            u',', reader.position()),
                                            localized("Invalid character sequence after comma")));
         }
-        array_.append(std::move(value));
         char16_t character = 0;
         Error failure;
         if (!nextVisibleCharacter(reader, character, &failure)) {
@@ -168,14 +247,16 @@ private:
         return Step::wantsValue;
     }
 
-    Step acceptPart(Value value, MZStringStreamReader& reader, Error* error) {
-        if (value.isNone()) {
-            return expected_ == Expected::first ? Step::ended : missingPart(reader, error);
+    Step acceptPart(bool hasValue,
+                    const ValueBuilder& values,
+                    MZStringStreamReader& reader,
+                    Error* error) {
+        if (!hasValue) {
+            return expected_ == Expected::first ? Step::ended : missingPart(values, reader, error);
         }
         if (expected_ != Expected::afterColon) {
-            return acceptKey(std::move(value), reader, error);
+            return acceptKey(reader, error);
         }
-        dictionary_.set(std::move(key_), std::move(value));
         char16_t character = 0;
         Error failure;
         if (!nextVisibleCharacter(reader, character, &failure)) {
@@ -203,8 +284,7 @@ private:
         return Step::wantsValue;
     }
 
-    Step acceptKey(Value key, MZStringStreamReader& reader, Error* error) {
-        key_ = std::move(key);
+    Step acceptKey(MZStringStreamReader& reader, Error* error) {
         char16_t character = 0;
         Error failure;
         if (!nextVisibleCharacter(reader, character, &failure)) {
@@ -228,13 +308,13 @@ private:
         return Step::wantsValue;
     }
 
-    Step missingPart(MZStringStreamReader& reader, Error* error) {
+    Step missingPart(const ValueBuilder& values, MZStringStreamReader& reader, Error* error) {
         const std::string text =
             expected_ == Expected::afterColon
                 ? localizedFormat(
                       "Invalid JSON character sequence in dictionary at index %1$lu. A "
                       "value was expected after the colon for key ‘%2$@’.",
-                      reader.position(), key_)
+                      reader.position(), values.top())
                 : localizedFormat(
                       "Invalid JSON character sequence in dictionary (%1$C) at index "
                       "%2$lu. A value was expected after the colon for key ‘%3$@’.",
@@ -246,9 +326,7 @@ private:
 
     Context kind_;
     Expected expected_ = Expected::first;
-    velto::Array array_;
-    velto::Dictionary dictionary_;
-    Value key_;
+    std::size_t first_;
 };
 
 std::shared_ptr<MZJSONDeserializer> MZJSONDeserializer::deserializer() {
@@ -350,12 +428,12 @@ Value MZJSONDeserializer::deserializeJSONStringReader(MZStringStreamReader& read
 
 Value MZJSONDeserializer::deserializeJSONArrayWithStringReader(MZStringStreamReader& reader,
                                                                Error* error) {
-    return readValue(reader, Context::none, {Container(Context::array)}, error);
+    return readValue(reader, Context::none, {Container(Context::array, 0)}, error);
 }
 
 Value MZJSONDeserializer::deserializeJSONDictionaryWithStringReader(MZStringStreamReader& reader,
                                                                     Error* error) {
-    return readValue(reader, Context::none, {Container(Context::dictionary)}, error);
+    return readValue(reader, Context::none, {Container(Context::dictionary, 0)}, error);
 }
 
 /// The value that stands in `context`, or the first of `containers`, which have been opened. The
@@ -364,49 +442,69 @@ Value MZJSONDeserializer::readValue(MZStringStreamReader& reader,
                                     Context context,
                                     std::vector<Container> containers,
                                     Error* error) {
+    ValueBuilder values(0);
     for (;;) {
         const Context inside = containers.empty() ? context : containers.back().kind();
         char16_t character = 0;
-        Value value;
+        bool hasValue = false;
         Error failure;
         if (nextVisibleCharacter(reader, character, &failure)) {
             if (character == '[' || character == '{') {
-                containers.emplace_back(character == '[' ? Context::array : Context::dictionary);
+                containers.emplace_back(character == '[' ? Context::array : Context::dictionary,
+                                        values.size());
                 continue;
             }
-            value = readPlainValue(reader, character, inside, &failure);
+            hasValue = readPlainValue(reader, character, inside, values, &failure);
         }
         if (failure) {
             return failed(error, std::move(failure));
         }
         for (;; containers.pop_back()) {
             if (containers.empty()) {
-                return value;
+                return hasValue ? values.finish() : Value();
             }
-            const auto step = containers.back().accept(std::move(value), reader, error);
+            const auto step = containers.back().accept(hasValue, values, reader, error);
             if (step == Container::Step::failed) {
                 return {};
             }
             if (step == Container::Step::wantsValue) {
                 break;
             }
-            value = containers.back().take();
+            containers.back().close(values);
+            hasValue = true;
         }
     }
 }
 
-/// A value that is no container, or the end of one (none).
-Value MZJSONDeserializer::readPlainValue(MZStringStreamReader& reader,
-                                         char16_t character,
-                                         Context context,
-                                         Error* error) {
+/// Pushes a value that is no container. False at the end of one, and on failure.
+bool MZJSONDeserializer::readPlainValue(MZStringStreamReader& reader,
+                                        char16_t character,
+                                        Context context,
+                                        ValueBuilder& values,
+                                        Error* error) {
     const bool contained = context != Context::none;
     const auto misplaced = [&](std::int64_t code, const std::string& text) {
-        return failed(error, jsonError(code, text, invalidSequence()));
+        return fail(error, jsonError(code, text, invalidSequence()));
+    };
+    const auto push = [&values](const Value& value) {
+        if (value.kind() == velto::ValueKind::boolean) {
+            values.push(value.boolValue());
+        } else if (value.isNull()) {
+            values.pushNull();
+        }
+        return !value.isNone();
+    };
+    const auto pushNumber = [&] {
+        double number = 0;
+        const bool isRead = readNumber(reader, character, number, error);
+        if (isRead) {
+            values.push(number);
+        }
+        return isRead;
     };
     switch (character) {
         case '"':
-            return contained ? deserializeJSONStringWithStringReader(reader, error)
+            return contained ? readText(reader, values, error)
                              : misplaced(-10017, localizedFormat(
                                                      "Invalid JSON string sequence (%1$C) at index "
                                                      "%2$lu while not in a container.",
@@ -423,7 +521,7 @@ Value MZJSONDeserializer::readPlainValue(MZStringStreamReader& reader,
         case '7':
         case '8':
         case '9':
-            return contained ? deserializeJSONNumberWithStringReader(reader, character, error)
+            return contained ? pushNumber()
                              : misplaced(-10018, localizedFormat(
                                                      "Invalid JSON number sequence (%1$C) at index "
                                                      "%2$lu while not in a container.",
@@ -431,27 +529,27 @@ Value MZJSONDeserializer::readPlainValue(MZStringStreamReader& reader,
         case 't':
         case 'f':
             return contained
-                       ? deserializeJSONBooleanWithStringReader(reader, character, error)
+                       ? push(deserializeJSONBooleanWithStringReader(reader, character, error))
                        : misplaced(-10019,
                                    localizedFormat("Invalid JSON boolean sequence (%1$C) at index "
                                                    "%2$lu while not in a container.",
                                                    character, reader.position()));
         case 'n':
-            return contained ? deserializeJSONNullWithStringReader(reader, error)
+            return contained ? push(deserializeJSONNullWithStringReader(reader, error))
                              : misplaced(-10020, localizedFormat(
                                                      "Invalid JSON null sequence (%1$C) at index "
                                                      "%2$lu while not in a container.",
                                                      character, reader.position()));
         case ']':
             return context == Context::array
-                       ? Value()
+                       ? false
                        : misplaced(-10015,
                                    localizedFormat("Invalid JSON character sequence (%1$C) at "
                                                    "index %2$lu while not in an array.",
                                                    character, reader.position()));
         case '}':
             return context == Context::dictionary
-                       ? Value()
+                       ? false
                        : misplaced(-10016,
                                    localizedFormat("Invalid JSON character sequence (%1$C) at "
                                                    "index %2$lu while not in a dictionary.",
@@ -465,54 +563,45 @@ Value MZJSONDeserializer::readPlainValue(MZStringStreamReader& reader,
 
 Value MZJSONDeserializer::deserializeJSONStringWithStringReader(MZStringStreamReader& reader,
                                                                 Error* error) {
+    ValueBuilder values(0);
+    return readText(reader, values, error) ? values.finish() : Value();
+}
+
+/// Pushes the text up to the closing quotation mark.
+bool MZJSONDeserializer::readText(MZStringStreamReader& reader,
+                                  ValueBuilder& values,
+                                  Error* error) {
     index_ = 0;
     char16_t character = 0;
-    while (appendRun(reader), reader.getNextCharacter(character, error)) {
+    for (;;) {
+        const std::span<const std::uint8_t> run = bufferedUTF8(reader);
+        const PlainText plain(run);
+        append({reinterpret_cast<const char*>(run.data()), plain.bytes});
+        reader.consume(plain.bytes, plain.units);
+        if (!reader.getNextCharacter(character, error)) {
+            return false;
+        }
         switch (character) {
             case '"':
-                return bufferedText();
+                return pushBufferedText(values);
             case '\\':
                 if (!readEscape(reader, error)) {
-                    return {};
+                    return false;
                 }
                 break;
             case '\t':
             case '\n':
             case '\r':
-                return failed(error,
-                              jsonError(-10027,
-                                        localizedFormat("An illegal character was found in a "
-                                                        "string (%1$C) at index %2$lu",
-                                                        character, reader.position()),
-                                        unsupportedSequence()));
+                return fail(error, jsonError(-10027,
+                                             localizedFormat("An illegal character was found in a "
+                                                             "string (%1$C) at index %2$lu",
+                                                             character, reader.position()),
+                                             unsupportedSequence()));
             default:
                 append(character);
                 break;
         }
     }
-    return {};
-}
-
-/// Takes the plain ASCII characters of a string that the reader holds in one run.
-void MZJSONDeserializer::appendRun(MZStringStreamReader& reader) {
-    if (reader.encoding() != TextEncoding::utf8) {
-        return;
-    }
-    const std::span<const std::uint8_t> bytes = reader.buffered();
-    const auto isPlain = [](std::uint8_t byte) {
-        return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\';
-    };
-    const auto length = static_cast<std::size_t>(
-        std::find_if_not(bytes.begin(), bytes.end(), isPlain) - bytes.begin());
-    if (length == 0) {
-        return;
-    }
-    while (index_ + length + 3 >= allocated_) {
-        growBuffer();
-    }
-    std::copy_n(bytes.begin(), length, readBuffer_.get() + index_);
-    index_ += length;
-    reader.consume(length, length);
 }
 
 bool MZJSONDeserializer::readEscape(MZStringStreamReader& reader, Error* error) {
@@ -572,10 +661,11 @@ bool MZJSONDeserializer::readEscape(MZStringStreamReader& reader, Error* error) 
 
 /// The buffer holds one to three bytes for each unit. Surrogates stand in it one by one, so that
 /// pairs have to be joined.
-Value MZJSONDeserializer::bufferedText() {
+bool MZJSONDeserializer::pushBufferedText(ValueBuilder& values) const {
     const std::string_view text(readBuffer_.get(), index_);
     if (velto::isValidUTF8(text)) {
-        return text;
+        values.pushText(text.data(), text.size());
+        return true;
     }
     std::u16string units;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
@@ -583,12 +673,14 @@ Value MZJSONDeserializer::bufferedText() {
         std::size_t consumed = 0;
         char16_t unit = 0;
         if (MZUTF8DecodeBytesTo16Bits(bytes + at, text.size() - at, consumed, unit)) {
-            return {};
+            return false;
         }
         units += unit;
         at += consumed;
     }
-    return velto::utf8FromUTF16(units);
+    const std::string joined = velto::utf8FromUTF16(units);
+    values.pushText(joined.data(), joined.size());
+    return true;
 }
 
 void MZJSONDeserializer::growBuffer() {
@@ -601,6 +693,14 @@ void MZJSONDeserializer::growBuffer() {
     velto::assertParameter(
         larger != nullptr, "self->_readBuffer",
         "void ReadBufferResizeIfNeeded(MZJSONDeserializer *__strong, NSUInteger)", sourceFile);
+}
+
+void MZJSONDeserializer::append(std::string_view text) {
+    while (index_ + text.size() + 3 >= allocated_) {
+        growBuffer();
+    }
+    std::copy(text.begin(), text.end(), readBuffer_.get() + index_);
+    index_ += text.size();
 }
 
 void MZJSONDeserializer::append(char16_t character) {
@@ -620,34 +720,56 @@ void MZJSONDeserializer::append(char16_t character) {
 Value MZJSONDeserializer::deserializeJSONNumberWithStringReader(MZStringStreamReader& reader,
                                                                 char16_t initialCharacter,
                                                                 Error* error) {
+    double number = 0;
+    return readNumber(reader, initialCharacter, number, error) ? Value(number) : Value();
+}
+
+bool MZJSONDeserializer::readNumber(MZStringStreamReader& reader,
+                                    char16_t initialCharacter,
+                                    double& value,
+                                    Error* error) {
     index_ = 0;
     char16_t character = initialCharacter;
-    do {
+    for (;;) {
         append(character);
-        if (!reader.getNextCharacter(character, error)) {
-            return {};
+        const std::span<const std::uint8_t> run = bufferedUTF8(reader);
+        std::size_t count = 0;
+        while (count < run.size() && isNumberCharacter(run[count])) {
+            ++count;
         }
-    } while (isNumberCharacter(character));
-    reader.pushCharacter(character);
+        append({reinterpret_cast<const char*>(run.data()), count});
+        reader.consume(count, count);
+        if (count < run.size() && run[count] < 0x80) {
+            break;
+        }
+        if (!reader.getNextCharacter(character, error)) {
+            return false;
+        }
+        if (!isNumberCharacter(character)) {
+            reader.pushCharacter(character);
+            break;
+        }
+    }
     const std::string_view text(readBuffer_.get(), index_);
     const MZJSONNumber number(text);
     if (number.status == MZJSONNumber::Status::leadingZero) {
-        return failed(error, jsonError(-10026,
-                                       localizedFormat("Invalid JSON number sequence. Integers may "
-                                                       "not have a leading zero. (%1$s) at index "
-                                                       "%2$lu",
-                                                       text, reader.position()),
-                                       localized("Invalid number character sequence.")));
+        return fail(error, jsonError(-10026,
+                                     localizedFormat("Invalid JSON number sequence. Integers may "
+                                                     "not have a leading zero. (%1$s) at index "
+                                                     "%2$lu",
+                                                     text, reader.position()),
+                                     localized("Invalid number character sequence.")));
     }
     if (number.status == MZJSONNumber::Status::inconvertible) {
-        return failed(error,
-                      jsonError(-10011,
-                                localizedFormat("Invalid JSON number sequence while converting the "
-                                                "input to a number. (%1$s) at index %2$lu",
-                                                text, reader.position()),
-                                localized("Invalid number character sequence.")));
+        return fail(error,
+                    jsonError(-10011,
+                              localizedFormat("Invalid JSON number sequence while converting the "
+                                              "input to a number. (%1$s) at index %2$lu",
+                                              text, reader.position()),
+                              localized("Invalid number character sequence.")));
     }
-    return number.value;
+    value = number.value;
+    return true;
 }
 
 Value MZJSONDeserializer::deserializeJSONBooleanWithStringReader(MZStringStreamReader& reader,

@@ -4,6 +4,10 @@
 
 #include <cstdlib>
 
+namespace velto::detail {
+class ValueBuilder;
+}
+
 /// Reads JSON documents into values: containers, strings, doubles (integers too), booleans, null.
 ///
 /// Strict about containers; the top level is one of them. Otherwise lenient: any value may be a
@@ -70,15 +74,23 @@ private:
                            Context context,
                            std::vector<Container> containers,
                            velto::Error* error);
-    velto::Value readPlainValue(MZStringStreamReader& reader,
-                                char16_t character,
-                                Context context,
-                                velto::Error* error);
-    void appendRun(MZStringStreamReader& reader);
+    bool readPlainValue(MZStringStreamReader& reader,
+                        char16_t character,
+                        Context context,
+                        velto::detail::ValueBuilder& values,
+                        velto::Error* error);
+    bool readText(MZStringStreamReader& reader,
+                  velto::detail::ValueBuilder& values,
+                  velto::Error* error);
+    bool readNumber(MZStringStreamReader& reader,
+                    char16_t initialCharacter,
+                    double& value,
+                    velto::Error* error);
     bool readEscape(MZStringStreamReader& reader, velto::Error* error);
-    velto::Value bufferedText();
+    bool pushBufferedText(velto::detail::ValueBuilder& values) const;
     void growBuffer();
     void append(char16_t character);
+    void append(std::string_view text);
 
     struct Free {
         void operator()(char* block) const noexcept { std::free(block); }
