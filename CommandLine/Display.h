@@ -14,11 +14,11 @@ namespace velto::cli {
 struct Progress {
     std::string phase = {};
     std::optional<double> percent = {};    ///< 0 to 100; none while it is not known.
-    std::uint64_t completed = 0;      ///< Bytes.
-    std::uint64_t size = 0;           ///< Bytes; 0 when nothing is transferred.
-    std::uint64_t rate = 0;           ///< Bytes a second; 0 while it is not known.
+    std::uint64_t completed = 0;           ///< Bytes.
+    std::uint64_t size = 0;                ///< Bytes; 0 when nothing is transferred.
+    std::uint64_t rate = 0;                ///< Bytes a second; 0 while it is not known.
     std::optional<double> remaining = {};  ///< Seconds.
-    double elapsed = 0;               ///< Seconds.
+    double elapsed = 0;                    ///< Seconds.
 };
 
 /// "107.4 MB of 256 MB", "31.2 MB/s" and "0:05 left"; empty without that.

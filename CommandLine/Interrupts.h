@@ -20,8 +20,8 @@ public:
     Interrupts& operator=(const Interrupts&) = delete;
 
     /// Counts from here on, signals that come together as one (a program that ends its children
-    /// may send one to each and one to all); returns when no handler runs any more. Without a handler a wish ends
-    /// the program at once.
+    /// may send one to each and one to all); returns when no handler runs any more. Without a
+    /// handler a wish ends the program at once.
     void setHandler(Handler handler);
 
 private:

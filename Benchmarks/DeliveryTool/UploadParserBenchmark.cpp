@@ -18,8 +18,10 @@ const std::string& transcript() {
     static const std::string text = [] {
         std::string all = "Setting total size of files for upload to: 99999999\n";
         for (std::size_t i = 0; i < lineCount; ++i) {
-            all += i % 10 == 0 ? "DBG: movie.mov " + std::to_string(i) + "/99999999, 5% completed at 12 MB/s\n"
-                               : std::string("[2026-11-21 10:00:00 UTC] DEBUG: transferred a block of data\n");
+            all +=
+                i % 10 == 0
+                    ? "DBG: movie.mov " + std::to_string(i) + "/99999999, 5% completed at 12 MB/s\n"
+                    : std::string("[2026-11-21 10:00:00 UTC] DEBUG: transferred a block of data\n");
         }
         return all;
     }();
@@ -28,7 +30,8 @@ const std::string& transcript() {
 
 class CountingDelegate : public NSDataToStringFilterDelegate {
 public:
-    void filterDidFilterString(NSDataToStringFilter&, std::optional<std::string_view> line) override {
+    void filterDidFilterString(NSDataToStringFilter&,
+                               std::optional<std::string_view> line) override {
         bytes += line ? line->size() : 0;
     }
     std::size_t bytes = 0;
@@ -39,7 +42,8 @@ void bareMemchr(benchmark::State& state) {
         std::string_view rest = transcript();
         std::size_t lines = 0;
         while (const void* found = std::memchr(rest.data(), '\n', rest.size())) {
-            rest.remove_prefix(static_cast<std::size_t>(static_cast<const char*>(found) - rest.data()) + 1);
+            rest.remove_prefix(
+                static_cast<std::size_t>(static_cast<const char*>(found) - rest.data()) + 1);
             ++lines;
         }
         benchmark::DoNotOptimize(lines);
@@ -61,7 +65,8 @@ void throughFilter(benchmark::State& state) {
 BENCHMARK(throughFilter);
 
 void throughFilterAndUploadWorker(benchmark::State& state) {
-    const auto worker = velto::make<VeltoDrovanUploadWorker>(std::make_shared<VeltoPackageSource>());
+    const auto worker =
+        velto::make<VeltoDrovanUploadWorker>(std::make_shared<VeltoPackageSource>());
     for (auto _ : state) {
         for (std::size_t at = 0; at < transcript().size(); at += 65536) {
             worker->didReceiveDrovanOutput(std::string_view(transcript()).substr(at, 65536));

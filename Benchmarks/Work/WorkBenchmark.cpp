@@ -63,7 +63,8 @@ void workItems(benchmark::State& state) {
         manager->setDelegate(ends);
         const std::size_t before = mallinfo2().uordblks;
         auto all = makeSeries(series, items);
-        bytesPerItem = static_cast<double>(mallinfo2().uordblks - before) / static_cast<double>(series * items);
+        bytesPerItem = static_cast<double>(mallinfo2().uordblks - before) /
+                       static_cast<double>(series * items);
         state.ResumeTiming();
         for (const auto& one : all) {
             manager->submitWork(one);
@@ -77,7 +78,11 @@ void workItems(benchmark::State& state) {
     state.SetItemsProcessed(static_cast<std::int64_t>(series * items) * state.iterations());
     state.counters["bytes/item"] = bytesPerItem;
 }
-BENCHMARK(workItems)->Args({1, 200'000})->Args({1000, 200})->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(workItems)
+    ->Args({1, 200'000})
+    ->Args({1000, 200})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 void disabledLogCall(benchmark::State& state) {
     MZLoggingSetLogLevelEnabled(MZLogLevelDebug, false);

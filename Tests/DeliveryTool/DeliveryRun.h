@@ -35,14 +35,15 @@ private:
 class Sandbox {
 public:
     Sandbox()
-        : defaults_({{"VeltoDrovanExecutablePath", (sandboxFolder() / "velm/bin/VelmDrovan").string()},
-                     {"VeltoDrovanProxyDiscoveryEnabled", false},
-                     {"VeltoProcessTerminationGrace", 0.1}}),
+        : defaults_(
+              {{"VeltoDrovanExecutablePath", (sandboxFolder() / "velm/bin/VelmDrovan").string()},
+               {"VeltoDrovanProxyDiscoveryEnabled", false},
+               {"VeltoProcessTerminationGrace", 0.1}}),
           store_("VELM_SANDBOX_STORE", (path() / "store").string()) {
         std::ofstream(path() / "movie.mov") << std::string(100'000, 'm');
-        const std::string command = "\"" + (sourceFolder() / "Sandbox/make-package").string() + "\" \"" +
-                                    (path() / "movie.mov").string() + "\" DEMO_001 DemoStudio \"" +
-                                    path().string() + "\" >/dev/null";
+        const std::string command = "\"" + (sourceFolder() / "Sandbox/make-package").string() +
+                                    "\" \"" + (path() / "movie.mov").string() +
+                                    "\" DEMO_001 DemoStudio \"" + path().string() + "\" >/dev/null";
         prepared_ = std::system(command.c_str()) == 0;
     }
 
@@ -80,7 +81,8 @@ private:
 };
 
 /// Runs workers as series and waits for the end of each.
-class SeriesRun final : public MZWorkSeriesDelegate, public std::enable_shared_from_this<SeriesRun> {
+class SeriesRun final : public MZWorkSeriesDelegate,
+                        public std::enable_shared_from_this<SeriesRun> {
 public:
     static std::shared_ptr<MZWorkSeries> start(const std::shared_ptr<MZAbstractWorker>& worker,
                                                std::shared_ptr<SeriesRun>& run) {

@@ -75,7 +75,8 @@ TEST_F(DeliveryRun, VerifiesThenUploadsAPackage) {
     EXPECT_GT(upload->size(), 100'000U);
     EXPECT_EQ(upload->warnings().size(), 1U);
     EXPECT_GE(upload->infoMessages().size(), 1U);
-    EXPECT_TRUE(std::filesystem::exists(sandbox.path() / "store/DemoStudio/DEMO_001.velmp/movie.mov"));
+    EXPECT_TRUE(
+        std::filesystem::exists(sandbox.path() / "store/DemoStudio/DEMO_001.velmp/movie.mov"));
 }
 
 TEST_F(DeliveryRun, PostsItsCompletionOnceOnTheMainThread) {
@@ -145,12 +146,14 @@ TEST_F(DeliveryRun, AGrandchildOnThePipesDelaysNobody) {
 }
 
 TEST_F(DeliveryRun, ACancelEndsTheToolAndSaysSo) {
-    for (const char* scenario : {"hang=yes@signed-in\n", "hang=yes@signed-in\nignore-terminate=yes\n"}) {
+    for (const char* scenario :
+         {"hang=yes@signed-in\n", "hang=yes@signed-in\nignore-terminate=yes\n"}) {
         SCOPED_TRACE(scenario);
         sandbox.play(scenario);
         const auto worker = sandbox.worker();
         std::atomic<bool> underWay{false};
-        const auto observation = worker->observe("statusMessage", [&](const velto::PropertyChange&) { underWay = true; });
+        const auto observation = worker->observe(
+            "statusMessage", [&](const velto::PropertyChange&) { underWay = true; });
         std::shared_ptr<SeriesRun> run;
         const auto series = SeriesRun::start(worker, run);
         while (!underWay) {
@@ -181,7 +184,8 @@ TEST_F(DeliveryRun, AThousandCancelsLeaveNothingBehind) {
             for (int i = 0; i < cancelsEach; ++i) {
                 std::shared_ptr<SeriesRun> run;
                 const auto series = SeriesRun::start(sandbox.worker(), run);
-                std::this_thread::sleep_for(std::chrono::microseconds(random() % 20'000));  // the random moment
+                std::this_thread::sleep_for(
+                    std::chrono::microseconds(random() % 20'000));  // the random moment
                 series->cancel();
                 ends += run->waitForEnd();
             }
@@ -216,26 +220,34 @@ TEST_F(DeliveryRun, SecretsShowNowhere) {
         for (int form = 0; form < 5; ++form) {
             const auto source = sandbox.source();
             source->setPassword(canary());
-            const auto authentication = VeltoAuthenticationContextImpl::contextWithHttpHeaders({}, "", {});
+            const auto authentication =
+                VeltoAuthenticationContextImpl::contextWithHttpHeaders({}, "", {});
             source->setAuthentication(authentication);
             switch (form) {
                 case 1:
                     authentication->setSessionID(canary());
                     authentication->setSharedSecret(canary());
                     break;
-                case 2: authentication->setHttpHeaders({{"Authorization", "Bearer " + canary()}}); break;
-                case 3:
-                    authentication->setToken(
-                        velto::Data(*velto::PropertyList::xml(velto::Dictionary{{"rovquill", canary()}})));
+                case 2:
+                    authentication->setHttpHeaders({{"Authorization", "Bearer " + canary()}});
                     break;
-                case 4: authentication->setTxHeaders({{"secret", canary()}}); break;
-                default: break;
+                case 3:
+                    authentication->setToken(velto::Data(
+                        *velto::PropertyList::xml(velto::Dictionary{{"rovquill", canary()}})));
+                    break;
+                case 4:
+                    authentication->setTxHeaders({{"secret", canary()}});
+                    break;
+                default:
+                    break;
             }
-            const auto worker = finished(velto::make<VeltoDrovanUploadWorker>(source, form % 2 == 0));
+            const auto worker =
+                finished(velto::make<VeltoDrovanUploadWorker>(source, form % 2 == 0));
             for (const velto::Error& error : worker->errors()) {
                 shown += error.description();
             }
-            shown += worker->description() + source->description() + worker->jsonOutput().description();
+            shown +=
+                worker->description() + source->description() + worker->jsonOutput().description();
             std::ifstream file(record);
             shown.append(std::istreambuf_iterator<char>(file), {});
         }

@@ -31,7 +31,8 @@ TEST(ToolLineMarkers, AgreeWithAPlainSearch) {
     for (int round = 0; round < 20'000; ++round) {
         std::string line;
         for (auto piece = random() % 5; piece > 0; --piece) {
-            std::string_view text = ToolLineMarkers::text(static_cast<ToolLineMarker>(random() % markerCount));
+            std::string_view text =
+                ToolLineMarkers::text(static_cast<ToolLineMarker>(random() % markerCount));
             if (random() % 3 == 0) {
                 text = text.substr(random() % text.size());
             }

@@ -24,9 +24,14 @@ TEST(ConvertMessageToError, TakesTheNumberInTheFirstParentheses) {
         const char* message;
         std::int64_t code;
     } rows[] = {
-        {"Bad password (-20101)", -20101}, {"ERROR: Bad (code)", -18000}, {"odd ) order ( 5", -18000},
-        {"zero (0)", -18000},              {"(5 items) of (7)", 5},       {"open (12", -18000},
-        {"", -18000},                      {"blank ( 42 )", 42},
+        {"Bad password (-20101)", -20101},
+        {"ERROR: Bad (code)", -18000},
+        {"odd ) order ( 5", -18000},
+        {"zero (0)", -18000},
+        {"(5 items) of (7)", 5},
+        {"open (12", -18000},
+        {"", -18000},
+        {"blank ( 42 )", 42},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.message);
@@ -64,9 +69,10 @@ TEST(DrovanMessages, ReadsMarkedLines) {
 TEST(DrovanMessages, ReadsTheBlockBelowErrorMessages) {
     EXPECT_EQ(Messages::extractMultipleErrorsFromString("ERROR: a\nERROR: b\n"), std::nullopt);
     EXPECT_EQ(Messages::extractMultipleErrorsFromString("error messages:\nx"), std::nullopt);
-    EXPECT_THAT(*Messages::extractMultipleErrorsFromString(
-                    "ERROR: before\nOld Error Messages:\nold\nError Messages:\n\tone (-5)\n\nERROR: two\n"),
-                ElementsAre("one (-5)", "ERROR: two"));
+    EXPECT_THAT(
+        *Messages::extractMultipleErrorsFromString(
+            "ERROR: before\nOld Error Messages:\nold\nError Messages:\n\tone (-5)\n\nERROR: two\n"),
+        ElementsAre("one (-5)", "ERROR: two"));
     EXPECT_TRUE(Messages::extractMultipleErrorsFromString("Error Messages:")->empty());
     EXPECT_EQ(Messages::parseErrorsFromString("Error Messages:\none (-5)").at(0).code(), -5);
     EXPECT_TRUE(Messages::parseErrorsFromString("nothing").empty());
@@ -77,9 +83,11 @@ TEST(DrovanMessages, CollectsAllMarkedLinesButTheKnownOptionWarnings) {
         "WARN: one\nERROR: e1\n"
         "WARN: The following option was specified but is not recognized: -TxHeaders\n"
         "WARN: The following option was specified but is not recognized: -DTxHeaders\n"
-        "WARN: The following option was specified but is not recognized: -Other\nINFO-X: i\nerror: e2";
-    EXPECT_THAT(descriptions(Messages::parseAllWarningsFromString(output)),
-                ElementsAre("one", "The following option was specified but is not recognized: -Other"));
+        "WARN: The following option was specified but is not recognized: -Other\nINFO-X: i\nerror: "
+        "e2";
+    EXPECT_THAT(
+        descriptions(Messages::parseAllWarningsFromString(output)),
+        ElementsAre("one", "The following option was specified but is not recognized: -Other"));
     EXPECT_THAT(descriptions(Messages::parseAllErrorsFromString(output)), ElementsAre("e1", "e2"));
     EXPECT_THAT(descriptions(Messages::parseAllInfoMessagesFromString(output)), ElementsAre("i"));
 }

@@ -24,8 +24,8 @@ using Text = std::optional<std::string>;
 /// Opens the hooks, so that a run can be played line by line.
 class PlayedWorker : public VeltoDrovanUploadWorker {
 public:
-    using VeltoDrovanUploadWorker::VeltoDrovanUploadWorker;
     using VeltoDrovanUploadWorker::drovanWillStart;
+    using VeltoDrovanUploadWorker::VeltoDrovanUploadWorker;
 };
 
 std::shared_ptr<VeltoPackageSource> packageSource() {
@@ -36,11 +36,13 @@ std::shared_ptr<VeltoPackageSource> packageSource() {
     return source;
 }
 
-std::shared_ptr<PlayedWorker> workerFor(std::shared_ptr<VeltoPackageSource> source, bool verifyOnly = false) {
+std::shared_ptr<PlayedWorker> workerFor(std::shared_ptr<VeltoPackageSource> source,
+                                        bool verifyOnly = false) {
     return velto::make<PlayedWorker>(std::move(source), verifyOnly);
 }
 
-std::vector<std::string> startArguments(const std::shared_ptr<VeltoPackageSource>& source, bool verifyOnly = false) {
+std::vector<std::string> startArguments(const std::shared_ptr<VeltoPackageSource>& source,
+                                        bool verifyOnly = false) {
     const std::shared_ptr<PlayedWorker> worker = workerFor(source, verifyOnly);
     worker->drovanWillStart();
     return worker->arguments();
@@ -50,19 +52,21 @@ TEST(UploadWorker, BuildsItsCommandLineInOrder) {
     const ScopedUserDefaults defaults;
     const auto source = packageSource();
     EXPECT_THAT(startArguments(source, true),
-                ElementsAre("-m", "verify", "-u", "'o'\\''hara'", "-vp", "json", "-f", "'/packages/A B.velmp'",
-                            "-indicator", "true", "-v", "eXtreme"));
+                ElementsAre("-m", "verify", "-u", "'o'\\''hara'", "-vp", "json", "-f",
+                            "'/packages/A B.velmp'", "-indicator", "true", "-v", "eXtreme"));
     source->setUsername("");
     source->setProviderShortName("Provider");
     source->setTransport("Signiant");
     source->setClientName("Client");
     source->setVersionString("1.2");
-    EXPECT_THAT(startArguments(source),
-                ElementsAre("-m", "upload", "-u", "zarnet", "-vp", "json", "-s", "'Provider'", "-t", "Signiant",
-                            "-k", "100000", "-f", "'/packages/A B.velmp'", "-indicator", "true", "-v", "eXtreme",
-                            "-Ddrovan.client='Client'", "-Ddrovan.client.version='1.2'"));
+    EXPECT_THAT(
+        startArguments(source),
+        ElementsAre("-m", "upload", "-u", "zarnet", "-vp", "json", "-s", "'Provider'", "-t",
+                    "Signiant", "-k", "100000", "-f", "'/packages/A B.velmp'", "-indicator", "true",
+                    "-v", "eXtreme", "-Ddrovan.client='Client'", "-Ddrovan.client.version='1.2'"));
     source->setVTCProviderShortName("Other");
-    EXPECT_THAT(startArguments(source), ::testing::AllOf(Contains("-vtc_provider"), Not(Contains("-s"))));
+    EXPECT_THAT(startArguments(source),
+                ::testing::AllOf(Contains("-vtc_provider"), Not(Contains("-s"))));
 }
 
 TEST(UploadWorker, NamesTransportAndThrottleBySettings) {
@@ -79,8 +83,8 @@ TEST(UploadWorker, NamesTransportAndThrottleBySettings) {
     const auto worker = workerFor(source);
     worker->setChecksumEnabled(false);
     worker->drovanWillStart();
-    EXPECT_THAT(worker->arguments(), IsSupersetOf({"-checksumValidation", "false", "-serviceAddress",
-                                                   "https://service.invalid"}));
+    EXPECT_THAT(worker->arguments(), IsSupersetOf({"-checksumValidation", "false",
+                                                   "-serviceAddress", "https://service.invalid"}));
 }
 
 /// The value of the variable that an "@env:" argument names.
@@ -109,7 +113,8 @@ TEST(UploadWorker, PassesTheFirstCredentialThatApplies) {
     };
     EXPECT_EQ(variable(*start(), "-p"), "canary-password");
     authentication->setSessionID("canary-session");
-    EXPECT_EQ(variable(*start(), "-p"), "canary-password") << "a session without its secret is none";
+    EXPECT_EQ(variable(*start(), "-p"), "canary-password")
+        << "a session without its secret is none";
     authentication->setSharedSecret("canary-shared");
     const auto worker = start();
     EXPECT_EQ(variable(*worker, "-sessionid"), "canary-session");
@@ -120,8 +125,8 @@ TEST(UploadWorker, PassesTheFirstCredentialThatApplies) {
 TEST(UploadWorker, PassesHeadersDataCentersAndKeys) {
     const ScopedUserDefaults defaults;
     const auto source = packageSource();
-    const auto headers =
-        VeltoAuthenticationContextImpl::contextWithHttpHeaders({{"Authorization", std::string(90, 'x')}}, "", {});
+    const auto headers = VeltoAuthenticationContextImpl::contextWithHttpHeaders(
+        {{"Authorization", std::string(90, 'x')}}, "", {});
     headers->setTxHeaders({{"a", "b"}});
     headers->setDataCenters({"east", "west"});
     source->setAuthentication(headers);
@@ -171,7 +176,8 @@ TEST(UploadWorker, FollowsATransfer) {
     EXPECT_EQ(worker->completed(), 0U);
     EXPECT_EQ(worker->size(), 400U);
     EXPECT_EQ(worker->percentComplete(), 0);
-    EXPECT_THAT(*worker->statusMessage(), StartsWith("There was an error sending data to the Ovalis."));
+    EXPECT_THAT(*worker->statusMessage(),
+                StartsWith("There was an error sending data to the Ovalis."));
     play("a.mov 1/3, 33% completed\n");
     EXPECT_EQ(worker->percentComplete(), 0.25);
     play("Performing transport diagnostic test of x\n");
@@ -191,7 +197,8 @@ TEST(UploadWorker, FollowsPhases) {
         {"Performing authentication of package x\n", "Verifying metadata with the Ovalis…"},
         {"performing authentication of package x\n", "Verifying metadata with the Ovalis…"},
         {"Starting media analysis of assets\n", "Verifying assets with the Ovalis…"},
-        {"Performing uploadDone notification to Zarnet for package x\n", "Finalizing delivery with the Ovalis…"},
+        {"Performing uploadDone notification to Zarnet for package x\n",
+         "Finalizing delivery with the Ovalis…"},
         {"JSON: Performing authentication of package\n", "Finalizing delivery with the Ovalis…"},
     };
     for (const auto& row : rows) {
@@ -210,14 +217,16 @@ TEST(UploadWorker, FollowsVerifyProgress) {
         {R"("description":"Analyzing metadata")", -1, "Analyzing metadata"},
         {R"("description":"Adding asset to analyze:","asset":"a.mov","count":4,"index":1)", 25,
          "Adding asset to analyze: a.mov"},
-        {R"("description":"Validating assets","count":3,"index":1)", 100.0 / 3, "Validating assets"},
+        {R"("description":"Validating assets","count":3,"index":1)", 100.0 / 3,
+         "Validating assets"},
         {R"("description":"Validation completed.","count":-2)", 100.0 / 3, "Validation completed"},
         {R"("description":"other","count":0)", 100, "Validation completed"},
         {R"("description":"Validation failed.")", -1, "Validation failed"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.fields);
-        worker->processDrovanOutput(std::string(R"(12:00 JSON: {"messageType":"VerifyProgress",)") + row.fields + "}\n");
+        worker->processDrovanOutput(std::string(R"(12:00 JSON: {"messageType":"VerifyProgress",)") +
+                                    row.fields + "}\n");
         EXPECT_DOUBLE_EQ(worker->percentComplete(), row.percent);
         EXPECT_EQ(worker->statusMessage(), row.status);
     }
@@ -237,7 +246,8 @@ TEST(UploadWorker, ReadsTheResultBlockAndThePackageName) {
     EXPECT_TRUE(worker->jsonOutput()["a"]) << "an incomplete block changes nothing";
     worker->extractJsonFromErrorOutput("JSON-START>>{broken}<<JSON-END");
     EXPECT_TRUE(worker->jsonOutput().isNone());
-    EXPECT_TRUE(log.contains("Failed to decode json from output 'JSON-START>>{broken}<<JSON-END': "));
+    EXPECT_TRUE(
+        log.contains("Failed to decode json from output 'JSON-START>>{broken}<<JSON-END': "));
 
     worker->extractNewPackageNameFromOutput("a\nNewPackageName = A B.velmp.velmp\n");
     EXPECT_EQ(worker->uploadedPackageName(), "A B.velmp");
@@ -248,7 +258,8 @@ TEST(UploadWorker, ReadsTheResultBlockAndThePackageName) {
 
 TEST(UploadWorker, WordsMessagesByVerbAndStore) {
     const auto upload = workerFor(packageSource());
-    EXPECT_EQ(upload->errorOccurredUploadingToStoreErrorMessage(), "An error occurred uploading to the Ovalis.");
+    EXPECT_EQ(upload->errorOccurredUploadingToStoreErrorMessage(),
+              "An error occurred uploading to the Ovalis.");
     VeltoDrovanUploadWorker::setUploadVerb(1);
     upload->setStoreType(3);
     EXPECT_EQ(upload->uploadingPackageToStoreMessage(), "Delivering package to Zarnet Books…");
@@ -258,7 +269,8 @@ TEST(UploadWorker, WordsMessagesByVerbAndStore) {
     upload->setStoreType(0);
     EXPECT_EQ(upload->verifyingAssetsWithStoreMessage(), "Verifying assets with the Ovalis…");
     upload->setStoreType(1);
-    EXPECT_EQ(upload->finalizingDeliveryWithStoreMessage(), "Finalizing delivery with the Velto Store…");
+    EXPECT_EQ(upload->finalizingDeliveryWithStoreMessage(),
+              "Finalizing delivery with the Velto Store…");
     upload->setStoreType(5);
     EXPECT_EQ(upload->uploadPackageToStoreMessage(), std::nullopt);
 }

@@ -25,10 +25,12 @@ class Keys {
 public:
     explicit Keys(MZAbstractWorker& worker) {
         for (const std::string_view key :
-             {"workStatus", "cancelled", "statusMessage", "percentComplete", "errorMessage", "errors",
-              "warnings", "infoMessages", "hasErrors", "hasWarnings", "hasInfoMessages"}) {
+             {"workStatus", "cancelled", "statusMessage", "percentComplete", "errorMessage",
+              "errors", "warnings", "infoMessages", "hasErrors", "hasWarnings",
+              "hasInfoMessages"}) {
             observations_.push_back(worker.observe(
-                key, [this](const velto::PropertyChange& change) { keys_.emplace_back(change.key); }));
+                key,
+                [this](const velto::PropertyChange& change) { keys_.emplace_back(change.key); }));
         }
     }
     std::vector<std::string> take() { return std::exchange(keys_, {}); }
@@ -69,7 +71,8 @@ TEST(AbstractWorker, AnnouncesChangesAndOnlyChanges) {
     worker->addInfoMessages({"i"});
     worker->addErrors({});
     worker->addWarning({});
-    EXPECT_THAT(keys.take(), testing::UnorderedElementsAre("warnings", "hasWarnings", "infoMessages", "hasInfoMessages"));
+    EXPECT_THAT(keys.take(), testing::UnorderedElementsAre("warnings", "hasWarnings",
+                                                           "infoMessages", "hasInfoMessages"));
     worker->resetErrorsWarningsAndInfoMessages();
     EXPECT_FALSE(worker->hasErrors() || worker->hasWarnings() || worker->hasInfoMessages());
 }
@@ -103,7 +106,8 @@ TEST(AbstractWorker, CallsBackOnItsQueueInTheOrderOfTheChanges) {
     worker->setFinishedCallback([&](MZAbstractWorker&) { calls.emplace_back("finished"); });
     worker->setCancelledCallback([&](MZAbstractWorker&) { calls.emplace_back("cancelled"); });
     worker->setStatusMessageCallback([&](const std::string& text) { calls.push_back(text); });
-    worker->setPercentCompleteCallback([&](double percent) { calls.push_back(std::to_string(int(percent))); });
+    worker->setPercentCompleteCallback(
+        [&](double percent) { calls.push_back(std::to_string(int(percent))); });
     worker->setWorkStatus(MZWorkStatusStarted);
     EXPECT_THAT(calls, IsEmpty()) << "without a queue nothing is called";
 

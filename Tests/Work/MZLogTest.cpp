@@ -23,7 +23,9 @@ using Line = CapturedLog::Line;
 /// Switches a level off for a scope.
 class Silenced {
 public:
-    explicit Silenced(std::int32_t level) : level_(level) { MZLoggingSetLogLevelEnabled(level, false); }
+    explicit Silenced(std::int32_t level) : level_(level) {
+        MZLoggingSetLogLevelEnabled(level, false);
+    }
     ~Silenced() { MZLoggingSetLogLevelEnabled(level_, true); }
     Silenced(const Silenced&) = delete;
     Silenced& operator=(const Silenced&) = delete;
@@ -55,8 +57,9 @@ TEST(MZLog, UnknownLevelsAreRefusedWithAWarning) {
     MZLoggingSetLogLevelEnabled(4, false);
     MZLoggingSetLogLevelEnabled(6, false);
     EXPECT_FALSE(MZLoggingIsLogLevelEnabled(-1));
-    EXPECT_THAT(log.lines(), ElementsAre(Line{2, "Unknown log level: 4"}, Line{2, "Unknown log level: 6"},
-                                         Line{2, "Unknown log level: -1"}));
+    EXPECT_THAT(log.lines(),
+                ElementsAre(Line{2, "Unknown log level: 4"}, Line{2, "Unknown log level: 6"},
+                            Line{2, "Unknown log level: -1"}));
 }
 
 TEST(MZLog, ANullFunctionOnlyAsks) {
@@ -150,8 +153,8 @@ TEST(LoggableObject, CutsContainersAndHidesSecrets) {
     EXPECT_EQ(cut["…"].string(), "… truncated …");
     EXPECT_EQ(cut["key19"].string(), "19");
 
-    const Value secrets = MZLoggableObjectForObject(
-        Dictionary{{"Password", "p"}, {"password", "shown"}, {"in", Dictionary{{"SessionId", Array{"s"}}}}});
+    const Value secrets = MZLoggableObjectForObject(Dictionary{
+        {"Password", "p"}, {"password", "shown"}, {"in", Dictionary{{"SessionId", Array{"s"}}}}});
     EXPECT_EQ(secrets["Password"].string(), "**hidden value**");
     EXPECT_EQ(secrets["password"].string(), "shown");
     EXPECT_EQ(secrets["in"]["SessionId"].string(), "**hidden value**");
@@ -177,11 +180,13 @@ TEST(LoggableObject, TakesAnyDepth) {
 
 TEST(FoundationErrors, CarryUserInformationWholeOrNotAtAll) {
     const Error underlying("Other", 7);
-    const Error whole = VeltoConnectFoundationGenerateFullErrorWithUnderlying("d", "r", 5, underlying);
+    const Error whole =
+        VeltoConnectFoundationGenerateFullErrorWithUnderlying("d", "r", 5, underlying);
     EXPECT_EQ(whole.localizedDescription(), "d");
     EXPECT_EQ(whole.localizedFailureReason(), "r");
     EXPECT_EQ(whole.underlyingError(), underlying);
-    const Error bare = VeltoConnectFoundationGenerateFullErrorWithUnderlying("", "r", 5, underlying);
+    const Error bare =
+        VeltoConnectFoundationGenerateFullErrorWithUnderlying("", "r", 5, underlying);
     EXPECT_EQ(bare.code(), 5);
     EXPECT_EQ(bare.domain(), "VeltoConnectFoundationErrorDomain");
     EXPECT_TRUE(bare.userInfo().isEmpty());
@@ -189,7 +194,8 @@ TEST(FoundationErrors, CarryUserInformationWholeOrNotAtAll) {
     EXPECT_EQ(http.localizedFailureReason(), "Unable to validate your application.");
     EXPECT_EQ(http.underlyingError().code(), 404);
     EXPECT_TRUE(http.underlyingError().userInfo().isEmpty());
-    EXPECT_EQ(VeltoConnectFoundationErrorFromException(velto::Exception("N", "why"), 3).localizedDescription(),
+    EXPECT_EQ(VeltoConnectFoundationErrorFromException(velto::Exception("N", "why"), 3)
+                  .localizedDescription(),
               "An unexpected error occurred: why");
 }
 

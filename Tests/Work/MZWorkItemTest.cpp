@@ -40,7 +40,8 @@ class Completions {
 public:
     explicit Completions(const MZWorkItem& item)
         : observation_(velto::NotificationCenter::shared().observe(
-              MZWorkItemCompletedNotification, &item,
+              MZWorkItemCompletedNotification,
+              &item,
               [this](const velto::Notification&) {
                   EXPECT_TRUE(velto::MainQueue::isMainThread());
                   ++count_;
@@ -58,7 +59,8 @@ private:
 
 TEST(WorkItem, RunsOnceAndCompletesOnce) {
     int runs = 0;
-    auto item = MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>([&](FunctionWorker&) { ++runs; }));
+    auto item = MZWorkItem::itemWithWorker(
+        std::make_shared<FunctionWorker>([&](FunctionWorker&) { ++runs; }));
     auto delegate = std::make_shared<RecordingDelegate>();
     item->setDelegate(delegate);
     Completions completions(*item);
@@ -73,7 +75,8 @@ TEST(WorkItem, RunsOnceAndCompletesOnce) {
 
 TEST(WorkItem, CancellingAPendingItemPostsOnce) {
     int runs = 0;
-    auto item = MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>([&](FunctionWorker&) { ++runs; }));
+    auto item = MZWorkItem::itemWithWorker(
+        std::make_shared<FunctionWorker>([&](FunctionWorker&) { ++runs; }));
     auto delegate = std::make_shared<RecordingDelegate>();
     item->setDelegate(delegate);
     Completions completions(*item);
@@ -91,11 +94,12 @@ TEST(WorkItem, CancellingAPendingItemPostsOnce) {
 
 TEST(WorkItem, ACancelWhileRunningStaysCancelled) {
     std::weak_ptr<MZWorkItem> self;
-    auto item = MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>([&](FunctionWorker& worker) {
-        self.lock()->cancel();
-        EXPECT_TRUE(worker.isCancelled());
-        EXPECT_FALSE(self.lock()->completeTime()) << "it completes when the worker returns";
-    }));
+    auto item =
+        MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>([&](FunctionWorker& worker) {
+            self.lock()->cancel();
+            EXPECT_TRUE(worker.isCancelled());
+            EXPECT_FALSE(self.lock()->completeTime()) << "it completes when the worker returns";
+        }));
     self = item;
     auto delegate = std::make_shared<RecordingDelegate>();
     item->setDelegate(delegate);
@@ -114,8 +118,8 @@ TEST(WorkItem, SwallowsPlatformExceptionsAndPassesOthersOn) {
     EXPECT_EQ(swallowed->status(), Status::completed);
     EXPECT_FALSE(swallowed->hasErrors());
 
-    auto foreign = MZWorkItem::itemWithWorker(
-        std::make_shared<FunctionWorker>([](FunctionWorker&) { throw std::runtime_error("boom"); }));
+    auto foreign = MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>(
+        [](FunctionWorker&) { throw std::runtime_error("boom"); }));
     EXPECT_THROW(foreign->main(), std::runtime_error);
     EXPECT_EQ(foreign->status(), Status::completed);
     EXPECT_EQ(foreign->errorMessage(), "boom");
@@ -127,11 +131,12 @@ TEST(WorkItem, WordsTime) {
         double seconds;
         const char* expected;
     } rows[] = {
-        {0, "00:00:00"},         {3599.6, "00:59:59"},      {3600, "01:00:00"}, {3661.4, "01:01:01"},
-        {3'599'999, "999:59:59"}, {3'600'000, "∞"},          {-5, "00:00:00"},   {1e300, "∞"},
+        {0, "00:00:00"},          {3599.6, "00:59:59"}, {3600, "01:00:00"}, {3661.4, "01:01:01"},
+        {3'599'999, "999:59:59"}, {3'600'000, "∞"},     {-5, "00:00:00"},   {1e300, "∞"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(MZWorkItem::timeStringWithSeconds(Seconds(row.seconds)), row.expected) << row.seconds;
+        EXPECT_EQ(MZWorkItem::timeStringWithSeconds(Seconds(row.seconds)), row.expected)
+            << row.seconds;
     }
     EXPECT_THAT(log.messages(), ElementsAre("Time interval is negative! 00:00:05"));
 }
@@ -153,7 +158,8 @@ TEST(WorkItem, MeasuresRatesOverASlidingWindow) {
     for (int i = 0; i < 80; ++i) {
         sampleAfter(0.6, 300 + static_cast<std::uint64_t>(i + 1) * 6);
     }
-    EXPECT_NEAR(static_cast<double>(item->sampleRate()), 10, 1) << "the fast start has left the window";
+    EXPECT_NEAR(static_cast<double>(item->sampleRate()), 10, 1)
+        << "the fast start has left the window";
     EXPECT_TRUE(item->finalRateString());
     for (int i = 0; i < 62; ++i) {
         sampleAfter(0.6, 780);  // stalled: the last sample only moves forward in time
@@ -170,14 +176,15 @@ TEST(WorkItem, EstimatesFromElapsedTime) {
     double estimate = -1;
     double elapsed = -1;
     std::weak_ptr<MZWorkItem> self;
-    auto item = MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>([&](FunctionWorker& worker) {
-        Clock::advance(Seconds(10));
-        elapsed = self.lock()->estimatedCompletionSeconds();
-        EXPECT_EQ(self.lock()->timerMode(), "Elapsed:");
-        worker.setPercentComplete(25);
-        estimate = self.lock()->estimatedCompletionSeconds();
-        EXPECT_EQ(self.lock()->timerMode(), "Remaining:");
-    }));
+    auto item =
+        MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>([&](FunctionWorker& worker) {
+            Clock::advance(Seconds(10));
+            elapsed = self.lock()->estimatedCompletionSeconds();
+            EXPECT_EQ(self.lock()->timerMode(), "Elapsed:");
+            worker.setPercentComplete(25);
+            estimate = self.lock()->estimatedCompletionSeconds();
+            EXPECT_EQ(self.lock()->timerMode(), "Remaining:");
+        }));
     self = item;
     item->main();
     EXPECT_NEAR(elapsed, 10, 0.5);
@@ -219,7 +226,8 @@ TEST(WorkItemSample, RatesAreTruncatedAndNeverNegative) {
         bool valid = !row.valid;
         EXPECT_EQ(BytesPerSecondWithStartAndEndSamples(start, row.end, valid), row.rate);
         EXPECT_EQ(valid, row.valid);
-        EXPECT_EQ(BytesPerSecondStringWithStartAndEndSamples(start, row.end).has_value(), row.valid);
+        EXPECT_EQ(BytesPerSecondStringWithStartAndEndSamples(start, row.end).has_value(),
+                  row.valid);
     }
 }
 

@@ -117,7 +117,8 @@ TEST(WorkSeriesManager, CancelsAllWorkAndKeepsTheThrottleUntilItHasEnded) {
     auto active = typed(seriesOf({worker([&](FunctionWorker&) {
                             running.open();
                             mayEnd.wait();
-                        })}), 5);
+                        })}),
+                        5);
     auto pending = typed(seriesOf({worker()}), 5);
     manager->submitWork(active);
     manager->submitWork(pending);

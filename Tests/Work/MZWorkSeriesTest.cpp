@@ -42,9 +42,12 @@ public:
 
 TEST(WorkSeries, RunsItsItemsInOrder) {
     std::string order;
-    auto series = seriesOf({worker([&](FunctionWorker&) { order += 'a'; }),
-                            worker([&](FunctionWorker&) { order += 'b'; }),
-                            worker([&](FunctionWorker& self) { order += 'c'; self.addWarning("w"); })});
+    auto series =
+        seriesOf({worker([&](FunctionWorker&) { order += 'a'; }),
+                  worker([&](FunctionWorker&) { order += 'b'; }), worker([&](FunctionWorker& self) {
+                      order += 'c';
+                      self.addWarning("w");
+                  })});
     auto owner = std::make_shared<Owner>();
     series->setDelegate(owner);
     series->start();
@@ -59,8 +62,9 @@ TEST(WorkSeries, RunsItsItemsInOrder) {
 
 TEST(WorkSeries, StopsAtTheFirstItemThatFails) {
     bool ran = false;
-    auto series = seriesOf({worker(), worker([](FunctionWorker& self) { self.addErrorMessage("broken"); }),
-                            worker([&](FunctionWorker&) { ran = true; })});
+    auto series =
+        seriesOf({worker(), worker([](FunctionWorker& self) { self.addErrorMessage("broken"); }),
+                  worker([&](FunctionWorker&) { ran = true; })});
     auto owner = std::make_shared<Owner>();
     series->setDelegate(owner);
     series->start();
@@ -97,15 +101,17 @@ TEST(WorkSeries, EndsWhenNothingOfItRunsAnyMore) {
 TEST(WorkSeries, AnEmptyOneCompletesAtOnceAndRunsOnce) {
     auto series = seriesOf({});
     std::atomic<int> posted{0};
-    const auto observation = velto::NotificationCenter::shared().observe(
-        MZWorkSeriesCompletedNotification, series.get(), [&](const velto::Notification&) { ++posted; });
+    const auto observation =
+        velto::NotificationCenter::shared().observe(MZWorkSeriesCompletedNotification, series.get(),
+                                                    [&](const velto::Notification&) { ++posted; });
     series->start();
     EXPECT_EQ(series->status(), Status::completed);
     try {
         series->start();
         FAIL() << "expected an exception";
     } catch (const velto::Exception& exception) {
-        EXPECT_THAT(exception.reason(), StartsWith("Calling start more than once on a work series: <MZWorkSeries"));
+        EXPECT_THAT(exception.reason(),
+                    StartsWith("Calling start more than once on a work series: <MZWorkSeries"));
     }
     series->setStatus(Status::completed);
     velto::MainQueue::shared().sync([] {});
@@ -153,7 +159,8 @@ private:
 
 TEST(WorkSeries, TellsAllItemsOfItsEndThenRaisesTheFirstException) {
     int told = 0;
-    auto series = seriesOf({std::make_shared<FailingListener>(told), std::make_shared<FailingListener>(told)});
+    auto series = seriesOf(
+        {std::make_shared<FailingListener>(told), std::make_shared<FailingListener>(told)});
     EXPECT_THROW(series->notifyWorkItemsOfSeriesCompletion(), velto::Exception);
     EXPECT_EQ(told, 2);
 }

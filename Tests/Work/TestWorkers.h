@@ -12,7 +12,8 @@ namespace velto::testing {
 /// Does what it is given, or nothing.
 class FunctionWorker : public MZAbstractWorker {
 public:
-    explicit FunctionWorker(std::function<void(FunctionWorker&)> work = {}) : work_(std::move(work)) {}
+    explicit FunctionWorker(std::function<void(FunctionWorker&)> work = {})
+        : work_(std::move(work)) {}
     void run() override {
         if (work_) {
             work_(*this);
@@ -68,7 +69,8 @@ inline std::shared_ptr<FunctionWorker> worker(std::function<void(FunctionWorker&
     return std::make_shared<FunctionWorker>(std::move(work));
 }
 
-inline std::shared_ptr<MZWorkSeries> seriesOf(const std::vector<std::shared_ptr<MZAbstractWorker>>& workers) {
+inline std::shared_ptr<MZWorkSeries> seriesOf(
+    const std::vector<std::shared_ptr<MZAbstractWorker>>& workers) {
     return MZWorkSeries::seriesWithWorkItems(MZWorkItem::itemsWithWorkers(workers));
 }
 

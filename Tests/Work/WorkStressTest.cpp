@@ -77,7 +77,8 @@ TEST(WorkStress, EveryItemAndSeriesCompletesOnceUnderAnyMix) {
         });
     std::atomic<std::size_t> seriesEnds{0};
     const auto seriesObservation = velto::NotificationCenter::shared().observe(
-        MZWorkSeriesCompletedNotification, nullptr, [&](const velto::Notification&) { ++seriesEnds; });
+        MZWorkSeriesCompletedNotification, nullptr,
+        [&](const velto::Notification&) { ++seriesEnds; });
 
     for (std::size_t index = 0; index < seriesCount; ++index) {
         const std::int64_t type = static_cast<std::int64_t>(index) % (throttledTypes + 1);
@@ -88,7 +89,8 @@ TEST(WorkStress, EveryItemAndSeriesCompletesOnceUnderAnyMix) {
             workers.push_back(worker([&ran, &occupancy, type, fails](FunctionWorker& self) {
                 ++ran;
                 if (type != 0) {
-                    occupancy[static_cast<std::size_t>(type)].enter(static_cast<std::uint32_t>(type));
+                    occupancy[static_cast<std::size_t>(type)].enter(
+                        static_cast<std::uint32_t>(type));
                 }
                 self.setPercentComplete(50);
                 if (fails) {
@@ -113,12 +115,23 @@ TEST(WorkStress, EveryItemAndSeriesCompletesOnceUnderAnyMix) {
                 manager->submitWork(all[index]);
                 const std::shared_ptr<MZWorkSeries>& victim = all[random() % seriesCount];
                 switch (random() % 16) {
-                    case 0: victim->cancel(); break;
-                    case 1: victim->workItems()[random() % itemsPerSeries]->cancel(); break;
-                    case 2: static_cast<void>(victim->percentComplete()); break;
-                    case 3: static_cast<void>(manager->allWork()); break;
-                    case 4: static_cast<void>(victim->description()); break;
-                    default: break;
+                    case 0:
+                        victim->cancel();
+                        break;
+                    case 1:
+                        victim->workItems()[random() % itemsPerSeries]->cancel();
+                        break;
+                    case 2:
+                        static_cast<void>(victim->percentComplete());
+                        break;
+                    case 3:
+                        static_cast<void>(manager->allWork());
+                        break;
+                    case 4:
+                        static_cast<void>(victim->description());
+                        break;
+                    default:
+                        break;
                 }
             }
         });

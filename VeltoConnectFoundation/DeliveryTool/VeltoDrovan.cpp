@@ -29,6 +29,7 @@ using velto::ChannelReport;
 using velto::Dictionary;
 using velto::Exception;
 using velto::FileManager;
+using velto::format;
 using velto::Guard;
 using velto::ProcessExit;
 using velto::ProcessStream;
@@ -36,34 +37,57 @@ using velto::Seconds;
 using velto::Setting;
 using velto::SettingKind;
 using velto::Value;
-using velto::format;
 
 namespace {
 
-const Setting appendServiceAddress("DrovanAppendServiceAddress", SettingKind::boolean, "NO",
-                                   "Append the service addresses to every command line of the delivery tool");
-const Setting proxyDiscoveryEnabled(VeltoDrovanProxyDiscoveryEnabled, SettingKind::boolean, "YES",
-                                    "Ask the system for a proxy for the delivery tool when none is set");
-const Setting executablePath(VeltoDrovanExecutablePath, SettingKind::string, DROVAN_PATH,
+const Setting appendServiceAddress(
+    "DrovanAppendServiceAddress",
+    SettingKind::boolean,
+    "NO",
+    "Append the service addresses to every command line of the delivery tool");
+const Setting proxyDiscoveryEnabled(
+    VeltoDrovanProxyDiscoveryEnabled,
+    SettingKind::boolean,
+    "YES",
+    "Ask the system for a proxy for the delivery tool when none is set");
+const Setting executablePath(VeltoDrovanExecutablePath,
+                             SettingKind::string,
+                             DROVAN_PATH,
                              "First place where the delivery tool is looked for");
-const Setting javaExecutablePath(VeltoDrovanJavaExecutablePathRelativeToDrovanExecutable, SettingKind::string,
-                                 "../java/bin/java", "The delivery tool's Java runtime, relative to the tool");
-const Setting javaVersionSearchStrings(VeltoDrovanJavaVersionSearchStrings, SettingKind::array,
-                                       Array{"java version \"", "openjdk version \""},
-                                       "What stands before the version in a Java runtime's version output");
-const Setting additionalPaths(VeltoDrovanAdditionalPathsToVELMDrovan, SettingKind::array, Array{},
+const Setting javaExecutablePath(VeltoDrovanJavaExecutablePathRelativeToDrovanExecutable,
+                                 SettingKind::string,
+                                 "../java/bin/java",
+                                 "The delivery tool's Java runtime, relative to the tool");
+const Setting javaVersionSearchStrings(
+    VeltoDrovanJavaVersionSearchStrings,
+    SettingKind::array,
+    Array{"java version \"", "openjdk version \""},
+    "What stands before the version in a Java runtime's version output");
+const Setting additionalPaths(VeltoDrovanAdditionalPathsToVELMDrovan,
+                              SettingKind::array,
+                              Array{},
                               "Further places where the delivery tool is looked for");
-const Setting defaultsURL(VeltoDrovanDefaultsURL, SettingKind::string,
+const Setting defaultsURL(VeltoDrovanDefaultsURL,
+                          SettingKind::string,
                           "https://content.velto.invalid/drovan/Defaults.properties",
                           "Where the delivery tool's published defaults are");
-const Setting proxyHost(VeltoDrovanProxyHost, SettingKind::string, {}, "Proxy host for the delivery tool");
-const Setting proxyPort(VeltoDrovanProxyPort, SettingKind::string, {}, "Proxy port for the delivery tool");
-const Setting extraArgs(VeltoDrovanExtraArgs, SettingKind::stringOrArray, {},
+const Setting proxyHost(VeltoDrovanProxyHost,
+                        SettingKind::string,
+                        {},
+                        "Proxy host for the delivery tool");
+const Setting proxyPort(VeltoDrovanProxyPort,
+                        SettingKind::string,
+                        {},
+                        "Proxy port for the delivery tool");
+const Setting extraArgs(VeltoDrovanExtraArgs,
+                        SettingKind::stringOrArray,
+                        {},
                         "Further arguments for the delivery tool, as one text or a list");
 
 constexpr std::string_view parcelwrightIdentifier = "parcelwright.velto.invalid";
 constexpr std::string_view kodriftIdentifier = "kodrift.velto.invalid";
-constexpr std::string_view parcelwrightInKodrift = "Contents/SharedFrameworks/Parcelwright.framework";
+constexpr std::string_view parcelwrightInKodrift =
+    "Contents/SharedFrameworks/Parcelwright.framework";
 
 constexpr Seconds terminateSlice{0.1};
 constexpr Seconds lastDelivery{1.0};
@@ -99,7 +123,8 @@ std::optional<std::string> pathInBundleAbove(const std::string& executableFolder
         if (bundle && bundle->identifier() == parcelwrightIdentifier) {
             found = joined(folder, VeltoDrovanRelativeExecutablePath);
         } else if (bundle && bundle->identifier() == kodriftIdentifier) {
-            found = joined(joined(folder, parcelwrightInKodrift), VeltoDrovanRelativeExecutablePath);
+            found =
+                joined(joined(folder, parcelwrightInKodrift), VeltoDrovanRelativeExecutablePath);
         }
         return found.has_value();
     });
@@ -120,22 +145,29 @@ std::string decoded(const std::string& bytes) {
 }  // namespace
 
 VeltoDrovanDelegate::~VeltoDrovanDelegate() = default;
-void VeltoDrovanDelegate::didReceiveDrovanOutput(std::string_view) {}
-void VeltoDrovanDelegate::didReceiveDrovanErrorOutput(std::string_view) {}
-void VeltoDrovanDelegate::drovanCompleted(VeltoDrovan&) {}
+void VeltoDrovanDelegate::didReceiveDrovanOutput(std::string_view) {
+}
+void VeltoDrovanDelegate::didReceiveDrovanErrorOutput(std::string_view) {
+}
+void VeltoDrovanDelegate::drovanCompleted(VeltoDrovan&) {
+}
 
 /// One launch of the tool. Its reports reach the driver on the main queue as long as both live.
 class VeltoDrovan::Child final : public velto::ProcessDelegate {
 public:
-    Child(std::weak_ptr<VeltoDrovan> owner, std::unique_ptr<velto::Process> process, velto::ProcessLaunch launch)
+    Child(std::weak_ptr<VeltoDrovan> owner,
+          std::unique_ptr<velto::Process> process,
+          velto::ProcessLaunch launch)
         : owner_(std::move(owner)), process_(std::move(process)), launch_(std::move(launch)) {}
 
     void processDidReport(ProcessStream stream, const ChannelReport& report) override {
         const bool isOutput = stream == ProcessStream::standardOutput;
-        if (report.kind == ChannelReport::Kind::openFailed || report.kind == ChannelReport::Kind::readFailed) {
+        if (report.kind == ChannelReport::Kind::openFailed ||
+            report.kind == ChannelReport::Kind::readFailed) {
             logFailure(isOutput, report);
         } else if (const std::shared_ptr<VeltoDrovan> owner = owner_.lock()) {
-            isOutput ? owner->appendOutputData(report.block.view()) : owner->appendErrorData(report.block.view());
+            isOutput ? owner->appendOutputData(report.block.view())
+                     : owner->appendErrorData(report.block.view());
         }
     }
 
@@ -168,15 +200,17 @@ private:
     static void logFailure(bool isOutput, const ChannelReport& report) {
         const std::string text = std::generic_category().message(report.error);
         if (report.kind == ChannelReport::Kind::openFailed) {
-            isOutput ? MZLogError("received an error while creating Drovan standard output: %d (%s)",
-                                  report.error, text.c_str())
-                     : MZLogError("received an error while creating Drovan error output: %d (%s)",
-                                  report.error, text.c_str());
+            isOutput
+                ? MZLogError("received an error while creating Drovan standard output: %d (%s)",
+                             report.error, text.c_str())
+                : MZLogError("received an error while creating Drovan error output: %d (%s)",
+                             report.error, text.c_str());
         } else {
-            isOutput ? MZLogError("received an error while processing Drovan standard output: %d (%s)",
-                                  report.error, text.c_str())
-                     : MZLogError("received an error while processing Drovan error output: %d (%s)",
-                                  report.error, text.c_str());
+            isOutput
+                ? MZLogError("received an error while processing Drovan standard output: %d (%s)",
+                             report.error, text.c_str())
+                : MZLogError("received an error while processing Drovan error output: %d (%s)",
+                             report.error, text.c_str());
         }
     }
 
@@ -193,7 +227,9 @@ std::optional<std::string> LookupServiceAddressWithKey(std::string_view key) {
     return address.empty() ? std::nullopt : std::optional(std::move(address));
 }
 
-VeltoDrovan::VeltoDrovan(velto::PassKey, std::vector<std::string> arguments) : arguments_(std::move(arguments)) {}
+VeltoDrovan::VeltoDrovan(velto::PassKey, std::vector<std::string> arguments)
+    : arguments_(std::move(arguments)) {
+}
 
 VeltoDrovan::~VeltoDrovan() {
     MZLogDebug("%s %@", "dealloc", velto::defaultDescription(typeid(*this), this));
@@ -220,8 +256,8 @@ std::vector<std::string> VeltoDrovan::drovanPaths() {
     std::vector<std::string> paths;
     const std::string configured = FileManager::expandingTilde(executablePath.stringValue());
     if (isExecutableAtPath(configured)) {
-        MZLogDebug("Found drovan at path specified by %@ in user defaults: %@", VeltoDrovanExecutablePath,
-                   configured);
+        MZLogDebug("Found drovan at path specified by %@ in user defaults: %@",
+                   VeltoDrovanExecutablePath, configured);
         paths.push_back(configured);
     }
     walkUp(Bundle::library().path(), [&](const std::string& folder) {
@@ -241,7 +277,8 @@ std::vector<std::string> VeltoDrovan::drovanPaths() {
     paths.push_back(joined(joined(executableFolder, "../SharedFrameworks/Parcelwright.framework"),
                            VeltoDrovanRelativeExecutablePath));
     paths.push_back(joined(joined(executableFolder, "../"), VeltoDrovanRelativeExecutablePath));
-    paths.push_back(joined("/Applications/Sendrix.app/Contents", VeltoDrovanRelativeExecutablePath));
+    paths.push_back(
+        joined("/Applications/Sendrix.app/Contents", VeltoDrovanRelativeExecutablePath));
     for (const Value& path : additionalPaths.arrayValue()) {
         paths.emplace_back(path.string());
     }
@@ -308,8 +345,9 @@ std::vector<std::string> VeltoDrovan::proxyArguments() {
     if (host.empty() && port.empty() && proxyDiscoveryEnabled.boolValue()) {
         const std::string url = VeltoProducerServiceAddress.stringValue();
         const std::vector<velto::Proxy> proxies = velto::ProxyResolver::shared().proxiesForURL(url);
-        const auto usable = std::ranges::find_if(
-            proxies, [](const velto::Proxy& proxy) { return !proxy.host.empty() && proxy.port != 0; });
+        const auto usable = std::ranges::find_if(proxies, [](const velto::Proxy& proxy) {
+            return !proxy.host.empty() && proxy.port != 0;
+        });
         if (usable != proxies.end()) {
             host = usable->host;
             port = format("%u", static_cast<unsigned>(usable->port));
@@ -373,8 +411,9 @@ void VeltoDrovan::setServiceAddress(std::string_view address) {
 }
 
 bool VeltoDrovan::containsClientName(const std::vector<std::string>& arguments) {
-    return std::ranges::any_of(
-        arguments, [](const std::string& argument) { return argument.starts_with("-Ddrovan.client="); });
+    return std::ranges::any_of(arguments, [](const std::string& argument) {
+        return argument.starts_with("-Ddrovan.client=");
+    });
 }
 
 std::vector<std::string> VeltoDrovan::parseExtraArgumentsString(std::string_view text) {
@@ -485,13 +524,16 @@ void VeltoDrovan::launch(const std::shared_ptr<Child>& child) {
         for (const std::string& path : drovanPaths()) {
             places += "\n  " + path;
         }
-        throw Exception(velto::InvalidArgumentException,
-                        velto::localizedFormat("The delivery tool was not found. These places were searched:%@", places));
+        throw Exception(
+            velto::InvalidArgumentException,
+            velto::localizedFormat("The delivery tool was not found. These places were searched:%@",
+                                   places));
     }
     velto::Error error;
     if (!child->process().launch(child->launch(), velto::MainQueue::shared(), child, &error)) {
-        throw Exception(velto::InvalidArgumentException,
-                        format("%@ %@", error.localizedDescription(), error.localizedFailureReason()));
+        throw Exception(
+            velto::InvalidArgumentException,
+            format("%@ %@", error.localizedDescription(), error.localizedFailureReason()));
     }
 }
 
@@ -712,7 +754,8 @@ std::optional<std::string> VeltoDrovan::extractJavaVersion(std::string_view outp
         if (found != std::string_view::npos) {
             const std::string_view rest = output.substr(found + prefix.string().size());
             const std::size_t end = rest.find('"');
-            return end == std::string_view::npos ? std::nullopt : std::optional(std::string(rest.substr(0, end)));
+            return end == std::string_view::npos ? std::nullopt
+                                                 : std::optional(std::string(rest.substr(0, end)));
         }
     }
     return std::nullopt;

@@ -18,13 +18,15 @@ inline constexpr std::string_view VeltoDrovanRelativeExecutablePath = "velm/bin/
 inline constexpr std::string_view VeltoDrovanRelativeJavaExecutablePath = "velm/java/bin/java";
 inline constexpr std::string_view VeltoDrovanJavaExecutablePathRelativeToDrovanExecutable =
     "VeltoDrovanJavaExecutablePathRelativeToDrovanExecutable";
-inline constexpr std::string_view VeltoDrovanJavaVersionSearchStrings = "VeltoDrovanJavaVersionSearchStrings";
+inline constexpr std::string_view VeltoDrovanJavaVersionSearchStrings =
+    "VeltoDrovanJavaVersionSearchStrings";
 inline constexpr std::string_view VeltoDrovanAdditionalPathsToVELMDrovan =
     "VeltoDrovanAdditionalPathsToVELMDrovan";
 inline constexpr std::string_view VeltoDrovanDefaultsURL = "VeltoDrovanDefaultsURL";
 inline constexpr std::string_view VeltoDrovanProxyHost = "VeltoDrovanProxyHost";
 inline constexpr std::string_view VeltoDrovanProxyPort = "VeltoDrovanProxyPort";
-inline constexpr std::string_view VeltoDrovanProxyDiscoveryEnabled = "VeltoDrovanProxyDiscoveryEnabled";
+inline constexpr std::string_view VeltoDrovanProxyDiscoveryEnabled =
+    "VeltoDrovanProxyDiscoveryEnabled";
 inline constexpr std::string_view VeltoDrovanExtraArgs = "VeltoDrovanExtraArgs";
 inline constexpr std::string_view DROVAN_PATH = "/usr/local/velm/bin/VelmDrovan";
 
@@ -55,7 +57,8 @@ public:
 
     static std::shared_ptr<VeltoDrovan> initWithArguments(std::vector<std::string> arguments = {});
 
-    static bool isExecutableAtPath(std::string_view path);  ///< A file that is not executable is logged.
+    static bool isExecutableAtPath(
+        std::string_view path);  ///< A file that is not executable is logged.
     /// Where the tool may be, best first; not all of them exist.
     static std::vector<std::string> drovanPaths();
     static std::optional<std::string> overridenDrovanPath();  ///< The first usable one.
@@ -97,7 +100,8 @@ public:
     void terminate();
     /// Kills the process group of the last launch, or what is left of it, at once; does not wait.
     void kill();
-    /// The same as terminate on a thread of its own; without `notify` the delegate does not hear of the end.
+    /// The same as terminate on a thread of its own; without `notify` the delegate does not hear of
+    /// the end.
     void terminateInBackgroundAndNotify(bool notify);
     bool isRunning() const;
     /// The exit status, or the signal's number; 0 before the first end, -1 when it was lost.

@@ -57,7 +57,8 @@ Error ConvertMessageToError(std::string_view message) {
     const std::size_t open = message.find('(');
     const std::size_t close = message.find(')');
     if (open != std::string_view::npos && close != std::string_view::npos && open < close) {
-        const std::int64_t number = velto::leadingInteger(message.substr(open + 1, close - open - 1));
+        const std::int64_t number =
+            velto::leadingInteger(message.substr(open + 1, close - open - 1));
         code = number != 0 ? number : code;
     }
     return Error(VeltoDrovanErrorDomain, code,
@@ -79,15 +80,18 @@ std::optional<std::string> VeltoDrovanMessages::extractErrorFromLine(std::string
     return std::string(trimError(found == std::string_view::npos ? line : line.substr(found)));
 }
 
-std::optional<std::string> VeltoDrovanMessages::extractErrorFromLineOnlyIfPresent(std::string_view line) {
+std::optional<std::string> VeltoDrovanMessages::extractErrorFromLineOnlyIfPresent(
+    std::string_view line) {
     return textAfter("ERROR:", line);
 }
 
-std::optional<std::string> VeltoDrovanMessages::extractWarningFromLineOnlyIfPresent(std::string_view line) {
+std::optional<std::string> VeltoDrovanMessages::extractWarningFromLineOnlyIfPresent(
+    std::string_view line) {
     return textAfter("WARN:", line);
 }
 
-std::optional<std::string> VeltoDrovanMessages::extractInfoMessageFromLineOnlyIfPresent(std::string_view line) {
+std::optional<std::string> VeltoDrovanMessages::extractInfoMessageFromLineOnlyIfPresent(
+    std::string_view line) {
     return textAfter("INFO-X:", line);
 }
 
@@ -96,7 +100,8 @@ std::optional<std::vector<std::string>> VeltoDrovanMessages::extractMultipleErro
     std::vector<std::string> messages;
     for (;;) {
         const std::size_t start = output.rfind('\n');
-        const std::string_view line = start == std::string_view::npos ? output : output.substr(start + 1);
+        const std::string_view line =
+            start == std::string_view::npos ? output : output.substr(start + 1);
         if (line.ends_with("Error Messages:")) {
             std::ranges::reverse(messages);
             return messages;
@@ -113,7 +118,8 @@ std::optional<std::vector<std::string>> VeltoDrovanMessages::extractMultipleErro
 
 std::vector<Error> VeltoDrovanMessages::parseErrorsFromString(std::string_view output) {
     std::vector<Error> errors;
-    for (const std::string& message : extractMultipleErrorsFromString(output).value_or(std::vector<std::string>())) {
+    for (const std::string& message :
+         extractMultipleErrorsFromString(output).value_or(std::vector<std::string>())) {
         errors.push_back(ConvertMessageToError(message));
     }
     return errors;

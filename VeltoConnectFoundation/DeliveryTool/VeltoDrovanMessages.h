@@ -25,10 +25,12 @@ public:
     /// What follows "ERROR:", "WARN:" and "INFO-X:"; none without the marker.
     static std::optional<std::string> extractErrorFromLineOnlyIfPresent(std::string_view line);
     static std::optional<std::string> extractWarningFromLineOnlyIfPresent(std::string_view line);
-    static std::optional<std::string> extractInfoMessageFromLineOnlyIfPresent(std::string_view line);
+    static std::optional<std::string> extractInfoMessageFromLineOnlyIfPresent(
+        std::string_view line);
 
     /// The lines below the last "Error Messages:", in their order; none without such a line.
-    static std::optional<std::vector<std::string>> extractMultipleErrorsFromString(std::string_view output);
+    static std::optional<std::vector<std::string>> extractMultipleErrorsFromString(
+        std::string_view output);
     /// The same as errors; empty when there were none.
     static std::vector<velto::Error> parseErrorsFromString(std::string_view output);
     /// Every marked line of the output as an error; empty when there were none.

@@ -23,24 +23,30 @@ using velto::Array;
 using velto::Dictionary;
 using velto::Error;
 using velto::Exception;
+using velto::format;
 using velto::Guard;
+using velto::localized;
+using velto::localizedFormat;
 using velto::Setting;
 using velto::SettingKind;
 using velto::Value;
-using velto::format;
-using velto::localized;
-using velto::localizedFormat;
 using Marker = ToolLineMarker;
 using Sentence = VeltoDrovanUploadSentence;
 using Verb = VeltoDrovanUploadVerb;
 
 namespace {
 
-const Setting sendDAVTransport("SendDAVTransport", SettingKind::boolean, "YES",
+const Setting sendDAVTransport("SendDAVTransport",
+                               SettingKind::boolean,
+                               "YES",
                                "Name the transport DAV to the delivery tool");
-const Setting defaultTransportThrottle("DefaultTransportThrottle", SettingKind::string, {},
+const Setting defaultTransportThrottle("DefaultTransportThrottle",
+                                       SettingKind::string,
+                                       {},
                                        "Throttle passed to the delivery tool");
-const Setting serviceAddressOverride("velmDrovanServiceAddress", SettingKind::string, {},
+const Setting serviceAddressOverride("velmDrovanServiceAddress",
+                                     SettingKind::string,
+                                     {},
                                      "Service address passed to the delivery tool");
 
 constexpr std::string_view fastTransportThrottle = "100000";
@@ -85,8 +91,8 @@ VeltoDrovanUploadWorker::VeltoDrovanUploadWorker(velto::PassKey key,
                                                  std::shared_ptr<VeltoPackageSource> source,
                                                  bool verifyOnly)
     : VeltoDrovanWorker(key), source_(std::move(source)), verifyOnly_(verifyOnly) {
-    velto::assertParameter(source_ != nullptr, "source", "initWithPackageSource:verifyOnly:",
-                           "VeltoDrovanUploadWorker.cpp");
+    velto::assertParameter(source_ != nullptr, "source",
+                           "initWithPackageSource:verifyOnly:", "VeltoDrovanUploadWorker.cpp");
 }
 
 VeltoDrovanUploadWorker::~VeltoDrovanUploadWorker() = default;
@@ -123,20 +129,24 @@ VeltoDrovanUploadWorker::SecretEnvironment VeltoDrovanUploadWorker::buildEnviron
 }
 
 VeltoDrovanUploadWorker::SecretEnvironment VeltoDrovanUploadWorker::buildEnvironmentWithSessionID(
-    std::string_view sessionID, std::string_view sharedSecret) {
+    std::string_view sessionID,
+    std::string_view sharedSecret) {
     return environmentWithSecrets({sessionID, sharedSecret});
 }
 
 Dictionary VeltoDrovanUploadWorker::buildEnvironmentWithDataCenters(
-    std::string_view dataCenters, const std::optional<Dictionary>& preservingEnvironment) {
+    std::string_view dataCenters,
+    const std::optional<Dictionary>& preservingEnvironment) {
     Dictionary environment = preservingEnvironment.value_or(Dictionary());
     environment.set("TX_DATA_CENTERS", dataCenters);
     return environment;
 }
 
 VeltoDrovanUploadWorker::Credentials VeltoDrovanUploadWorker::credentials() const {
-    const std::shared_ptr<VeltoAuthenticationContextImpl> authentication = source_->authentication();
-    const auto fromEnvironment = [](SecretEnvironment built, std::initializer_list<std::string_view> options) {
+    const std::shared_ptr<VeltoAuthenticationContextImpl> authentication =
+        source_->authentication();
+    const auto fromEnvironment = [](SecretEnvironment built,
+                                    std::initializer_list<std::string_view> options) {
         Credentials result;
         std::size_t index = 0;
         for (const std::string_view option : options) {
@@ -148,9 +158,9 @@ VeltoDrovanUploadWorker::Credentials VeltoDrovanUploadWorker::credentials() cons
     };
     if (authentication != nullptr) {
         if (authentication->isSessionEnabled()) {
-            return fromEnvironment(
-                buildEnvironmentWithSessionID(authentication->sessionID(), authentication->sharedSecret()),
-                {"-sessionid", "-sharedsecret"});
+            return fromEnvironment(buildEnvironmentWithSessionID(authentication->sessionID(),
+                                                                 authentication->sharedSecret()),
+                                   {"-sessionid", "-sharedsecret"});
         }
         if (const Dictionary headers = authentication->httpHeaders(); !headers.isEmpty()) {
             if (const std::optional<std::string> text = base64OfJSON(headers)) {
@@ -166,7 +176,8 @@ VeltoDrovanUploadWorker::Credentials VeltoDrovanUploadWorker::credentials() cons
         return fromEnvironment(buildEnvironmentWithPassword(password), {"-p"});
     }
     if (authentication != nullptr && authentication->canJWTAuthenticate()) {
-        return {{"-apiKey", authentication->apiKey(), "-apiIssuer", authentication->issuerID()}, {}};
+        return {{"-apiKey", authentication->apiKey(), "-apiIssuer", authentication->issuerID()},
+                {}};
     }
     return {};
 }
@@ -208,7 +219,8 @@ void VeltoDrovanUploadWorker::drovanWillStart() {
     }
     append("-vp", "json");
 
-    const std::shared_ptr<VeltoAuthenticationContextImpl> authentication = source_->authentication();
+    const std::shared_ptr<VeltoAuthenticationContextImpl> authentication =
+        source_->authentication();
     if (authentication != nullptr && !authentication->txHeaders().isEmpty()) {
         if (const std::optional<std::string> text = base64OfJSON(authentication->txHeaders())) {
             append(format("-DTxHeaders=%@", *text));
@@ -299,8 +311,9 @@ std::optional<std::string> VeltoDrovanUploadWorker::extractPercentCompleted(std:
     return percentCompleted(line, ToolLineMarkers(line));
 }
 
-std::optional<std::string> VeltoDrovanUploadWorker::percentCompleted(std::string_view line,
-                                                                     const ToolLineMarkers& markers) {
+std::optional<std::string> VeltoDrovanUploadWorker::percentCompleted(
+    std::string_view line,
+    const ToolLineMarkers& markers) {
     scanFileSizes(markers, line);
     if (!hasTransferSize()) {
         if (markers.has(Marker::settingTotalSize)) {
@@ -333,7 +346,8 @@ std::optional<std::string> VeltoDrovanUploadWorker::percentCompleted(std::string
     }
     const std::string_view before = line.substr(0, space);
     const std::size_t nameStart = before.rfind(' ');
-    const std::string_view name = nameStart == std::string_view::npos ? before : before.substr(nameStart + 1);
+    const std::string_view name =
+        nameStart == std::string_view::npos ? before : before.substr(nameStart + 1);
     Guard guard(progressLock_);
     auto known = bytesTransferred_.find(name);
     if (known == bytesTransferred_.end()) {
@@ -366,11 +380,13 @@ void VeltoDrovanUploadWorker::scanFileSizes(const ToolLineMarkers& markers, std:
     fileSizes_.insert_or_assign(std::string(rest.substr(0, firstSpace)), size);
 }
 
-std::optional<std::string> VeltoDrovanUploadWorker::extractResumePercentCompleted(std::string_view line) {
+std::optional<std::string> VeltoDrovanUploadWorker::extractResumePercentCompleted(
+    std::string_view line) {
     return hasTransferSize() ? resumePercentCompleted(ToolLineMarkers(line)) : std::nullopt;
 }
 
-std::optional<std::string> VeltoDrovanUploadWorker::resumePercentCompleted(const ToolLineMarkers& markers) {
+std::optional<std::string> VeltoDrovanUploadWorker::resumePercentCompleted(
+    const ToolLineMarkers& markers) {
     constexpr std::string_view nameMarker = "The file named ";
     if (!markers.has(Marker::skippedFile)) {
         return std::nullopt;
@@ -385,7 +401,8 @@ std::optional<std::string> VeltoDrovanUploadWorker::resumePercentCompleted(const
         Guard guard(progressLock_);
         if (const auto size = fileSizes_.find(name); size != fileSizes_.end()) {
             transferred_ += static_cast<std::uint64_t>(size->second);
-            bytesTransferred_.insert_or_assign(std::string(name), static_cast<std::uint64_t>(size->second));
+            bytesTransferred_.insert_or_assign(std::string(name),
+                                               static_cast<std::uint64_t>(size->second));
             return percentText();
         }
     }
@@ -449,7 +466,8 @@ bool VeltoDrovanUploadWorker::extractUploadDone(std::string_view line) {
 
 std::optional<std::string> VeltoDrovanUploadWorker::extractJSONData(std::string_view line) {
     const ToolLineMarkers markers(line);
-    return markers.has(Marker::json) ? std::optional(std::string(markers.after(Marker::json))) : std::nullopt;
+    return markers.has(Marker::json) ? std::optional(std::string(markers.after(Marker::json)))
+                                     : std::nullopt;
 }
 
 Value VeltoDrovanUploadWorker::extractJSON(std::string_view line) {
@@ -506,14 +524,16 @@ void VeltoDrovanUploadWorker::drovanCompleted() {
     if (terminationStatus() != 0) {
         addFailure();
     } else {
-        const std::optional<std::string> result = parseResultsFromString(drovan()->standardOutString());
+        const std::optional<std::string> result =
+            parseResultsFromString(drovan()->standardOutString());
         setStatusMessage(result ? result : uploadedPackageToStoreMessage());
     }
     readResults();
 }
 
 void VeltoDrovanUploadWorker::addFailure() {
-    const std::string fallback = errorOccurredUploadingToStoreErrorMessage().value_or(std::string());
+    const std::string fallback =
+        errorOccurredUploadingToStoreErrorMessage().value_or(std::string());
     try {
         const std::string out = drovan()->standardOutString();
         const std::string error = drovan()->standardErrorString();
@@ -562,13 +582,14 @@ void VeltoDrovanUploadWorker::extractJsonFromErrorOutput(std::string_view output
     constexpr std::string_view startMarker = "JSON-START>>";
     const std::size_t start = output.find(startMarker);
     const std::size_t end = output.find("<<JSON-END");
-    if (start == std::string_view::npos || end == std::string_view::npos || end < start + startMarker.size()) {
+    if (start == std::string_view::npos || end == std::string_view::npos ||
+        end < start + startMarker.size()) {
         return;
     }
     const std::size_t from = start + startMarker.size();
     Error error;
-    Value json =
-        MZJSONDeserializer().deserializeJSONData(velto::Data(output.substr(from, end - from)), &error);
+    Value json = MZJSONDeserializer().deserializeJSONData(
+        velto::Data(output.substr(from, end - from)), &error);
     if (error) {
         MZLogError("Failed to decode json from output '%@': %@", output, error);
     } else {
@@ -628,7 +649,8 @@ void VeltoDrovanUploadWorker::setStatus(Sentence which) {
     setStatusMessage(sentence(which));
 }
 
-std::optional<std::string> VeltoDrovanUploadWorker::errorOccurredUploadingToStoreErrorMessage() const {
+std::optional<std::string> VeltoDrovanUploadWorker::errorOccurredUploadingToStoreErrorMessage()
+    const {
     return sentence(Sentence::errorOccurred);
 }
 

@@ -27,7 +27,9 @@ public:
         std::vector<std::string> names;  ///< One for each non-empty secret, in order.
     };
 
-    VeltoDrovanUploadWorker(velto::PassKey, std::shared_ptr<VeltoPackageSource> source, bool verifyOnly = false);
+    VeltoDrovanUploadWorker(velto::PassKey,
+                            std::shared_ptr<VeltoPackageSource> source,
+                            bool verifyOnly = false);
     ~VeltoDrovanUploadWorker() override;
     void didCreate();
 
@@ -45,7 +47,8 @@ public:
                                                            std::string_view sharedSecret);
     /// Over an empty environment when none is given.
     static velto::Dictionary buildEnvironmentWithDataCenters(
-        std::string_view dataCenters, const std::optional<velto::Dictionary>& preservingEnvironment);
+        std::string_view dataCenters,
+        const std::optional<velto::Dictionary>& preservingEnvironment);
 
     const std::shared_ptr<VeltoPackageSource>& source() const { return source_; }
     bool isVerifyOnly() const { return verifyOnly_; }
@@ -56,7 +59,7 @@ public:
     bool isChecksumEnabled() const { return checksumEnabled_.load(); }
     void setChecksumEnabled(bool enabled) { checksumEnabled_ = enabled; }
     std::optional<std::string> uploadedPackageName() const;  ///< As the tool reported it.
-    velto::Value jsonOutput() const;                         ///< The tool's result block; none without.
+    velto::Value jsonOutput() const;  ///< The tool's result block; none without.
 
     /// One line from either stream.
     void processDrovanOutput(std::string_view line);
@@ -73,8 +76,10 @@ public:
     static bool extractComputingChecksum(std::string_view line);
     static bool extractDoneComputingChecksum(std::string_view line);
     static bool extractUploadDone(std::string_view line);
-    static std::optional<std::string> extractJSONData(std::string_view line);  ///< What follows "JSON:".
-    static velto::Value extractJSON(std::string_view line);  ///< The same read; none when it is no JSON.
+    static std::optional<std::string> extractJSONData(
+        std::string_view line);  ///< What follows "JSON:".
+    static velto::Value extractJSON(
+        std::string_view line);  ///< The same read; none when it is no JSON.
     void processVerifyProgress(const velto::Dictionary& progress);
     void extractJsonFromErrorOutput(std::string_view output);
     void extractNewPackageNameFromOutput(std::string_view output);
@@ -103,7 +108,9 @@ protected:
 private:
     struct TextHash {
         using is_transparent = void;
-        std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>()(text); }
+        std::size_t operator()(std::string_view text) const noexcept {
+            return std::hash<std::string_view>()(text);
+        }
     };
     template <class Number>
     using NumbersByFile = std::unordered_map<std::string, Number, TextHash, std::equal_to<>>;
@@ -117,7 +124,8 @@ private:
 
     std::optional<std::string> sentence(VeltoDrovanUploadSentence which) const;
     void setStatus(VeltoDrovanUploadSentence which);
-    std::optional<std::string> percentCompleted(std::string_view line, const ToolLineMarkers& markers);
+    std::optional<std::string> percentCompleted(std::string_view line,
+                                                const ToolLineMarkers& markers);
     void scanFileSizes(const ToolLineMarkers& markers, std::string_view line);
     std::optional<std::string> resumePercentCompleted(const ToolLineMarkers& markers);
     bool hasTransferSize() const;

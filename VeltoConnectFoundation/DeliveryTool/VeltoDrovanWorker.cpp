@@ -13,7 +13,9 @@ using velto::Seconds;
 
 namespace {
 
-const velto::Setting logDrovanOutputSetting("LogDrovanOutput", velto::SettingKind::boolean, {},
+const velto::Setting logDrovanOutputSetting("LogDrovanOutput",
+                                            velto::SettingKind::boolean,
+                                            {},
                                             "Write every line of the delivery tool to the log");
 
 constexpr Seconds waitSlice{0.25};
@@ -28,7 +30,8 @@ bool logsDrovanOutput() {
 }  // namespace
 
 VeltoDrovanWorker::VeltoDrovanWorker(velto::PassKey, std::vector<std::string> arguments)
-    : drovan_(VeltoDrovan::initWithArguments(std::move(arguments))) {}
+    : drovan_(VeltoDrovan::initWithArguments(std::move(arguments))) {
+}
 
 VeltoDrovanWorker::~VeltoDrovanWorker() = default;
 
@@ -126,7 +129,8 @@ std::string VeltoDrovanWorker::parseErrorFromString(std::string_view output) con
         output.remove_suffix(1);
     }
     const std::size_t start = output.rfind('\n');
-    const std::string_view line = start == std::string_view::npos ? output : output.substr(start + 1);
+    const std::string_view line =
+        start == std::string_view::npos ? output : output.substr(start + 1);
     return VeltoDrovanMessages::extractErrorFromLine(line).value_or(std::string());
 }
 
@@ -164,9 +168,11 @@ void VeltoDrovanWorker::drovanWillStart() {
     resetErrorsWarningsAndInfoMessages();
 }
 
-void VeltoDrovanWorker::didReceiveDrovanLine(std::optional<std::string_view>) {}
+void VeltoDrovanWorker::didReceiveDrovanLine(std::optional<std::string_view>) {
+}
 
-void VeltoDrovanWorker::didReceiveDrovanErrorLine(std::optional<std::string_view>) {}
+void VeltoDrovanWorker::didReceiveDrovanErrorLine(std::optional<std::string_view>) {
+}
 
 void VeltoDrovanWorker::drovanCompleted() {
     setPercentComplete(100);

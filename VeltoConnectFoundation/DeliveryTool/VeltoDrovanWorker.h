@@ -48,7 +48,8 @@ public:
     void didReceiveDrovanOutput(std::string_view bytes) override;
     void didReceiveDrovanErrorOutput(std::string_view bytes) override;
     void drovanCompleted(VeltoDrovan& drovan) override;
-    void filterDidFilterString(NSDataToStringFilter& filter, std::optional<std::string_view> line) override;
+    void filterDidFilterString(NSDataToStringFilter& filter,
+                               std::optional<std::string_view> line) override;
 
 protected:
     /// The base sets percent complete to 0 and empties errors, warnings and info messages.

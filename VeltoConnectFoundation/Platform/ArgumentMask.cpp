@@ -30,7 +30,8 @@ std::vector<std::string> maskedArgumentList(std::span<const std::string> argumen
         if (isValue) {
             masked.emplace_back(maskedValue(argument));
         } else if (end != std::string_view::npos && isSecretOption(argument.substr(0, end))) {
-            masked.emplace_back(argument.substr(0, end + 1)) += maskedValue(argument.substr(end + 1));
+            masked.emplace_back(argument.substr(0, end + 1)) +=
+                maskedValue(argument.substr(end + 1));
         } else {
             masked.emplace_back(argument);
         }

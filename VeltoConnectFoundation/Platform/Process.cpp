@@ -425,8 +425,8 @@ bool Process::State::kill() {
 bool Process::State::killGroup() {
     // A group outlives its leader, and as long as it has members no process gets the leader's
     // number: one that has it is somebody else, and so is its group.
-    const bool isOurs = phase_ == Phase::running ||
-                        (child_ > 0 && ::kill(child_, 0) != 0 && errno == ESRCH);
+    const bool isOurs =
+        phase_ == Phase::running || (child_ > 0 && ::kill(child_, 0) != 0 && errno == ESRCH);
     return isOurs && ::kill(-child_, SIGKILL) == 0;
 }
 

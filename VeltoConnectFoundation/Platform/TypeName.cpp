@@ -2,8 +2,8 @@
 
 #include <VeltoConnectFoundation/Platform/Format.h>
 
-#include <cstdlib>
 #include <cxxabi.h>
+#include <cstdlib>
 #include <memory>
 
 namespace velto {

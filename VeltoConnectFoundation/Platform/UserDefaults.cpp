@@ -47,8 +47,8 @@ Dictionary dictionaryFromTable(const toml::table& table) {
 
 template <class T>
 std::string textOf(const T& value) {
-    std::ostringstream stream;              // locale: toml++ writes to streams only
-    stream.imbue(std::locale::classic());   // locale: none
+    std::ostringstream stream;             // locale: toml++ writes to streams only
+    stream.imbue(std::locale::classic());  // locale: none
     stream << value;
     return stream.str();
 }
@@ -210,8 +210,8 @@ std::optional<std::string> tomlText(const Dictionary& entries) {
             return std::nullopt;
         }
     }
-    std::ostringstream stream;              // locale: toml++ writes to streams only
-    stream.imbue(std::locale::classic());   // locale: none
+    std::ostringstream stream;             // locale: toml++ writes to streams only
+    stream.imbue(std::locale::classic());  // locale: none
     stream << toml::default_formatter(table) << '\n';
     std::string text = stream.str();
     return entries.isEmpty() ? "" : text;

@@ -10,7 +10,15 @@
 
 namespace velto {
 
-enum class SettingKind : std::uint8_t { boolean, integer, number, string, array, dictionary, stringOrArray };
+enum class SettingKind : std::uint8_t {
+    boolean,
+    integer,
+    number,
+    string,
+    array,
+    dictionary,
+    stringOrArray
+};
 
 /// Whether what a server sends may set it.
 enum class SettingReach : std::uint8_t { local, remote };
@@ -29,14 +37,19 @@ inline constexpr std::string_view SettingsErrorDomain = "VeltoSettingsErrorDomai
 /// (other text is an array of one). A value that cannot be of the kind counts as not set.
 class VELTO_EXPORT Setting {
 public:
-    Setting(std::string_view key, SettingKind kind, Value registeredDefault, std::string_view meaning,
+    Setting(std::string_view key,
+            SettingKind kind,
+            Value registeredDefault,
+            std::string_view meaning,
             SettingReach reach = SettingReach::local);
     Setting(const Setting&) = delete;
     Setting& operator=(const Setting&) = delete;
 
     std::string_view key() const { return key_; }
     SettingKind kind() const { return kind_; }
-    const Value& registeredDefault() const { return registeredDefault_; }  ///< none when there is none
+    const Value& registeredDefault() const {
+        return registeredDefault_;
+    }                                                      ///< none when there is none
     std::string_view meaning() const { return meaning_; }  ///< One line, English.
     SettingReach reach() const { return reach_; }
 
@@ -46,7 +59,8 @@ public:
     bool boolValue() const { return value().boolValue(); }
     std::int64_t integerValue() const { return value().integerValue(); }
     double doubleValue() const { return value().doubleValue(); }
-    std::string stringValue() const;  ///< Empty unless set to a string (numbers read as their text).
+    std::string stringValue()
+        const;  ///< Empty unless set to a string (numbers read as their text).
     Array arrayValue() const;
 
 private:
@@ -81,7 +95,8 @@ public:
     void setArguments(const Dictionary& arguments);        ///< The front end only; replaces.
     void setEnvironment(const Dictionary& environment);    ///< The front end only; replaces.
 
-    /// A number that grows with each change of any layer, so that a reader may keep what it derived.
+    /// A number that grows with each change of any layer, so that a reader may keep what it
+    /// derived.
     std::uint64_t generation() const noexcept;
 
     /// What a process environment (name to text) sets: "VELTO_" and a declared key in capitals.

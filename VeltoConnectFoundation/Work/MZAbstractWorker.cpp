@@ -34,14 +34,19 @@ struct MZAbstractWorker::Callbacks {
 };
 
 MZAbstractWorker::MZAbstractWorker()
-    : storeType_(MZStoreMessages::sharedStoreMessages()->storeType()) {}
+    : storeType_(MZStoreMessages::sharedStoreMessages()->storeType()) {
+}
 
 MZAbstractWorker::~MZAbstractWorker() = default;
 
 std::span<const velto::Observable::Dependency> MZAbstractWorker::dependencies() const {
     static constexpr Dependency table[] = {
-        {"hasInfoMessages", "infoMessages"}, {"hasWarnings", "warnings"},  {"hasErrors", "errors"},
-        {"hasErrors", "errorMessage"},       {"errorMessage", "errors"}, {"errors", "errorMessage"},
+        {"hasInfoMessages", "infoMessages"},
+        {"hasWarnings", "warnings"},
+        {"hasErrors", "errors"},
+        {"hasErrors", "errorMessage"},
+        {"errorMessage", "errors"},
+        {"errors", "errorMessage"},
     };
     return table;
 }
@@ -67,7 +72,8 @@ void MZAbstractWorker::run() {
                     velto::format("Subclasses must override %@", "run"));
 }
 
-void MZAbstractWorker::seriesCompleted() {}
+void MZAbstractWorker::seriesCompleted() {
+}
 
 void MZAbstractWorker::cancel() {
     {
@@ -124,7 +130,8 @@ void MZAbstractWorker::setPercentComplete(double percent) {
             percentComplete_ = percent;
         }
         if (callbacks_ != nullptr && callbacks_->queue != nullptr && callbacks_->percentComplete) {
-            now = dispatch([callback = callbacks_->percentComplete, percent] { callback(percent); });
+            now =
+                dispatch([callback = callbacks_->percentComplete, percent] { callback(percent); });
         }
     }
     if (now) {
@@ -368,7 +375,9 @@ std::string MZAbstractWorker::descriptionWithLocale(std::size_t indent) const {
         text += velto::format(" warning:\n%@", list.description(indent));
     }
     if (const std::vector<Error> list = errors(); !list.empty()) {
-        text += velto::format(" errors:\n%@", Array(std::vector<Value>(list.begin(), list.end())).description(indent));
+        text +=
+            velto::format(" errors:\n%@",
+                          Array(std::vector<Value>(list.begin(), list.end())).description(indent));
     }
     return text;
 }

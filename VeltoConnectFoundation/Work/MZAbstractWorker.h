@@ -142,7 +142,9 @@ private:
     std::vector<velto::Error> errors_ VELTO_GUARDED_BY(lock_);
     velto::Array warnings_ VELTO_GUARDED_BY(lock_);
     velto::Array infoMessages_ VELTO_GUARDED_BY(lock_);
-    mutable std::shared_ptr<MZStoreMessages> storeMessages_ VELTO_GUARDED_BY(lock_);  ///< Made when asked for.
-    mutable std::shared_ptr<velto::SharedDictionary> userInfo_ VELTO_GUARDED_BY(lock_);  ///< Made when asked for.
+    mutable std::shared_ptr<MZStoreMessages> storeMessages_
+        VELTO_GUARDED_BY(lock_);  ///< Made when asked for.
+    mutable std::shared_ptr<velto::SharedDictionary> userInfo_
+        VELTO_GUARDED_BY(lock_);                                    ///< Made when asked for.
     std::unique_ptr<Callbacks> callbacks_ VELTO_GUARDED_BY(lock_);  ///< Made when one is set.
 };

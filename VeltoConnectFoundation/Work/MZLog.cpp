@@ -20,25 +20,32 @@ using velto::Array;
 using velto::Dictionary;
 using velto::Error;
 using velto::Exception;
+using velto::findIgnoringCase;
 using velto::FormatArguments;
 using velto::Guard;
 using velto::Lock;
+using velto::replaceAll;
 using velto::Setting;
 using velto::SettingKind;
 using velto::UserDefaults;
-using velto::Value;
-using velto::findIgnoringCase;
-using velto::replaceAll;
 using velto::utf16Length;
 using velto::utf16Prefix;
+using velto::Value;
 
 constexpr const char* hiddenValue = "**hidden value**";
 
-const Setting debugLoggingEnabled("VeltoConnectDebugLoggingEnabled", SettingKind::boolean, {},
+const Setting debugLoggingEnabled("VeltoConnectDebugLoggingEnabled",
+                                  SettingKind::boolean,
+                                  {},
                                   "Log debug lines from the first line on");
-const Setting debugLogFullOutput("VeltoConnectDebugLogFullOutput", SettingKind::boolean, {},
-                                 "Log values whole: nothing is cut, and only known passwords are hidden");
-const Setting passwords("VeltoPasswords", SettingKind::array, {},
+const Setting debugLogFullOutput(
+    "VeltoConnectDebugLogFullOutput",
+    SettingKind::boolean,
+    {},
+    "Log values whole: nothing is cut, and only known passwords are hidden");
+const Setting passwords("VeltoPasswords",
+                        SettingKind::array,
+                        {},
                         "Texts that are hidden in every log line");
 
 void DefaultLogFunction(std::int32_t level, std::string_view format, FormatArguments arguments);
@@ -109,7 +116,10 @@ void emit(std::int32_t level, std::string_view format, FormatArguments arguments
     loggingFunction.load()(level, format, arguments);
 }
 
-void emitIfOn(std::int32_t level, std::int32_t gate, std::string_view format, FormatArguments arguments) {
+void emitIfOn(std::int32_t level,
+              std::int32_t gate,
+              std::string_view format,
+              FormatArguments arguments) {
     initializeIfNeeded();
     if (switches().isOn(gate)) {
         emit(level, format, arguments);
@@ -119,10 +129,14 @@ void emitIfOn(std::int32_t level, std::int32_t gate, std::string_view format, Fo
 /// What stands before a line of the level, in both log functions.
 std::string_view levelPrefix(std::int32_t level) {
     switch (level) {
-        case MZLogLevelWarning: return "*** Warning: ";
-        case MZLogLevelError: return "*** Error: ";
-        case MZLogLevelCritical: return "*** Critical: ";
-        default: return {};
+        case MZLogLevelWarning:
+            return "*** Warning: ";
+        case MZLogLevelError:
+            return "*** Error: ";
+        case MZLogLevelCritical:
+            return "*** Critical: ";
+        default:
+            return {};
     }
 }
 
@@ -181,7 +195,8 @@ private:
             answer({});
         } else {
             answer(MZLoggableStringForStringWithMaxLength(
-                object.isString() ? std::string(object.string()) : object.description(level), maxUnits));
+                object.isString() ? std::string(object.string()) : object.description(level),
+                maxUnits));
         }
     }
 
@@ -264,7 +279,8 @@ const bool platformLogHooked = [] {
 
 MZLogger::~MZLogger() = default;
 
-std::shared_ptr<MZWeakLogger> MZWeakLogger::WeakLoggerWithLogger(const std::shared_ptr<MZLogger>& logger) {
+std::shared_ptr<MZWeakLogger> MZWeakLogger::WeakLoggerWithLogger(
+    const std::shared_ptr<MZLogger>& logger) {
     auto wrapper = std::make_shared<MZWeakLogger>();
     wrapper->setLogger(logger);
     return wrapper;
@@ -324,7 +340,9 @@ MZLogFunction MZSetLogFunction(MZLogFunction function) {
     return function == nullptr ? loggingFunction.load() : loggingFunction.exchange(function);
 }
 
-void MZStdoutStderrLogFunction(std::int32_t level, std::string_view format, FormatArguments arguments) {
+void MZStdoutStderrLogFunction(std::int32_t level,
+                               std::string_view format,
+                               FormatArguments arguments) {
     const std::string message = MZLogMaskedMessage(format, arguments);
     const bool toOutput = level == MZLogLevelInfo || level > MZLogLevelCritical;
     std::FILE* const stream = toOutput ? stdout : stderr;
@@ -401,8 +419,8 @@ std::string MZLoggableStringForStringWithMaxLength(std::string_view string, std:
         try {
             result = utf16Prefix(string, maxLength) + "…";
         } catch (const std::exception& exception) {
-            MZLogError("Exception getting loggable string from string %@ with index %lu: %@", string,
-                       maxLength, std::string_view(exception.what()));
+            MZLogError("Exception getting loggable string from string %@ with index %lu: %@",
+                       string, maxLength, std::string_view(exception.what()));
             throw;
         }
     }

@@ -36,7 +36,8 @@ public:
 };
 
 /// Writes one line; gets the format and its arguments unexpanded. See MZLogMaskedMessage.
-using MZLogFunction = void (*)(std::int32_t level, std::string_view format,
+using MZLogFunction = void (*)(std::int32_t level,
+                               std::string_view format,
                                velto::FormatArguments arguments);
 
 #if defined(__clang__)
@@ -62,7 +63,8 @@ VELTO_EXPORT bool MZLoggingIsLogLevelEnabled(std::int32_t level);
 /// Returns the function that was in place; null only asks.
 VELTO_EXPORT MZLogFunction MZSetLogFunction(MZLogFunction function);
 /// For command-line hosts: info to standard output, the rest to standard error.
-VELTO_EXPORT void MZStdoutStderrLogFunction(std::int32_t level, std::string_view format,
+VELTO_EXPORT void MZStdoutStderrLogFunction(std::int32_t level,
+                                            std::string_view format,
                                             velto::FormatArguments arguments);
 
 /// The registry holds loggers weakly and does not look for duplicates.
@@ -72,7 +74,8 @@ VELTO_EXPORT void MZRemoveLogger(const std::shared_ptr<MZLogger>& logger);
 VELTO_EXPORT std::vector<std::shared_ptr<MZLogger>> MZGetLoggers();
 
 /// The finished line with secrets hidden, for a host's own log function.
-VELTO_EXPORT std::string MZLogMaskedMessage(std::string_view format, velto::FormatArguments arguments);
+VELTO_EXPORT std::string MZLogMaskedMessage(std::string_view format,
+                                            velto::FormatArguments arguments);
 /// Hands a finished line to the loggers, for a host's own log function.
 VELTO_EXPORT void MZForwardMessageToLoggers(std::string_view message, std::int32_t level);
 
@@ -82,7 +85,8 @@ VELTO_EXPORT std::string MZLoggableStringForStringWithMaxLength(std::string_view
                                                                 std::size_t maxLength);
 /// A copy fit for a log line: large values cut, "Password", "SharedSecret" and "SessionId"
 /// entries hidden. The object itself when the setting "VeltoConnectDebugLogFullOutput" is true.
-VELTO_EXPORT velto::Value MZLoggableObjectForObjectAtLevel(const velto::Value& object, std::size_t level);
+VELTO_EXPORT velto::Value MZLoggableObjectForObjectAtLevel(const velto::Value& object,
+                                                           std::size_t level);
 VELTO_EXPORT velto::Value MZLoggableObjectForObject(const velto::Value& object);
 
 }  // extern "C"
@@ -93,7 +97,8 @@ VELTO_EXPORT velto::Value MZLoggableObjectForObject(const velto::Value& object);
 /// A registry entry: a weak reference with the identity of its own.
 class VELTO_EXPORT MZWeakLogger {
 public:
-    static std::shared_ptr<MZWeakLogger> WeakLoggerWithLogger(const std::shared_ptr<MZLogger>& logger);
+    static std::shared_ptr<MZWeakLogger> WeakLoggerWithLogger(
+        const std::shared_ptr<MZLogger>& logger);
 
     bool containsLogger(const std::shared_ptr<MZLogger>& logger) const;
     std::shared_ptr<MZLogger> logger() const { return logger_.lock(); }
@@ -113,14 +118,14 @@ inline bool logGateOpen(std::int32_t level) noexcept {
 }
 }  // namespace velto::detail
 
-#define VELTO_LOG_FUNCTION(name, level)                                                        \
-    template <class... Arguments>                                                              \
-    void name(velto::FormatString<Arguments...> format, const Arguments&... arguments) {       \
-        if (velto::detail::logGateOpen(level)) [[unlikely]] {                                  \
-            const std::array<velto::FormatArgument, sizeof...(Arguments)> packed{              \
-                velto::FormatArgument(arguments)...};                                          \
-            name##v(format.get(), packed);                                                     \
-        }                                                                                      \
+#define VELTO_LOG_FUNCTION(name, level)                                                  \
+    template <class... Arguments>                                                        \
+    void name(velto::FormatString<Arguments...> format, const Arguments&... arguments) { \
+        if (velto::detail::logGateOpen(level)) [[unlikely]] {                            \
+            const std::array<velto::FormatArgument, sizeof...(Arguments)> packed{        \
+                velto::FormatArgument(arguments)...};                                    \
+            name##v(format.get(), packed);                                               \
+        }                                                                                \
     }
 VELTO_LOG_FUNCTION(MZLogDebug, MZLogLevelDebug)
 VELTO_LOG_FUNCTION(MZLogInfo, MZLogLevelInfo)
@@ -133,6 +138,7 @@ VELTO_LOG_FUNCTION(MZLogCritical, MZLogLevelCritical)
 /// Cannot be silenced by turning info off, unlike MZLogInfo.
 template <class... Arguments>
 void MZLog(velto::FormatString<Arguments...> format, const Arguments&... arguments) {
-    const std::array<velto::FormatArgument, sizeof...(Arguments)> packed{velto::FormatArgument(arguments)...};
+    const std::array<velto::FormatArgument, sizeof...(Arguments)> packed{
+        velto::FormatArgument(arguments)...};
     MZLogv(format.get(), packed);
 }

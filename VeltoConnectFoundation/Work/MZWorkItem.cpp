@@ -18,14 +18,14 @@ using velto::Clock;
 using velto::Date;
 using velto::Exception;
 using velto::Guard;
-using velto::Seconds;
 using velto::localized;
 using velto::localizedFormat;
+using velto::Seconds;
 
 namespace {
 
-constexpr double sampleSpacing = 0.5;       // seconds
-constexpr std::size_t windowSamples = 60;   // about 30 s
+constexpr double sampleSpacing = 0.5;      // seconds
+constexpr std::size_t windowSamples = 60;  // about 30 s
 constexpr double maxHours = 999;
 
 /// Seconds from `start` to now; 0 without a start.
@@ -43,11 +43,13 @@ std::string timeText(const std::optional<Date>& time) {
 MZThroughputWorker::~MZThroughputWorker() = default;
 MZServiceCallWorker::~MZServiceCallWorker() = default;
 MZWorkItemDelegate::~MZWorkItemDelegate() = default;
-void MZWorkItemDelegate::workItemStatusChanged(MZWorkItem&, MZWorkItemStatus) {}
+void MZWorkItemDelegate::workItemStatusChanged(MZWorkItem&, MZWorkItemStatus) {
+}
 
 MZWorkItem::MZWorkItem(velto::PassKey, std::shared_ptr<MZAbstractWorker> worker)
     : worker_(std::move(worker)), throughput_(dynamic_cast<MZThroughputWorker*>(worker_.get())) {
-    velto::assertParameter(worker_ != nullptr, "worker", "MZWorkItem::itemWithWorker", "MZWorkItem.cpp");
+    velto::assertParameter(worker_ != nullptr, "worker", "MZWorkItem::itemWithWorker",
+                           "MZWorkItem.cpp");
     setQualityOfService(velto::QualityOfService::userInteractive);
 }
 
@@ -77,19 +79,27 @@ std::vector<std::shared_ptr<MZWorkItem>> MZWorkItem::itemsWithWorkers(
 
 std::string MZWorkItem::stringWithStatus(MZWorkItemStatus status) {
     switch (status) {
-        case MZWorkItemStatus::pending: return localized("Pending");
-        case MZWorkItemStatus::running: return localized("Running");
-        case MZWorkItemStatus::cancelled: return localized("Cancelled");
-        case MZWorkItemStatus::completed: return localized("Completed");
-        default: return localized("Unknown");
+        case MZWorkItemStatus::pending:
+            return localized("Pending");
+        case MZWorkItemStatus::running:
+            return localized("Running");
+        case MZWorkItemStatus::cancelled:
+            return localized("Cancelled");
+        case MZWorkItemStatus::completed:
+            return localized("Completed");
+        default:
+            return localized("Unknown");
     }
 }
 
 std::string MZWorkItem::stringWithMode(MZWorkItemMode mode) {
     switch (mode) {
-        case MZWorkItemMode::elapsed: return localized("Elapsed");
-        case MZWorkItemMode::remaining: return localized("Remaining");
-        default: return localized("Unknown");
+        case MZWorkItemMode::elapsed:
+            return localized("Elapsed");
+        case MZWorkItemMode::remaining:
+            return localized("Remaining");
+        default:
+            return localized("Unknown");
     }
 }
 
@@ -180,7 +190,8 @@ std::exception_ptr MZWorkItem::complete() {
             endSequence_ = sequence();
             storeStatus(MZWorkItemStatus::completed);
         }
-        velto::NotificationCenter::shared().postOnMainThread(MZWorkItemCompletedNotification, self());
+        velto::NotificationCenter::shared().postOnMainThread(MZWorkItemCompletedNotification,
+                                                             self());
         outbox_.add(Report{.status = status_, .ended = true});
     }
     return deliverReports();
@@ -314,7 +325,8 @@ double MZWorkItem::throughputEstimatedCompletionSecondsWithPercentComplete(doubl
     if (rate == 0 || throughput_ == nullptr) {
         return velto::distantFuture.secondsSinceReference;
     }
-    return (100 - percent) / 100 * static_cast<double>(throughput_->size()) / static_cast<double>(rate);
+    return (100 - percent) / 100 * static_cast<double>(throughput_->size()) /
+           static_cast<double>(rate);
 }
 
 MZWorkItemMode MZWorkItem::mode() const {
@@ -369,7 +381,8 @@ void MZWorkItem::addRunningSample(std::uint64_t bytesCompleted) const {
         return;
     }
     const bool progressed = samples_.front().completed != samples_.back().completed;
-    const std::size_t keep = progressed ? windowSamples : 2;  // no progress: the rate falls to 0 at once
+    const std::size_t keep =
+        progressed ? windowSamples : 2;  // no progress: the rate falls to 0 at once
     if (samples_.size() > keep) {
         samples_.erase(samples_.begin(), samples_.end() - static_cast<std::ptrdiff_t>(keep));
     }

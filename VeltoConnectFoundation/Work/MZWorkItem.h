@@ -28,7 +28,8 @@ enum class MZWorkItemMode : std::int32_t { elapsed = 0, remaining = 1 };
 
 /// Posted on the main thread, once for each item, when it has ended in whatever way.
 /// The object is the item.
-inline constexpr std::string_view MZWorkItemCompletedNotification = "MZWorkItemCompletedNotification";
+inline constexpr std::string_view MZWorkItemCompletedNotification =
+    "MZWorkItemCompletedNotification";
 
 /// Told of an item's changes. Every operation is optional: override only what you need.
 class VELTO_EXPORT MZWorkItemDelegate {
@@ -56,8 +57,9 @@ public:
     static std::vector<std::shared_ptr<MZWorkItem>> itemsWithWorkers(
         const std::vector<std::shared_ptr<MZAbstractWorker>>& workers);
 
-    static std::string stringWithStatus(MZWorkItemStatus status);  ///< Localized; "Unknown" for others.
-    static std::string stringWithMode(MZWorkItemMode mode);        ///< Localized; "Unknown" for others.
+    static std::string stringWithStatus(
+        MZWorkItemStatus status);                            ///< Localized; "Unknown" for others.
+    static std::string stringWithMode(MZWorkItemMode mode);  ///< Localized; "Unknown" for others.
     /// "HH:MM:SS"; "∞" beyond 999 hours; a negative interval logs a warning and reads as 0.
     static std::string timeStringWithSeconds(velto::Seconds seconds);
 
@@ -82,7 +84,8 @@ public:
     void setDelegate(std::weak_ptr<MZWorkItemDelegate> delegate);
     std::shared_ptr<MZWorkSeries> series() const;  ///< Held weakly; null without one.
     void setSeries(std::weak_ptr<MZWorkSeries> series);
-    std::shared_ptr<velto::OperationQueue> operationQueue() const;  ///< The series'; null without one.
+    std::shared_ptr<velto::OperationQueue> operationQueue()
+        const;  ///< The series'; null without one.
     velto::Value userInfo() const;
     void setUserInfo(velto::Value userInfo);
 
@@ -104,8 +107,9 @@ public:
     void addRunningSample(std::uint64_t bytesCompleted) const;
     std::uint64_t sampleRate() const;                     ///< Bytes a second over the window.
     std::optional<std::string> sampleRateString() const;  ///< none with fewer than 2 samples
-    std::optional<std::string> finalRateString() const;   ///< Over the whole transfer; none likewise.
-    std::string runningStatus() const;                    ///< Takes a sample.
+    std::optional<std::string> finalRateString()
+        const;                          ///< Over the whole transfer; none likewise.
+    std::string runningStatus() const;  ///< Takes a sample.
     std::string completedStatus() const;
     std::string throughputStatus() const;
 
@@ -154,7 +158,8 @@ private:
     std::uint64_t endSequence_ VELTO_GUARDED_BY(lock_) = 0;
     std::optional<velto::Date> startTime_ VELTO_GUARDED_BY(lock_);
     std::optional<velto::Date> completeTime_ VELTO_GUARDED_BY(lock_);
-    mutable std::vector<WorkItemSample> samples_ VELTO_GUARDED_BY(lock_);  ///< About 30 s, oldest first.
+    mutable std::vector<WorkItemSample> samples_
+        VELTO_GUARDED_BY(lock_);  ///< About 30 s, oldest first.
     mutable std::optional<WorkItemSample> initialSample_ VELTO_GUARDED_BY(lock_);
     mutable double lastSampleTime_ VELTO_GUARDED_BY(lock_) = 0;
     mutable std::uint64_t lastSampleCompletion_ VELTO_GUARDED_BY(lock_) = 0;

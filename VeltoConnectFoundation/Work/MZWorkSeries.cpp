@@ -17,17 +17,20 @@ using velto::Guard;
 using velto::Value;
 
 MZWorkSeriesDelegate::~MZWorkSeriesDelegate() = default;
-void MZWorkSeriesDelegate::workSeriesStatusChanged(MZWorkSeries&, MZWorkItemStatus) {}
+void MZWorkSeriesDelegate::workSeriesStatusChanged(MZWorkSeries&, MZWorkItemStatus) {
+}
 std::shared_ptr<velto::OperationQueue> MZWorkSeriesDelegate::operationQueue() {
     return nullptr;
 }
 
 MZWorkSeries::MZWorkSeries(velto::PassKey, std::vector<std::shared_ptr<MZWorkItem>> workItems)
-    : workItems_(std::move(workItems)) {}
+    : workItems_(std::move(workItems)) {
+}
 
 MZWorkSeries::~MZWorkSeries() = default;
 
-std::shared_ptr<MZWorkSeries> MZWorkSeries::seriesWithWork(std::shared_ptr<MZAbstractWorker> worker) {
+std::shared_ptr<MZWorkSeries> MZWorkSeries::seriesWithWork(
+    std::shared_ptr<MZAbstractWorker> worker) {
     return seriesWithWorkItem(MZWorkItem::itemWithWorker(std::move(worker)));
 }
 
@@ -54,8 +57,9 @@ void MZWorkSeries::start() {
         startedBefore = startTime_.has_value();
     }
     if (startedBefore) {
-        throw Exception(velto::InternalInconsistencyException,
-                        velto::format("Calling start more than once on a work series: %@", description()));
+        throw Exception(
+            velto::InternalInconsistencyException,
+            velto::format("Calling start more than once on a work series: %@", description()));
     }
     startIfPending();
 }
@@ -388,14 +392,17 @@ Array MZWorkSeries::serviceCalls(const Entry& entry) const {
 }
 
 Array MZWorkSeries::httpStatusCodes() const {
-    return serviceCalls([](const MZServiceCallReport& report) { return Value(report.httpStatusCode); });
+    return serviceCalls(
+        [](const MZServiceCallReport& report) { return Value(report.httpStatusCode); });
 }
 
 Array MZWorkSeries::httpHeaders() const {
-    return serviceCalls([](const MZServiceCallReport& report) { return Value(report.responseHeaders); });
+    return serviceCalls(
+        [](const MZServiceCallReport& report) { return Value(report.responseHeaders); });
 }
 
 std::string MZWorkSeries::description() const {
-    return velto::format("%@ type: %lld status: %@ items: %lu", velto::defaultDescription(typeid(*this), this),
-                         type(), MZWorkItem::stringWithStatus(status()), workItems_.size());
+    return velto::format("%@ type: %lld status: %@ items: %lu",
+                         velto::defaultDescription(typeid(*this), this), type(),
+                         MZWorkItem::stringWithStatus(status()), workItems_.size());
 }

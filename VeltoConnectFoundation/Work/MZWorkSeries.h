@@ -7,7 +7,8 @@ class MZWorkSeriesManager;
 
 /// Posted on the main thread, once for each series, when nothing of it runs any more.
 /// The object is the series.
-inline constexpr std::string_view MZWorkSeriesCompletedNotification = "MZWorkSeriesCompletedNotification";
+inline constexpr std::string_view MZWorkSeriesCompletedNotification =
+    "MZWorkSeriesCompletedNotification";
 
 /// Told of a series' changes; normally the manager. Every operation is optional.
 class VELTO_EXPORT MZWorkSeriesDelegate {
@@ -28,12 +29,14 @@ public:
 class VELTO_EXPORT MZWorkSeries final : public MZWorkItemDelegate,
                                         public std::enable_shared_from_this<MZWorkSeries> {
 public:
-    MZWorkSeries(velto::PassKey, std::vector<std::shared_ptr<MZWorkItem>> workItems);  ///< Use a factory.
+    MZWorkSeries(velto::PassKey,
+                 std::vector<std::shared_ptr<MZWorkItem>> workItems);  ///< Use a factory.
     ~MZWorkSeries() override;
 
     static std::shared_ptr<MZWorkSeries> seriesWithWork(std::shared_ptr<MZAbstractWorker> worker);
     static std::shared_ptr<MZWorkSeries> seriesWithWorkItem(std::shared_ptr<MZWorkItem> item);
-    static std::shared_ptr<MZWorkSeries> seriesWithWorkItems(std::vector<std::shared_ptr<MZWorkItem>> items);
+    static std::shared_ptr<MZWorkSeries> seriesWithWorkItems(
+        std::vector<std::shared_ptr<MZWorkItem>> items);
     void didCreate();  ///< Makes the series delegate and owner of its items.
 
     /// A second call raises "Calling start more than once on a work series: …"; a series that was
@@ -55,7 +58,8 @@ public:
     bool isCancelled() const;  ///< An item was cancelled, and none has errors.
     /// The item on the queue, or the last one that was; null before the start.
     std::shared_ptr<MZWorkItem> activeItem() const;
-    std::shared_ptr<velto::OperationQueue> operationQueue() const;  ///< The delegate's; null is logged.
+    std::shared_ptr<velto::OperationQueue> operationQueue()
+        const;                       ///< The delegate's; null is logged.
     double percentComplete() const;  ///< 0 to 100 over all items.
 
     /// The caller's category, the key of throttling.
@@ -89,7 +93,7 @@ public:
     bool hasErrors() const;
     bool hasInfoMessages() const;
     velto::Array httpStatusCodes() const;  ///< { method: status } for each call to a service.
-    velto::Array httpHeaders() const;      ///< { method: response headers } for each call to a service.
+    velto::Array httpHeaders() const;  ///< { method: response headers } for each call to a service.
 
     void workItemStatusChanged(MZWorkItem& item, MZWorkItemStatus status) override;
 
@@ -99,8 +103,8 @@ private:
     friend class MZWorkItem;
     friend class MZWorkSeriesManager;
 
-    void startIfPending();            ///< The manager's start.
-    void cancelWithoutTelling();      ///< Cancels while the delegate hears nothing of it.
+    void startIfPending();        ///< The manager's start.
+    void cancelWithoutTelling();  ///< Cancels while the delegate hears nothing of it.
     void workItemEnded(MZWorkItem& item);
     void completeIfIdle();
     void storeStatus(MZWorkItemStatus status) VELTO_REQUIRES(lock_);
@@ -117,8 +121,8 @@ private:
     std::size_t nextIndex_ VELTO_GUARDED_BY(lock_) = 0;
     std::size_t activeIndex_ VELTO_GUARDED_BY(lock_) = 0;
     std::size_t itemsUnderWay_ VELTO_GUARDED_BY(lock_) = 0;  ///< Dispatched and not yet ended.
-    bool stopping_ VELTO_GUARDED_BY(lock_) = false;          ///< Ends as soon as nothing is under way.
-    bool muted_ VELTO_GUARDED_BY(lock_) = false;             ///< The delegate hears nothing.
+    bool stopping_ VELTO_GUARDED_BY(lock_) = false;  ///< Ends as soon as nothing is under way.
+    bool muted_ VELTO_GUARDED_BY(lock_) = false;     ///< The delegate hears nothing.
     MZOutbox<MZWorkItemStatus> outbox_;
     std::shared_ptr<MZWorkItem> activeItem_ VELTO_GUARDED_BY(lock_);
     std::weak_ptr<MZWorkSeriesDelegate> delegate_ VELTO_GUARDED_BY(lock_);

@@ -12,7 +12,8 @@ using velto::Guard;
 namespace {
 
 const velto::Setting maxCompletedWorkSetting("MZWorkSeriesManagerMaxCompletedWork",
-                                             velto::SettingKind::integer, "10",
+                                             velto::SettingKind::integer,
+                                             "10",
                                              "How many completed series the manager remembers",
                                              velto::SettingReach::remote);
 
@@ -54,7 +55,8 @@ void MZWorkSeriesManager::SeriesQueue::clear() {
 
 MZWorkSeriesManager::MZWorkSeriesManager(velto::PassKey)
     : operationQueue_(velto::OperationQueue::make()),
-      maxCompletedWork_(maxCompletedWorkSetting.integerValue()) {}
+      maxCompletedWork_(maxCompletedWorkSetting.integerValue()) {
+}
 
 MZWorkSeriesManager::~MZWorkSeriesManager() = default;
 
@@ -80,7 +82,8 @@ void MZWorkSeriesManager::submitWork(std::shared_ptr<MZWorkSeries> series) {
         pending_.add(series);
     }
     if (series->status() == MZWorkItemStatus::completed) {
-        workSeriesStatusChanged(*series, MZWorkItemStatus::completed);  // it was cancelled before it got here
+        workSeriesStatusChanged(
+            *series, MZWorkItemStatus::completed);  // it was cancelled before it got here
     } else {
         startNext(series);
     }
@@ -231,7 +234,8 @@ MZWorkSeriesManager::SeriesList MZWorkSeriesManager::allWork() const {
     return all;
 }
 
-void MZWorkSeriesManager::removeSeriesFromCompletedWork(const std::shared_ptr<MZWorkSeries>& series) {
+void MZWorkSeriesManager::removeSeriesFromCompletedWork(
+    const std::shared_ptr<MZWorkSeries>& series) {
     Guard guard(lock_);
     std::erase(completed_, series);
 }

@@ -14,8 +14,9 @@
 ///
 /// Any member may be called from any thread; each takes the manager's own lock, and lists are
 /// returned as copies.
-class VELTO_EXPORT MZWorkSeriesManager final : public MZWorkSeriesDelegate,
-                                               public std::enable_shared_from_this<MZWorkSeriesManager> {
+class VELTO_EXPORT MZWorkSeriesManager final
+    : public MZWorkSeriesDelegate,
+      public std::enable_shared_from_this<MZWorkSeriesManager> {
 public:
     using SeriesList = std::vector<std::shared_ptr<MZWorkSeries>>;
 
@@ -65,7 +66,8 @@ private:
 
     private:
         std::list<std::shared_ptr<MZWorkSeries>> list_;
-        std::unordered_map<const MZWorkSeries*, std::list<std::shared_ptr<MZWorkSeries>>::iterator> index_;
+        std::unordered_map<const MZWorkSeries*, std::list<std::shared_ptr<MZWorkSeries>>::iterator>
+            index_;
     };
 
     void startNext(const std::shared_ptr<MZWorkSeries>& series);

@@ -11,10 +11,11 @@ std::string unableToValidate() {
 
 }  // namespace
 
-velto::Error VeltoConnectFoundationGenerateFullErrorWithUnderlying(std::string_view description,
-                                                                   std::string_view reason,
-                                                                   std::int64_t code,
-                                                                   const velto::Error& underlyingError) {
+velto::Error VeltoConnectFoundationGenerateFullErrorWithUnderlying(
+    std::string_view description,
+    std::string_view reason,
+    std::int64_t code,
+    const velto::Error& underlyingError) {
     velto::Dictionary userInfo;
     // Required: never a half-filled dictionary, so a missing text drops the underlying error too.
     if (!description.empty() && !reason.empty()) {
@@ -28,7 +29,8 @@ velto::Error VeltoConnectFoundationGenerateFullErrorWithUnderlying(std::string_v
 }
 
 velto::Error VeltoConnectFoundationGenerateFullError(std::string_view description,
-                                                     std::string_view reason, std::int64_t code) {
+                                                     std::string_view reason,
+                                                     std::int64_t code) {
     return VeltoConnectFoundationGenerateFullErrorWithUnderlying(description, reason, code, {});
 }
 

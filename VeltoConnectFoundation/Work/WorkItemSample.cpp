@@ -23,7 +23,8 @@ std::uint64_t BytesPerSecondWithStartAndEndSamples(const std::optional<WorkItemS
 }
 
 std::optional<std::string> BytesPerSecondStringWithStartAndEndSamples(
-    const std::optional<WorkItemSample>& start, const std::optional<WorkItemSample>& end) {
+    const std::optional<WorkItemSample>& start,
+    const std::optional<WorkItemSample>& end) {
     bool valid = false;
     const std::uint64_t rate = BytesPerSecondWithStartAndEndSamples(start, end, valid);
     if (!valid) {

@@ -16,9 +16,11 @@ struct VELTO_EXPORT WorkItemSample {
 
 /// Bytes a second between two samples, truncated; 0 when no time has passed or bytes were lost.
 /// `validOut` is false, and the rate 0, when a sample is missing.
-VELTO_EXPORT std::uint64_t BytesPerSecondWithStartAndEndSamples(const std::optional<WorkItemSample>& start,
-                                                                const std::optional<WorkItemSample>& end,
-                                                                bool& validOut);
+VELTO_EXPORT std::uint64_t BytesPerSecondWithStartAndEndSamples(
+    const std::optional<WorkItemSample>& start,
+    const std::optional<WorkItemSample>& end,
+    bool& validOut);
 /// The same as text ("1.5 MB"); none when the rate is not valid.
 VELTO_EXPORT std::optional<std::string> BytesPerSecondStringWithStartAndEndSamples(
-    const std::optional<WorkItemSample>& start, const std::optional<WorkItemSample>& end);
+    const std::optional<WorkItemSample>& start,
+    const std::optional<WorkItemSample>& end);
