@@ -125,7 +125,7 @@ TEST(FileManager, ExpandsTildes) {
         {"a/~/b", "a/~/b"},
         {"", ""},
         {"/x", "/x"},
-        {"~root/x", "/root/x"},
+        {"~daemon/x", "/usr/sbin/x"},
         {"~no-such-name/x", "~no-such-name/x"},
     };
     for (const auto& row : rows) {

@@ -8,7 +8,7 @@
 
 namespace velto {
 
-/// Codes are positive; the description says what, the failure reason where.
+/// Codes are positive; the localized description tells what, the failure reason where.
 inline constexpr std::string_view XMLErrorDomain = "VeltoXMLErrorDomain";
 
 /// One element of a document, with what it holds.
