@@ -19,17 +19,17 @@ namespace velto::cli {
 
 namespace {
 
-constexpr const char* ways =
+constexpr const char* ways = markLocalized(
     "Set VELTO_PASSWORD or give --password-stdin; or VELTO_SESSION_ID with VELTO_SHARED_SECRET; or "
-    "--token-file FILE; or --api-key ID with --issuer ID.";
+    "--token-file FILE; or --api-key ID with --issuer ID.");
 constexpr std::size_t longestPassword = 64 * 1024;
 constexpr std::size_t largestToken = 1024 * 1024;
 
 bool readPassword(Secret& password, Failure& failure) {
     if (::isatty(STDIN_FILENO) != 0) {
-        failure =
-            usageFailure("--password-stdin does not read from a terminal, which would show it.",
-                         "Let another program write the password, or set VELTO_PASSWORD.");
+        failure = usageFailure(
+            localized("--password-stdin does not read from a terminal, which would show it."),
+            localized("Let another program write the password, or set VELTO_PASSWORD."));
         return false;
     }
     std::string line;
@@ -50,9 +50,9 @@ bool readPassword(Secret& password, Failure& failure) {
     ::explicit_bzero(block.data(), block.size());
     const std::string_view text = std::string_view(line).substr(0, line.find('\n'));
     password = Secret(std::string(text.ends_with('\r') ? text.substr(0, text.size() - 1) : text));
-    Secret::wipe(line);
+    wipe(line);
     if (password.isEmpty()) {
-        failure = usageFailure("Standard input holds no password.", ways);
+        failure = usageFailure(localized("Standard input holds no password."), localized(ways));
         if (problem != 0) {
             failure.why.push_back(Error::posix(problem).localizedDescription());
         }
@@ -66,9 +66,9 @@ bool readToken(const std::string& path, Secret& token, Failure& failure) {
     const auto data = FileManager::read(FileManager::expandingTilde(path), largestToken, &error);
     if (!data) {
         failure = {.exitCode = ExitCode::signIn,
-                   .what = "The token file cannot be read.",
+                   .what = localized("The token file cannot be read."),
                    .why = {printable(error.localizedDescription())},
-                   .next = "Give the property list that the store's sign-in answered.",
+                   .next = localized("Give the property list that the store's sign-in answered."),
                    .errors = {error}};
         return false;
     }
@@ -86,8 +86,9 @@ bool Credentials::read(const Invocation& invocation,
     const bool wantsToken = invocation.has(tokenFileOption);
     const bool wantsKey = invocation.has(apiKeyOption) || invocation.has(issuerOption);
     if (wantsPassword + wantsToken + wantsKey > 1) {
-        failure = usageFailure("Several ways to sign in are given.",
-                               "Give one of --password-stdin, --token-file and --api-key.");
+        failure =
+            usageFailure(localized("Several ways to sign in are given."),
+                         localized("Give one of --password-stdin, --token-file and --api-key."));
         return false;
     }
     if (wantsToken) {
@@ -99,7 +100,8 @@ bool Credentials::read(const Invocation& invocation,
         apiKey = invocation.value(apiKeyOption).value_or(std::string());
         issuer = invocation.value(issuerOption).value_or(std::string());
         if (apiKey.empty() || issuer.empty()) {
-            failure = usageFailure("--api-key and --issuer go together.", "Give both.");
+            failure = usageFailure(localized("--api-key and --issuer go together."),
+                                   localized("Give both."));
             return false;
         }
         return true;
@@ -112,9 +114,9 @@ bool Credentials::read(const Invocation& invocation,
         }
     } else if (!secrets.password.isEmpty()) {
         if (hasSession) {
-            failure =
-                usageFailure("VELTO_PASSWORD and a session are both set.",
-                             "Unset VELTO_PASSWORD, or VELTO_SESSION_ID and VELTO_SHARED_SECRET.");
+            failure = usageFailure(
+                localized("VELTO_PASSWORD and a session are both set."),
+                localized("Unset VELTO_PASSWORD, or VELTO_SESSION_ID and VELTO_SHARED_SECRET."));
             return false;
         }
         form = Form::password;
@@ -125,13 +127,14 @@ bool Credentials::read(const Invocation& invocation,
         sharedSecret = std::move(secrets.sharedSecret);
         if (sessionID.isEmpty() || sharedSecret.isEmpty()) {
             failure =
-                usageFailure("VELTO_SESSION_ID and VELTO_SHARED_SECRET go together.", "Set both.");
+                usageFailure(localized("VELTO_SESSION_ID and VELTO_SHARED_SECRET go together."),
+                             localized("Set both."));
             return false;
         }
     }
     if (form == Form::password && user.empty()) {
-        failure =
-            usageFailure("A password needs the user that it belongs to.", "Give --user NAME.");
+        failure = usageFailure(localized("A password needs the user that it belongs to."),
+                               localized("Give --user NAME."));
         return false;
     }
     hideInLogs({&password.text(), &sessionID.text(), &sharedSecret.text()});

@@ -210,8 +210,9 @@ ExitCode runDelivery(Frontend& frontend, const Invocation& invocation, bool veri
         return frontend.fail(failure);
     }
     if (plan.credentials.form == Credentials::Form::none) {
-        failure = usageFailure("There is nothing to sign in with.",
-                               "Set VELTO_PASSWORD; velto upload --help lists the other ways.");
+        failure = usageFailure(
+            localized("There is nothing to sign in with."),
+            localized("Set VELTO_PASSWORD; velto upload --help lists the other ways."));
         return frontend.fail(failure);
     }
     if (!findTool(invocation, failure)) {

@@ -2,6 +2,7 @@
 
 #include <CommandLine/CommonOptions.h>
 #include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
 
 #include <CLI/CLI.hpp>
 
@@ -12,16 +13,12 @@ namespace velto::cli {
 
 namespace {
 
-std::string inQuotes(std::string_view text) {
-    return "‘" + printable(text) + "’";
-}
-
 std::string helpHint(const Command* command) {
-    std::string hint = "See velto ";
+    std::string line = "velto ";
     if (command != nullptr) {
-        hint.append(command->name).append(" ");
+        line.append(command->name).append(" ");
     }
-    return hint + "--help.";
+    return localizedFormat("See %@.", line + "--help");
 }
 
 /// A node of the parser for each command, and what its options and operands are there.
@@ -71,7 +68,7 @@ Failure unknownWord(const CLI::App& app, const Command* command, const std::stri
             }
         }
         const std::string name = word.substr(0, word.find('='));
-        what = "There is no option " + inQuotes(name) + ".";
+        what = localizedFormat("There is no option ‘%@’.", printable(name));
         near = name.starts_with("--") ? nearest(std::string_view(name).substr(2), names)
                                       : std::string_view();
         dashes = "--";
@@ -81,14 +78,14 @@ Failure unknownWord(const CLI::App& app, const Command* command, const std::stri
         for (const Command* member : membersOf(family)) {
             names.push_back(member->lastWord());
         }
-        what = "There is no command " + inQuotes(word) + ".";
+        what = localizedFormat("There is no command ‘%@’.", printable(word));
         near = nearest(word, names);
     } else {
-        what = "The argument " + inQuotes(word) + " is one too many.";
+        what = localizedFormat("The argument ‘%@’ is one too many.", printable(word));
     }
     std::string next = helpHint(command);
     if (!near.empty()) {
-        next = "Did you mean " + dashes + std::string(near) + "? " + next;
+        next = localizedFormat("Did you mean %@?", dashes + std::string(near)) + " " + next;
     }
     return usageFailure(std::move(what), std::move(next));
 }
@@ -109,17 +106,17 @@ bool checkOperands(const Invocation& invocation, Failure& failure) {
         for (const Operand& operand : command.operands) {
             position += operand.least;
             if (position > count) {
-                failure = usageFailure("velto " + std::string(command.name) + " needs " +
-                                           std::string(operand.name) + ".",
-                                       helpHint(&command));
+                failure =
+                    usageFailure(localizedFormat("velto %@ needs %@.", command.name, operand.name),
+                                 helpHint(&command));
                 return false;
             }
         }
     }
     if (isLimited && count > most) {
-        failure = usageFailure(
-            "The argument " + inQuotes(invocation.operands[most]) + " is one too many.",
-            helpHint(&command));
+        failure = usageFailure(localizedFormat("The argument ‘%@’ is one too many.",
+                                               printable(invocation.operands[most])),
+                               helpHint(&command));
         return false;
     }
     for (std::size_t index = 0; index < std::min(count, command.operands.size()); ++index) {
@@ -127,9 +124,10 @@ bool checkOperands(const Invocation& invocation, Failure& failure) {
         if (!operand.choices.empty() &&
             std::ranges::find(operand.choices, invocation.operands[index]) ==
                 operand.choices.end()) {
-            failure = usageFailure(
-                inQuotes(invocation.operands[index]) + " is no " + std::string(operand.name) + ".",
-                helpHint(&command));
+            failure =
+                usageFailure(localizedFormat("‘%@’ is not one of %@.",
+                                             printable(invocation.operands[index]), operand.name),
+                             helpHint(&command));
             return false;
         }
     }
@@ -144,9 +142,9 @@ bool checkChoices(const Invocation& invocation, const Option& option, Failure& f
             for (const std::string_view choice : option.choices) {
                 names.append(names.empty() ? "" : ", ").append(choice);
             }
-            failure = usageFailure(
-                "--" + std::string(option.name) + " cannot be " + inQuotes(value) + ".",
-                "It is one of " + names + ".");
+            failure =
+                usageFailure(localizedFormat("--%@ cannot be ‘%@’.", option.name, printable(value)),
+                             localizedFormat("It is one of %@.", names));
             return false;
         }
     }

@@ -55,8 +55,10 @@ std::string LiveDisplay::line(const Progress& progress, std::size_t width, const
         std::string text;
         std::size_t columns;
     };
-    const auto field = [](std::string text, std::size_t least) {
-        text = text.empty() ? text : padded(text, least);
+    // While something is transferred, a field has its place before it has its text.
+    const bool isTransfer = progress.size != 0;
+    const auto field = [&](std::string text, std::size_t least) {
+        text = text.empty() && !isTransfer ? text : padded(text, least);
         const std::size_t columns = columnsOf(text);
         return Field{std::move(text), columns};
     };

@@ -7,6 +7,7 @@
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/Clock.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
 #include <fcntl.h>
@@ -136,8 +137,8 @@ bool Logs::open(const Invocation& invocation, Console& console, Failure& failure
     }
     const int descriptor = openPrivateFile(FileManager::expandingTilde(*path));
     if (descriptor < 0) {
-        failure =
-            usageFailure("The log file cannot be written.", "Name another file with --log-file.");
+        failure = usageFailure(localized("The log file cannot be written."),
+                               localized("Name another file with --log-file."));
         failure.why.push_back(printable(Error::posix(errno, *path).localizedDescription()));
         return false;
     }

@@ -27,11 +27,6 @@ Secret& Secret::operator=(Secret&& other) noexcept {
     return *this;
 }
 
-void Secret::wipe(std::string& text) noexcept {
-    ::explicit_bzero(text.data(), text.capacity());
-    text.clear();
-}
-
 EnvironmentSecrets EnvironmentSecrets::take() {
     return {.password = takeVariable("VELTO_PASSWORD"),
             .sessionID = takeVariable("VELTO_SESSION_ID"),

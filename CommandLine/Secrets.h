@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VeltoConnectFoundation/Platform/Secret.h>
+
 #include <string>
 #include <string_view>
 
@@ -16,8 +18,6 @@ public:
 
     const std::string& text() const { return text_; }
     bool isEmpty() const { return text_.empty(); }
-
-    static void wipe(std::string& text) noexcept;
 
 private:
     std::string text_;

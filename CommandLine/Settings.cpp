@@ -7,6 +7,7 @@
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/ProcessInfo.h>
 
 #include <algorithm>
@@ -37,7 +38,8 @@ bool readAssignments(const Invocation& invocation, Dictionary& layer, Failure& f
     for (const std::string& assignment : invocation.values(setOption)) {
         const std::size_t equals = assignment.find('=');
         if (equals == std::string::npos || equals == 0) {
-            failure = usageFailure("--set needs KEY=VALUE.", "See velto config list for the keys.");
+            failure = usageFailure(localized("--set needs KEY=VALUE."),
+                                   localizedFormat("See %@.", "velto config list"));
             return false;
         }
         const std::string key = assignment.substr(0, equals);
@@ -56,8 +58,9 @@ bool useFile(const Invocation& invocation, Failure& failure) {
         const bool isMade =
             invocation.command != nullptr && invocation.command->name == "config set";
         if (!isMade && !FileManager::exists(*path)) {
-            failure = usageFailure("There is no settings file " + printable(*path) + ".",
-                                   "velto config set --config FILE KEY VALUE makes one.");
+            failure =
+                usageFailure(localizedFormat("There is no settings file %@.", printable(*path)),
+                             localized("velto config set --config FILE KEY VALUE makes one."));
             return false;
         }
         if (!defaults.loadUserFile(*path, &error) && !error) {
@@ -69,9 +72,9 @@ bool useFile(const Invocation& invocation, Failure& failure) {
     if (!error) {
         return true;
     }
-    failure =
-        usageFailure("The settings file " + printable(defaults.userFilePath()) + " cannot be read.",
-                     "Correct the file, or move it away.");
+    failure = usageFailure(
+        localizedFormat("The settings file %@ cannot be read.", printable(defaults.userFilePath())),
+        localized("Correct the file, or move it away."));
     failure.why.push_back(
         printable(error.localizedFailureReason().value_or(error.localizedDescription())));
     return false;
@@ -104,8 +107,9 @@ bool applySettings(const Invocation& invocation, Failure& failure) {
     if (const auto text = invocation.value(graceOption)) {
         double seconds = 0;
         if (!readSeconds(*text, seconds)) {
-            failure = usageFailure("--grace cannot be ‘" + printable(*text) + "’.",
-                                   "It is a number of seconds, such as 0.5.");
+            failure = usageFailure(
+                localizedFormat("--%@ cannot be ‘%@’.", graceOption.name, printable(*text)),
+                localized("It is a number of seconds, such as 0.5."));
             return false;
         }
         layer.set("VeltoProcessTerminationGrace", seconds);
@@ -140,10 +144,10 @@ const Setting* declaredSetting(std::string_view key, Failure& failure) {
         keys.push_back(setting->key());
     }
     const std::string_view near = nearest(key, keys);
-    failure =
-        usageFailure("There is no setting ‘" + printable(key) + "’.",
-                     (near.empty() ? std::string() : "Did you mean " + std::string(near) + "? ") +
-                         "See velto config list.");
+    failure = usageFailure(
+        localizedFormat("There is no setting ‘%@’.", printable(key)),
+        (near.empty() ? std::string() : localizedFormat("Did you mean %@?", near) + " ") +
+            localizedFormat("See %@.", "velto config list"));
     return nullptr;
 }
 

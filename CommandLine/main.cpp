@@ -7,7 +7,7 @@
 #include <CommandLine/Settings.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/Bundle.h>
-#include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Queue.h>
 #include <VeltoConnectFoundation/Platform/Version.h>
 
@@ -33,9 +33,9 @@ ExitCode runCommand(Frontend& frontend, const Invocation& invocation) {
     try {
         return invocation.command->run(frontend, invocation);
     } catch (const std::exception& exception) {
-        failure = {.what = "Something went wrong that should not have.",
+        failure = {.what = localized("Something went wrong that should not have."),
                    .why = {printable(exception.what())},
-                   .next = "Please report it, with what --log-file FILE writes."};
+                   .next = localized("Please report it, with what --log-file FILE writes.")};
         return frontend.fail(failure);
     }
 }
@@ -61,8 +61,9 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
     }
     if (code == ExitCode::done && !console.isComplete()) {
         return frontend.fail(
-            {.what = "Standard output could not be written.",
-             .next = "Check where the output goes: a full disk, or a program that left."});
+            {.what = localized("Standard output could not be written."),
+             .next =
+                 localized("Check where the output goes: a full disk, or a program that left.")});
     }
     return code;
 }

@@ -23,7 +23,7 @@ std::optional<Value> numberOf(const std::string& text) {
 
 /// The typed words as the kind that the setting has; none when they cannot be.
 std::optional<Value> valueOf(SettingKind kind, const std::vector<std::string>& words) {
-    if (kind == SettingKind::array) {
+    if (kind == SettingKind::array || (kind == SettingKind::stringOrArray && words.size() > 1)) {
         Array array;
         for (const std::string& word : words) {
             array.append(word);
@@ -52,22 +52,23 @@ std::optional<Value> valueOf(SettingKind kind, const std::vector<std::string>& w
         case SettingKind::number:
             return numberOf<double>(word);
         case SettingKind::string:
+        case SettingKind::stringOrArray:
             return word;
         default:
             return std::nullopt;
     }
 }
 
-std::string_view wordsFor(SettingKind kind) {
+const char* wordsFor(SettingKind kind) {
     switch (kind) {
         case SettingKind::boolean:
-            return "It is yes or no.";
+            return markLocalized("It is yes or no.");
         case SettingKind::integer:
-            return "It is a whole number.";
+            return markLocalized("It is a whole number.");
         case SettingKind::number:
-            return "It is a number.";
+            return markLocalized("It is a number.");
         case SettingKind::string:
-            return "It is one text: put it in quotes.";
+            return markLocalized("It is one text: put it in quotes.");
         default:
             return "It is a table, which only an editor can write; velto config path names the "
                    "file.";
@@ -83,8 +84,8 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     const auto value =
         valueOf(setting->kind(), {invocation.operands.begin() + 1, invocation.operands.end()});
     if (!value) {
-        return frontend.fail(usageFailure(std::string(setting->key()) + " cannot be that.",
-                                          std::string(wordsFor(setting->kind()))));
+        return frontend.fail(usageFailure(localizedFormat("%@ cannot be that.", setting->key()),
+                                          localized(wordsFor(setting->kind()))));
     }
     Error error;
     if (!UserDefaults::shared().setValue(setting->key(), *value, &error)) {
@@ -95,7 +96,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     if (layer == SettingLayer::arguments || layer == SettingLayer::environment) {
         frontend.remark(
             Ink::warning, localized("Warning:"),
-            "a value of the layer " + std::string(layerName(layer)) + " goes before it here.");
+            localizedFormat("a value of the layer “%@” goes before it here.", layerName(layer)));
     }
     if (frontend.printsJSON()) {
         frontend.answer(frontend.result("done", ExitCode::done)

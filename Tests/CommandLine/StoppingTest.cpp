@@ -62,6 +62,23 @@ TEST_F(StoppingTest, CtrlCEndsTheWholeGroupWithinTwoSeconds) {
     }
 }
 
+TEST_F(StoppingTest, WhatAToolLeavesBehindIsGoneToo) {
+    write(folder / "tool",
+          "#!/bin/sh\n(trap '' TERM INT; exec sleep 60) &\n"
+          "echo Checking the MD5 checksum\nexec sleep 60\n");
+    std::filesystem::permissions(folder / "tool", std::filesystem::perms(0755));
+    Child child = velto(job("upload", makePackage(), {"--tool", folder / "tool"}));
+    ASSERT_TRUE(child.readUntil("Verifying asset checksums…")) << child.all();
+    const std::vector<pid_t> tools = childrenOf(child.pid);
+    ASSERT_EQ(tools.size(), 1U);
+    const auto start = Clock::now();
+    kill(child.pid, SIGINT);
+    child.finish();
+    EXPECT_EQ(child.exitCode, 130);
+    EXPECT_TRUE(groupEnds(tools.front()));
+    EXPECT_LT(secondsSince(start), 2.0);
+}
+
 TEST_F(StoppingTest, ASecondCtrlCEndsAtOnce) {
     Child child = hangingUpload("ignore-terminate=yes\n", {"--grace", "60"});
     const pid_t tool = toolOf(child);
