@@ -70,8 +70,9 @@ const char* wordsFor(SettingKind kind) {
         case SettingKind::string:
             return markLocalized("It is one text: put it in quotes.");
         default:
-            return "It is a table, which only an editor can write; velto config path names the "
-                   "file.";
+            return markLocalized(
+                "It is a table, which only an editor can write; velto config path names the "
+                "file.");
     }
 }
 
