@@ -48,7 +48,7 @@ struct OperationQueue::State::Entry final : Pool::Piece {
         return true;
     }
 
-    void ended(Pool::Wakes& wakes) noexcept override {
+    void ended(Pool::Wakes& wakes) noexcept VELTO_REQUIRES(poolMutex) override {
         State& state = *queue;
         (previous == nullptr ? state.first : previous->next) = next;
         (next == nullptr ? state.last : next->previous) = previous;

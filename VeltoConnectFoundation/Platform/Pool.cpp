@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t maximumThreads = 512;
 constexpr std::chrono::milliseconds longestWait{10};
 constexpr std::chrono::seconds longestIdleness{5};
-constexpr int looksBeforeSleep = 20;
+constexpr int looksBeforeSleep = 5;
 
 }  // namespace
 
@@ -32,15 +32,11 @@ void Pool::Piece::ended(Wakes&) noexcept {
 }
 
 Pool::Wakes::~Wakes() {
-    while (idle_ != nullptr) {
-        Worker& worker = *idle_;
-        idle_ = worker.next;
-        worker.wakeUp.notify_one();
+    for (Worker* const worker : idle_) {
+        worker->wakeUp.notify_one();
     }
-    while (added_ != nullptr) {
-        Worker& worker = *added_;
-        added_ = worker.next;
-        Pool::shared().start(worker);
+    for (Worker* const worker : added_) {
+        Pool::shared().start(*worker);
     }
     if (isSupervisorMissing_) {
         Pool::shared().startSupervisor();
@@ -71,11 +67,10 @@ void Pool::submit(Piece& piece, Clock::time_point now, Wakes& wakes) {
         Worker& worker = *idle_.back();
         idle_.pop_back();
         worker.isAwake = true;
-        worker.next = std::exchange(wakes.idle_, &worker);
+        wakes.idle_.push_back(&worker);
         ++arriving_;
     } else if (threadCount_ < coreCount_) {
-        Worker& worker = addWorker();
-        worker.next = std::exchange(wakes.added_, &worker);
+        wakes.added_.push_back(&addWorker());
     } else if (!isSupervised_) {
         isSupervised_ = true;
         takenAtLastLook_ = taken_;
@@ -161,28 +156,28 @@ Pool::Piece* Pool::takeNext(Piece* ended) {
 }
 
 /// Looks again for a moment before it sleeps, and lets others run meanwhile: whoever hands over
-/// many small pieces need not wake a thread for each. One thread at a time does that.
-bool Pool::lookAgain(MutexGuard& guard) {
-    if (oldest_ != nullptr || isAnyoneLooking_) {
-        return oldest_ != nullptr;
+/// many small pieces need not wake a thread for each.
+bool Pool::lookAgain() {
+    {
+        const MutexGuard guard(poolMutex);
+        ++arriving_;
     }
-    isAnyoneLooking_ = true;
-    ++arriving_;
-    guard.unlock();
     for (int look = 0; look < looksBeforeSleep && !isAnyReady_.load(std::memory_order_relaxed);
          ++look) {
         std::this_thread::yield();
     }
-    guard.lock();
+    const MutexGuard guard(poolMutex);
     --arriving_;
-    isAnyoneLooking_ = false;
     return oldest_ != nullptr;
 }
 
 /// False when the thread is to end.
 bool Pool::waitForWork(Worker& worker) {
+    if (lookAgain()) {
+        return true;
+    }
     MutexGuard guard(poolMutex);
-    if (lookAgain(guard)) {
+    if (oldest_ != nullptr) {
         return true;
     }
     worker.isAwake = false;
@@ -223,32 +218,37 @@ std::size_t Pool::missingThreads(Clock::time_point now) const {
     return late == 0 ? 0 : rate < late ? late - static_cast<std::size_t>(rate) : 1;
 }
 
-void Pool::grow(std::size_t count, MutexGuard& guard) {
-    for (; count > 0; --count) {
-        Worker& worker = addWorker();
-        guard.unlock();
-        const bool isStarted = start(worker);
-        guard.lock();
-        if (!isStarted) {
-            return;
+void Pool::grow(std::size_t count) {
+    for (bool isStarted = true; isStarted && count > 0; --count) {
+        Worker* worker = nullptr;
+        {
+            const MutexGuard guard(poolMutex);
+            worker = &addWorker();
         }
+        isStarted = start(*worker);
     }
 }
 
 void Pool::supervise() {
-    MutexGuard guard(poolMutex);
     for (;;) {
         const Clock::time_point now = Clock::now();
-        grow(missingThreads(now), guard);
-        takenAtLastLook_ = taken_;
-        if (readyCount_ <= arriving_) {
+        std::size_t missing = 0;
+        {
+            const MutexGuard guard(poolMutex);
+            missing = missingThreads(now);
+            takenAtLastLook_ = taken_;
+        }
+        grow(missing);
+
+        MutexGuard guard(poolMutex);
+        if (readyCount_ > arriving_) {
+            const Clock::time_point due = oldest_->readySince_ + longestWait;
+            guard.waitUntil(supervisorWakeUp_, due > now ? due : now + longestWait);
+        } else {
             isSupervised_ = false;
             while (!isSupervised_) {
                 guard.wait(supervisorWakeUp_);
             }
-        } else {
-            const Clock::time_point due = oldest_->readySince_ + longestWait;
-            guard.waitUntil(supervisorWakeUp_, due > now ? due : now + longestWait);
         }
     }
 }

@@ -38,8 +38,8 @@ public:
 
     private:
         friend class Pool;
-        Worker* idle_ = nullptr;
-        Worker* added_ = nullptr;
+        std::vector<Worker*> idle_;
+        std::vector<Worker*> added_;
         bool isSupervisorMissing_ = false;
         bool isSupervisorAsleep_ = false;
     };
@@ -73,28 +73,26 @@ private:
     struct Worker {
         std::condition_variable wakeUp;
         bool isAwake = false;
-        Worker* next = nullptr;  ///< In a list of wakes.
     };
 
     Pool();
     void work(Worker& worker);
     void arrive();
     Piece* takeNext(Piece* ended);
-    bool lookAgain(MutexGuard& guard) VELTO_REQUIRES(poolMutex);
+    bool lookAgain();
     bool waitForWork(Worker& worker);
     Worker& addWorker() VELTO_REQUIRES(poolMutex);
     bool start(Worker& worker) noexcept;
     void startSupervisor() noexcept;
     void supervise();
     std::size_t missingThreads(Clock::time_point now) const VELTO_REQUIRES(poolMutex);
-    void grow(std::size_t count, MutexGuard& guard) VELTO_REQUIRES(poolMutex);
+    void grow(std::size_t count);
 
     const std::size_t coreCount_;
     Piece* oldest_ VELTO_GUARDED_BY(poolMutex) = nullptr;
     Piece* newest_ VELTO_GUARDED_BY(poolMutex) = nullptr;
     std::size_t readyCount_ VELTO_GUARDED_BY(poolMutex) = 0;
     std::atomic<bool> isAnyReady_{false};  ///< Changed under the mutex.
-    bool isAnyoneLooking_ VELTO_GUARDED_BY(poolMutex) = false;
     /// Threads that are on their way to the ready pieces: woken,
     /// started, or looking again before they sleep.
     std::size_t arriving_ VELTO_GUARDED_BY(poolMutex) = 0;
