@@ -57,7 +57,7 @@ struct OperationQueue::State::Entry final : Pool::Piece {
             state.startAllowed(Pool::Clock::now(), wakes);
         }
         if (--state.count == 0) {
-            state.becameEmpty.notify_all();
+            wakes.notifyAll(state.becameEmpty);
         }
     }
 

@@ -32,6 +32,9 @@ void Pool::Piece::ended(Wakes&) noexcept {
 }
 
 Pool::Wakes::~Wakes() {
+    if (changed_ != nullptr) {
+        changed_->notify_all();
+    }
     for (Worker* const worker : idle_) {
         worker->wakeUp.notify_one();
     }

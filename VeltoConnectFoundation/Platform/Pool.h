@@ -36,8 +36,12 @@ public:
         Wakes(const Wakes&) = delete;
         Wakes& operator=(const Wakes&) = delete;
 
+        /// For those who wait for a change. One condition, which outlives this.
+        void notifyAll(std::condition_variable& condition) { changed_ = &condition; }
+
     private:
         friend class Pool;
+        std::condition_variable* changed_ = nullptr;
         std::vector<Worker*> idle_;
         std::vector<Worker*> added_;
         bool isSupervisorMissing_ = false;
