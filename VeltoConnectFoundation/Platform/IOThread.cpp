@@ -208,7 +208,7 @@ IOThread::IOThread() : state_(new State) {
 }
 
 IOThread& IOThread::shared() {
-    static IOThread* const thread = new IOThread;
+    static auto* const thread = new IOThread;
     return *thread;
 }
 

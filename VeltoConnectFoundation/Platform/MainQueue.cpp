@@ -236,7 +236,7 @@ MainQueue::MainQueue() : state_(new State) {
 MainQueue::~MainQueue() = default;
 
 MainQueue& MainQueue::shared() {
-    static MainQueue* const queue = new MainQueue;
+    static auto* const queue = new MainQueue;
     return *queue;
 }
 

@@ -104,7 +104,7 @@ NotificationCenter::NotificationCenter() : state_(new State) {
 }
 
 NotificationCenter& NotificationCenter::shared() {
-    static NotificationCenter* const center = new NotificationCenter;
+    static auto* const center = new NotificationCenter;
     return *center;
 }
 

@@ -109,7 +109,7 @@ Observable::~Observable() {
 }
 
 Observation Observable::observe(std::string_view key, Observer observer, ObserverTiming timing) {
-    static Mutex* const making = new Mutex;
+    static auto* const making = new Mutex;
     std::shared_ptr<Registry> registry;
     {
         const MutexGuard guard(*making);

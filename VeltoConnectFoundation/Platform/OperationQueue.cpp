@@ -17,8 +17,8 @@ struct OperationQueue::State : std::enable_shared_from_this<State> {
     void add(std::shared_ptr<Operation> operation);
     void setMaximum(std::size_t value);
     void startAllowed(Pool::Clock::time_point now, Pool::Wakes& wakes) VELTO_REQUIRES(poolMutex);
-    std::vector<std::shared_ptr<Operation>> operations();
-    std::size_t operationCount();
+    std::vector<std::shared_ptr<Operation>> operations() const;
+    std::size_t operationCount() const;
     void waitUntilEmpty();
 
     std::condition_variable becameEmpty;
@@ -100,7 +100,7 @@ void OperationQueue::State::setMaximum(std::size_t value) {
     startAllowed(Pool::Clock::now(), wakes);
 }
 
-std::vector<std::shared_ptr<Operation>> OperationQueue::State::operations() {
+std::vector<std::shared_ptr<Operation>> OperationQueue::State::operations() const {
     std::vector<std::shared_ptr<Operation>> all;
     const MutexGuard guard(poolMutex);
     for (const Entry* entry = first; entry != nullptr; entry = entry->next) {
@@ -111,7 +111,7 @@ std::vector<std::shared_ptr<Operation>> OperationQueue::State::operations() {
     return all;
 }
 
-std::size_t OperationQueue::State::operationCount() {
+std::size_t OperationQueue::State::operationCount() const {
     const MutexGuard guard(poolMutex);
     return count;
 }

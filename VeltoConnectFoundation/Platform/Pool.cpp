@@ -21,7 +21,7 @@ constexpr int looksBeforeSleep = 5;
 constinit Mutex poolMutex;
 
 Pool& Pool::shared() {
-    static Pool* const pool = new Pool;
+    static auto* const pool = new Pool;
     return *pool;
 }
 

@@ -43,14 +43,11 @@ public:
 
 private:
     static GMainContext* contextOfThread() {
-        if (GMainContext* const ofHost = g_main_context_ref_thread_default();
-            ofHost != g_main_context_default()) {
+        GMainContext* const ofHost = g_main_context_ref_thread_default();
+        if (ofHost != g_main_context_default() || runsDefaultContext()) {
             return ofHost;
-        } else if (runsDefaultContext()) {
-            return ofHost;
-        } else {
-            g_main_context_unref(ofHost);
         }
+        g_main_context_unref(ofHost);
         return g_main_context_new();
     }
 

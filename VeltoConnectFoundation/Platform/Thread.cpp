@@ -1,8 +1,8 @@
 #include <VeltoConnectFoundation/Platform/Thread.h>
 
 #include <pthread.h>
-#include <signal.h>
 
+#include <csignal>
 #include <thread>
 
 namespace velto {
