@@ -1,4 +1,5 @@
 #include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
+#include <VeltoConnectFoundation/Codecs/MZJSONSerializer.h>
 
 #include <Tests/Support/ChunkedStream.h>
 #include <Tests/Support/Paths.h>
@@ -383,7 +384,7 @@ TEST(MZJSONDeserializer, PassesTheStreamsErrorsOn) {
 
 TEST(MZJSONDeserializer, ReadsOneValueOrKindAtATime) {
     const auto stream = [](std::string_view text) {
-        const auto result = InputStream::withData(Data(text));
+        auto result = InputStream::withData(Data(text));
         result->open();
         return result;
     };
@@ -400,7 +401,7 @@ TEST(MZJSONDeserializer, ReadsOneValueOrKindAtATime) {
     EXPECT_EQ(error.code(), -10005);
 
     MZStringStreamReader kinds(TextEncoding::utf8,
-                               stream("1,[2]]\"a\":1}text\"5e1;rue|alse|ull|xx"));
+                               stream(R"(1,[2]]"a":1}text"5e1;rue|alse|ull|xx)"));
     char16_t character = 0;
     const auto skip = [&] { return kinds.getNextCharacter(character) ? character : u'!'; };
     EXPECT_EQ(deserializer.deserializeJSONArrayWithStringReader(kinds), (Array{1, Array{2}}));
@@ -452,6 +453,8 @@ TEST(MZJSONDeserializer, AnyDepthNeedsNoStack) {
             const Outcome plain = readStream(document);
             EXPECT_FALSE(fast.error || plain.error);
             EXPECT_TRUE(fast.value == plain.value);
+            const auto written = MZJSONSerializer::serializer().serializeToJSON(fast.value);
+            EXPECT_TRUE(written && written->view() == document);
             Array changed = fast.value.array();
             changed.append(plain.value);
         }

@@ -455,6 +455,7 @@ TEST(ValueBuilder, TheLastHandleOfAnyPartKeepsTheArena) {
 TEST(Value, MayBeReadAndCopiedByManyThreads) {
     const Value values[] = {arenaDocument(), nested(1000, false), Data(longText), longText};
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (unsigned number = 0; number < 4; ++number) {
         threads.emplace_back([&values] {
             for (int round = 0; round < 200; ++round) {
@@ -477,6 +478,7 @@ TEST(Value, MayBeReadAndCopiedByManyThreads) {
 TEST(SharedDictionary, TakesChangesFromManyThreads) {
     SharedDictionary shared(Dictionary{{"first", 1}});
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int number = 0; number < 4; ++number) {
         threads.emplace_back([&shared, number] {
             for (int i = 0; i < 100; ++i) {

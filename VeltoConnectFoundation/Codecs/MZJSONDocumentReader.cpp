@@ -105,7 +105,7 @@ char* appendCharacter(char* out, unsigned character) noexcept {
     return out;
 }
 
-__extension__ typedef unsigned __int128 Wide;
+using Wide = __uint128_t;
 
 constexpr int longestFraction = 19;
 

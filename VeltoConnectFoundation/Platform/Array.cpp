@@ -102,13 +102,13 @@ void Array::append(Value value) {
 }
 
 void Array::append(const Array& values) {
-    if (values.isEmpty()) {
-        return;
+    if (this == &values) {
+        append(Array(values));
+    } else if (!values.isEmpty()) {
+        ArrayBlock* block = writableBlock(value_, size() + values.size());
+        std::uninitialized_copy(values.begin(), values.end(), block->values() + block->count);
+        block->count += static_cast<std::uint32_t>(values.size());
     }
-    const Array kept = values;  // It may be this one.
-    ArrayBlock* block = writableBlock(value_, size() + kept.size());
-    std::uninitialized_copy(kept.begin(), kept.end(), block->values() + block->count);
-    block->count += static_cast<std::uint32_t>(kept.size());
 }
 
 void Array::set(std::size_t index, Value value) {

@@ -132,18 +132,16 @@ void Dictionary::remove(std::string_view key) {
 }
 
 void Dictionary::remove(const Value& key) {
-    const Value kept = key;  // It may be a key of this dictionary.
-    removeKey(value_, kept);
+    removeKey(value_, key);
 }
 
 void Dictionary::merge(const Dictionary& other) {
-    const Dictionary kept = other;  // It may be this one.
     if (isEmpty()) {
-        *this = kept;
-        return;
-    }
-    for (const DictionaryEntry& entry : kept) {
-        set(entry.key, entry.value);
+        *this = other;
+    } else if (this != &other) {
+        for (const DictionaryEntry& entry : other) {
+            set(entry.key, entry.value);
+        }
     }
 }
 

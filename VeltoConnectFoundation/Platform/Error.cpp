@@ -1,5 +1,7 @@
 #include <VeltoConnectFoundation/Platform/Error.h>
 
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+
 #include <system_error>
 
 namespace velto {
@@ -16,8 +18,8 @@ public:
         if (stated.isString()) {
             return std::string(stated.string());
         }
-        return "The operation couldn’t be completed. (" + domain + " error " +
-               std::to_string(code) + ".)";
+        return localizedFormat("The operation couldn’t be completed. (%@ error %ld.)", domain,
+                               code);
     }
 
     std::string description() const override {

@@ -73,7 +73,7 @@ std::string numberText(float number) {
 LeadingDouble leadingDouble(std::string_view text) noexcept {
     const std::size_t sign = !text.empty() && (text[0] == '-' || text[0] == '+') ? 1 : 0;
     const std::string_view number = text.substr(sign);
-    if (number.empty() || !(isDigit(number[0]) || number[0] == '.')) {
+    if (number.empty() || (!isDigit(number[0]) && number[0] != '.')) {
         return {};
     }
     double value = 0;

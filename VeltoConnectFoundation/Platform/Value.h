@@ -305,6 +305,7 @@ public:
     void reserve(std::size_t count);
     void set(Value key, Value value);  ///< A value of none removes the key.
     void remove(std::string_view key);
+    void remove(const char* key) { remove(std::string_view(key)); }
     void remove(const Value& key);
     void merge(const Dictionary& other);  ///< The other's values win.
     void clear();

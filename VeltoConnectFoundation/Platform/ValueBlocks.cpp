@@ -11,7 +11,7 @@ namespace velto::detail {
 
 namespace {
 
-__extension__ typedef unsigned __int128 Wide;
+using Wide = __uint128_t;
 
 constinit const Value none;
 /// Its address differs from run to run where the system places libraries at random, and with it

@@ -117,7 +117,7 @@ const Value& ValueBuilder::top(std::size_t below) const noexcept {
     return *reinterpret_cast<const Value*>(top_ - 1 - below);
 }
 
-Value ValueBuilder::finish() {
+Value ValueBuilder::finish() const {
     return Value(top());  // A copy owns.
 }
 

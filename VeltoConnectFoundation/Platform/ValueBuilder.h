@@ -66,8 +66,8 @@ public:
     /// next push.
     const Value& top(std::size_t below = 0) const noexcept;
 
-    /// The tree of the one value that is left. The builder is used up.
-    Value finish();
+    /// The tree of the one value that is left.
+    Value finish() const;
 
 private:
     using Storage = ValueAccess::Storage;

@@ -1,10 +1,10 @@
+#include <VeltoConnectFoundation/Platform/Format.h>
 #include <VeltoConnectFoundation/Platform/NumberText.h>
 #include <VeltoConnectFoundation/Platform/ValueBlocks.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 
 namespace velto {
 
@@ -23,13 +23,10 @@ std::string dateText(Date date) {
     const auto day = floor<days>(point);
     const year_month_day calendar{day};
     const hh_mm_ss time{point - day};
-    char text[64];
-    const int length = std::snprintf(  // locale: integers only
-        text, sizeof text, "%04d-%02u-%02u %02d:%02d:%02d +0000", int{calendar.year()},
-        unsigned{calendar.month()}, unsigned{calendar.day()},
-        static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-        static_cast<int>(time.seconds().count()));
-    return {text, static_cast<std::size_t>(length)};
+    return format("%04d-%02u-%02u %02d:%02d:%02d +0000", int{calendar.year()},
+                  unsigned{calendar.month()}, unsigned{calendar.day()},
+                  static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                  static_cast<int>(time.seconds().count()));
 }
 
 std::string dataText(const Data& data) {
