@@ -1,7 +1,7 @@
 #include <VeltoConnectFoundation/Platform/Process.h>
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
 
-#include "BareChild.h"
+#include <Benchmarks/DeliveryTool/BareChild.h>
 
 #include <benchmark/benchmark.h>
 

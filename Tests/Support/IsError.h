@@ -2,16 +2,13 @@
 
 #include <VeltoConnectFoundation/Platform/Error.h>
 
+#include <Tests/Support/PrintValue.h>
+
 #include <gmock/gmock.h>
 
-#include <ostream>
 #include <string>
 
 namespace velto {
-
-inline void PrintTo(const Error& error, std::ostream* out) {
-    *out << (error ? error.description() : "no error");
-}
 
 namespace testing {
 

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
@@ -18,19 +19,6 @@ std::unique_ptr<velto::Process> makeProcess() {
     }
     return process;
 }
-
-/// Does what stands after a step that may throw.
-template <class Action>
-class Finally {
-public:
-    explicit Finally(Action action) : action_(std::move(action)) {}
-    ~Finally() { action_(); }
-    Finally(const Finally&) = delete;
-    Finally& operator=(const Finally&) = delete;
-
-private:
-    Action action_;
-};
 
 }  // namespace
 
@@ -195,7 +183,7 @@ void MZTask::processDidTerminate(const velto::ProcessExit& exit) {
     if (exit.reason == velto::ProcessExit::Reason::uncaughtSignal) {
         terminationStatus_ += 128;
     }
-    const Finally ended([this] { isTerminated_ = true; });
+    const velto::Finally ended([this] { isTerminated_ = true; });
     if (const std::shared_ptr<MZTaskDelegate> delegate = delegate_.lock()) {
         delegate->taskDidTerminate(*this);
     }

@@ -4,13 +4,16 @@
 #include <VeltoConnectFoundation/Platform/Bundle.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/Format.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Process.h>
 #include <VeltoConnectFoundation/Platform/ProcessInfo.h>
 #include <VeltoConnectFoundation/Platform/ProxyResolver.h>
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
+#include <VeltoConnectFoundation/Platform/SystemLog.h>
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
+#include <VeltoConnectFoundation/Platform/Thread.h>
 #include <VeltoConnectFoundation/Platform/TypeName.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 #include <VeltoConnectFoundation/WebService/VeltoServiceAddresses.h>
@@ -18,9 +21,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 using velto::Array;
@@ -29,6 +32,7 @@ using velto::ChannelReport;
 using velto::Dictionary;
 using velto::Exception;
 using velto::FileManager;
+using velto::Finally;
 using velto::format;
 using velto::Guard;
 using velto::ProcessExit;
@@ -166,37 +170,57 @@ public:
             report.kind == ChannelReport::Kind::readFailed) {
             logFailure(isOutput, report);
         } else if (const std::shared_ptr<VeltoDrovan> owner = owner_.lock()) {
-            isOutput ? owner->appendOutputData(report.block.view())
-                     : owner->appendErrorData(report.block.view());
+            owner->collect(isOutput ? Report::Kind::output : Report::Kind::error, report.block,
+                           this);
+            owner->tellDelegate();
         }
     }
 
     void processDidTerminate(const ProcessExit& exit) override {
-        if (const std::shared_ptr<VeltoDrovan> owner = owner_.lock()) {
+        const std::shared_ptr<VeltoDrovan> owner = owner_.lock();
+        if (owner != nullptr) {
             owner->taskCompleted(*this, exit.status);
         }
-        hasEnded_ = true;
-        const std::shared_ptr<velto::RunLoop> loop = waiter();
-        if (loop != nullptr) {
-            loop->wake();
+        // Before the delegate hears of it, since what the delegate does must keep nobody waiting.
+        reach(Progress::ended);
+        const Finally delivered([this] { reach(Progress::delivered); });
+        if (owner != nullptr) {
+            owner->tellDelegate();
         }
     }
 
-    velto::Process& process() { return *process_; }
-    const velto::ProcessLaunch& launch() const { return launch_; }
-    /// All that it printed has been delivered, and its end too.
-    bool hasEnded() const { return hasEnded_; }
+    /// For a child whose end the delegate is to hear of. Before the launch.
+    void setTellsEnd() { tellsEnd_ = true; }
+    bool tellsEnd() const { return tellsEnd_; }
+    velto::Process& process() const { return *process_; }
+    /// Once: the child's environment may hold secrets, and is not kept.
+    velto::ProcessLaunch takeLaunch() { return std::exchange(launch_, {}); }
+    /// The driver has all that the child printed, and its status.
+    bool hasEnded() const { return progress_.load() != Progress::running; }
+    /// The delegate has heard of it, too.
+    bool isDelivered() const { return progress_.load() == Progress::delivered; }
 
+    /// Turns on each step.
     void setWaiter(std::shared_ptr<velto::RunLoop> loop) {
-        Guard guard(lock_);
+        const Guard guard(lock_);
         waiter_ = std::move(loop);
-    }
-    std::shared_ptr<velto::RunLoop> waiter() const {
-        Guard guard(lock_);
-        return waiter_;
     }
 
 private:
+    enum class Progress : std::uint8_t { running, ended, delivered };
+
+    void reach(Progress progress) {
+        std::shared_ptr<velto::RunLoop> loop;
+        {
+            const Guard guard(lock_);
+            progress_ = progress;
+            loop = waiter_;
+        }
+        if (loop != nullptr) {
+            loop->perform({});
+        }
+    }
+
     static void logFailure(bool isOutput, const ChannelReport& report) {
         const std::string text = std::generic_category().message(report.error);
         if (report.kind == ChannelReport::Kind::openFailed) {
@@ -216,9 +240,10 @@ private:
 
     const std::weak_ptr<VeltoDrovan> owner_;
     const std::unique_ptr<velto::Process> process_;
-    const velto::ProcessLaunch launch_;
-    std::atomic<bool> hasEnded_{false};
-    mutable velto::Lock lock_;
+    velto::ProcessLaunch launch_;
+    bool tellsEnd_ = false;
+    std::atomic<Progress> progress_{Progress::running};
+    velto::Lock lock_;
     std::shared_ptr<velto::RunLoop> waiter_ VELTO_GUARDED_BY(lock_);
 };
 
@@ -490,36 +515,50 @@ std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::createTask() {
     velto::ProcessLaunch launch;
     launch.standardInput = velto::ProcessLaunch::StandardInput::silentPipe;
     launch.terminationGrace = velto::Process::defaultTerminationGrace();
-    launch.path = executableDrovanPath().value_or(std::string());
-    launch.arguments = augmentedArguments();
+    std::shared_ptr<Child> earlier;
     {
-        Guard guard(lock_);
+        const Guard guard(lock_);
         outputData_.clear();
         errorData_.clear();
-        if (environment_) {
-            if (!environment_->contains("LC_CTYPE")) {
-                environment_->set("LC_CTYPE", "UTF-8");
-            }
-            environment_->remove(std::string_view("DYLD_FRAMEWORK_PATH"));
-            if (!environment_->isEmpty()) {
-                launch.environment = environment_;
+        earlier.swap(lastTask_);
+    }
+    try {
+        launch.path = executableDrovanPath().value_or(std::string());
+        launch.arguments = augmentedArguments();
+        {
+            const Guard guard(lock_);
+            if (environment_) {
+                if (!environment_->contains("LC_CTYPE")) {
+                    environment_->set("LC_CTYPE", "UTF-8");
+                }
+                environment_->remove(std::string_view("DYLD_FRAMEWORK_PATH"));
+                if (!environment_->isEmpty()) {
+                    launch.environment = environment_;
+                }
             }
         }
+        velto::Error error;
+        std::unique_ptr<velto::Process> process = velto::Process::make(&error);
+        if (process == nullptr) {
+            throw Exception(velto::GenericException, error.localizedDescription());
+        }
+        MZLogDebug("Sending request to VeltoDrovan…");
+        MZLogDebug("    Command: %@", launch.path);
+        MZLogDebug("  Arguments: %@", velto::maskedArguments(launch.arguments));
+        const auto child =
+            std::make_shared<Child>(weak_from_this(), std::move(process), std::move(launch));
+        const Guard guard(lock_);
+        lastTask_ = child;
+        return child;
+    } catch (const Exception& exception) {
+        appendErrorString(exception.reason());
+        throw;
     }
-    velto::Error error;
-    std::unique_ptr<velto::Process> process = velto::Process::make(&error);
-    if (process == nullptr) {
-        appendErrorString(error.localizedDescription());
-        throw Exception(velto::GenericException, error.localizedDescription());
-    }
-    MZLogDebug("Sending request to VeltoDrovan…");
-    MZLogDebug("    Command: %@", launch.path);
-    MZLogDebug("  Arguments: %@", velto::maskedArguments(launch.arguments));
-    return std::make_shared<Child>(weak_from_this(), std::move(process), std::move(launch));
 }
 
 void VeltoDrovan::launch(const std::shared_ptr<Child>& child) {
-    if (child->launch().path.empty()) {
+    const velto::ProcessLaunch how = child->takeLaunch();
+    if (how.path.empty()) {
         std::string places;
         for (const std::string& path : drovanPaths()) {
             places += "\n  " + path;
@@ -530,7 +569,7 @@ void VeltoDrovan::launch(const std::shared_ptr<Child>& child) {
                                    places));
     }
     velto::Error error;
-    if (!child->process().launch(child->launch(), velto::MainQueue::shared(), child, &error)) {
+    if (!child->process().launch(how, velto::MainQueue::shared(), child, &error)) {
         throw Exception(
             velto::InvalidArgumentException,
             format("%@ %@", error.localizedDescription(), error.localizedFailureReason()));
@@ -538,152 +577,186 @@ void VeltoDrovan::launch(const std::shared_ptr<Child>& child) {
 }
 
 std::int32_t VeltoDrovan::execute() {
-    terminate();
-    const std::shared_ptr<Child> child = createTask();
     try {
+        terminate();
+        const std::shared_ptr<Child> child = createTask();
         launch(child);
+        MZLogDebug("...waiting for task to exit");
+        child->setWaiter(velto::RunLoop::current());
+        child->process().waitUntilExit();
+        waitForDelivery(*child);
+        child->setWaiter(nullptr);
+        return child->process().exitStatus().value_or(ProcessExit()).status;
     } catch (const Exception& exception) {
         MZLogError("Exception while executing VeltoDrovan: %@", exception);
         throw;
     }
-    MZLogDebug("...waiting for task to exit");
-    const std::shared_ptr<velto::RunLoop> loop = velto::RunLoop::current();
-    child->setWaiter(loop);
-    child->process().waitUntilExit();
-    // What it printed last is on its way to the main queue.
-    loop->run(lastDelivery, [&] { return child->hasEnded(); });
-    child->setWaiter(nullptr);
-    return child->process().exitStatus().value_or(ProcessExit()).status;
 }
 
 void VeltoDrovan::executeAsynchronously() {
-    terminate();
-    const std::shared_ptr<Child> child = createTask();
-    {
-        Guard guard(lock_);
-        drovanTask_ = child;
-        lastTask_ = child;
-    }
     try {
-        launch(child);
-    } catch (const Exception& exception) {
-        {
-            Guard guard(lock_);
-            drovanTask_ = nullptr;
+        terminate();
+        const std::shared_ptr<Child> child = createTask();
+        child->setTellsEnd();
+        const auto setTask = [this](const std::shared_ptr<Child>& task) {
+            const Guard guard(lock_);
+            drovanTask_ = task;
+        };
+        setTask(child);
+        try {
+            launch(child);
+        } catch (...) {
+            setTask(nullptr);
+            throw;
         }
+    } catch (const Exception& exception) {
         MZLogError("Exception while launching VeltoDrovan: %@", exception);
         throw;
     }
 }
 
-void VeltoDrovan::taskCompleted(Child& child, std::int32_t status) {
-    std::shared_ptr<VeltoDrovanDelegate> listener;
-    {
-        Guard guard(lock_);
-        if (drovanTask_.get() != &child) {
-            return;  // the caller of execute() hears of it, or nobody waits for it any more
-        }
-        terminated_ = true;
+void VeltoDrovan::taskCompleted(const Child& child, std::int32_t status) {
+    const Guard guard(lock_);
+    dropTask(child, status);
+    if (child.tellsEnd() && lastTask_.get() == &child) {
+        outbox_.add({Report::Kind::completed, {}});
+    }
+}
+
+void VeltoDrovan::dropTask(const Child& child, std::int32_t status) {
+    if (drovanTask_.get() == &child) {
         terminationStatus_ = status;
         drovanTask_ = nullptr;
-        listener = delegate_.lock();
-    }
-    if (listener != nullptr) {
-        listener->drovanCompleted(*this);
     }
 }
 
 void VeltoDrovan::terminate() {
-    std::shared_ptr<Child> child;
-    {
-        Guard guard(lock_);
-        child = drovanTask_;
-        terminated_ = false;
-    }
+    const std::shared_ptr<Child> child = drovanTask();
     if (child == nullptr) {
         return;
     }
     const std::shared_ptr<velto::RunLoop> loop = velto::RunLoop::current();
     child->setWaiter(loop);
     child->process().terminate();
-    // The end comes after the last block, so nothing has to be waited for beyond it.
-    while (!loop->run(terminateSlice, [&] { return child->hasEnded(); })) {
+    while (child->process().isRunning() &&
+           !loop->run(terminateSlice, [&] { return child->hasEnded(); })) {
     }
+    waitForDelivery(*child);
     child->setWaiter(nullptr);
-    Guard guard(lock_);
-    if (drovanTask_ == child) {
-        drovanTask_ = nullptr;
+    // While the main queue stands still the end is not delivered: it is told later.
+    const std::int32_t status = child->process().exitStatus().value_or(ProcessExit()).status;
+    const Guard guard(lock_);
+    dropTask(*child, status);
+}
+
+/// The child has been reaped: what it printed last is on its way to the main queue.
+void VeltoDrovan::waitForDelivery(const Child& child) {
+    // The main thread delivers by itself; when the delegate is further up it hears of the rest when
+    // it returns.
+    const bool delivers = velto::MainQueue::isMainThread();
+    const auto end = std::chrono::steady_clock::now() + lastDelivery;
+    const auto isDone = [&] { return delivers ? child.hasEnded() : child.isDelivered(); };
+    for (Seconds left = lastDelivery; left > Seconds(0);
+         left = end - std::chrono::steady_clock::now()) {
+        if (velto::RunLoop::current()->run(left, isDone)) {
+            return;
+        }
     }
 }
 
 void VeltoDrovan::kill() {
-    Guard guard(lock_);
-    if (lastTask_ != nullptr) {
-        lastTask_->process().kill();
+    std::shared_ptr<Child> child;
+    {
+        const Guard guard(lock_);
+        child = lastTask_;
+    }
+    if (child != nullptr) {
+        child->process().kill();
     }
 }
 
 void VeltoDrovan::terminateInBackgroundAndNotify(bool notify) {
-    std::thread([self = shared_from_this(), notify] {
-        std::weak_ptr<VeltoDrovanDelegate> remembered;
-        {
-            Guard guard(self->lock_);
-            remembered = self->delegate_;
-            if (!notify) {
-                self->delegate_.reset();
-            }
-        }
+    velto::startThread("velto-drovan", [self = shared_from_this(), notify] {
         try {
-            self->terminate();
-        } catch (const Exception& exception) {
-            MZLogDebug("%@", exception);
+            self->terminateKeepingDelegate(notify);
+        } catch (...) {
+            velto::platformLogUncaught("the end of the delivery tool");
         }
-        self->setDelegate(remembered);
-    }).detach();
+    });
+}
+
+void VeltoDrovan::terminateKeepingDelegate(bool notify) {
+    std::weak_ptr<VeltoDrovanDelegate> remembered;
+    {
+        const Guard guard(lock_);
+        remembered = notify ? delegate_ : std::exchange(delegate_, {});
+    }
+    const Finally restored([&] { setDelegate(remembered); });
+    try {
+        terminate();
+    } catch (const Exception&) {
+        // Nobody waits for an answer.
+    }
+}
+
+std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::drovanTask() const {
+    const Guard guard(lock_);
+    return drovanTask_;
 }
 
 bool VeltoDrovan::isRunning() const {
-    Guard guard(lock_);
-    return drovanTask_ != nullptr && drovanTask_->process().isRunning();
+    const std::shared_ptr<Child> child = drovanTask();
+    return child != nullptr && child->process().isRunning();
 }
 
 std::int32_t VeltoDrovan::terminationStatus() const {
-    Guard guard(lock_);
-    if (drovanTask_ != nullptr) {
-        const std::optional<ProcessExit> exit = drovanTask_->process().exitStatus();
+    if (const std::shared_ptr<Child> child = drovanTask()) {
+        const std::optional<ProcessExit> exit = child->process().exitStatus();
         return exit ? exit->status : 0;
     }
+    const Guard guard(lock_);
     return terminationStatus_;
 }
 
 void VeltoDrovan::appendOutputData(std::string_view bytes) {
-    if (bytes.empty()) {
-        return;
-    }
-    std::shared_ptr<VeltoDrovanDelegate> listener;
-    {
-        Guard guard(lock_);
-        outputData_ += bytes;
-        listener = delegate_.lock();
-    }
-    if (listener != nullptr) {
-        listener->didReceiveDrovanOutput(bytes);
-    }
+    collect(Report::Kind::output, velto::Data(bytes), nullptr);
+    tellDelegate();
 }
 
 void VeltoDrovan::appendErrorData(std::string_view bytes) {
-    if (bytes.empty()) {
+    collect(Report::Kind::error, velto::Data(bytes), nullptr);
+    tellDelegate();
+}
+
+void VeltoDrovan::collect(Report::Kind kind, const velto::Data& block, const Child* child) {
+    if (block.isEmpty()) {
         return;
     }
-    std::shared_ptr<VeltoDrovanDelegate> listener;
-    {
-        Guard guard(lock_);
-        errorData_ += bytes;
-        listener = delegate_.lock();
+    const Guard guard(lock_);
+    if (child == nullptr || child == lastTask_.get()) {
+        (kind == Report::Kind::output ? outputData_ : errorData_) += block.view();
+        outbox_.add({kind, block});
     }
-    if (listener != nullptr) {
-        listener->didReceiveDrovanErrorOutput(bytes);
-    }
+}
+
+void VeltoDrovan::tellDelegate() {
+    rethrowFirst({outbox_.deliver(lock_, [this](const Report& report) {
+        const std::shared_ptr<VeltoDrovanDelegate> listener = delegate();
+        if (listener == nullptr) {
+            return;
+        }
+        switch (report.kind) {
+            case Report::Kind::output:
+                listener->didReceiveDrovanOutput(report.block.view());
+                return;
+            case Report::Kind::error:
+                listener->didReceiveDrovanErrorOutput(report.block.view());
+                return;
+            case Report::Kind::completed:
+                listener->drovanCompleted(*this);
+                return;
+        }
+    })});
 }
 
 velto::Data VeltoDrovan::standardOut() const {

@@ -4,7 +4,9 @@
 #include <VeltoConnectFoundation/Platform/Lock.h>
 #include <VeltoConnectFoundation/Platform/Make.h>
 #include <VeltoConnectFoundation/Platform/Value.h>
+#include <VeltoConnectFoundation/Work/Outbox.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,8 +32,8 @@ inline constexpr std::string_view VeltoDrovanProxyDiscoveryEnabled =
 inline constexpr std::string_view VeltoDrovanExtraArgs = "VeltoDrovanExtraArgs";
 inline constexpr std::string_view DROVAN_PATH = "/usr/local/velm/bin/VelmDrovan";
 
-/// Told of the tool's output and end, on the main queue, with no lock held. Every operation is
-/// optional.
+/// Told of the tool's output and end, on the main queue, in order, one call at a time, with no lock
+/// held. Every operation is optional.
 class VELTO_EXPORT VeltoDrovanDelegate {
 public:
     virtual ~VeltoDrovanDelegate();
@@ -96,7 +98,7 @@ public:
     /// Starts the tool and returns. Raises likewise.
     void executeAsynchronously();
     /// Asks a running tool to end, and waits on the calling thread's run loop until it has and all
-    /// its output has been delivered.
+    /// its output has been delivered (for that at most a second).
     void terminate();
     /// Kills the process group of the last launch, or what is left of it, at once; does not wait.
     void kill();
@@ -124,9 +126,22 @@ public:
 private:
     class Child;
 
+    /// What the delegate has yet to hear of.
+    struct Report {
+        enum class Kind : std::uint8_t { output, error, completed };
+        Kind kind;
+        velto::Data block;
+    };
+
+    std::shared_ptr<Child> drovanTask() const;
     std::shared_ptr<Child> createTask();
     void launch(const std::shared_ptr<Child>& child);
-    void taskCompleted(Child& child, std::int32_t status);
+    static void waitForDelivery(const Child& child);
+    void collect(Report::Kind kind, const velto::Data& block, const Child* child);
+    void taskCompleted(const Child& child, std::int32_t status);
+    void dropTask(const Child& child, std::int32_t status) VELTO_REQUIRES(lock_);
+    void tellDelegate();
+    void terminateKeepingDelegate(bool notify);
     static std::optional<std::string> executableDrovanPath();
 
     mutable velto::Lock lock_;
@@ -135,9 +150,10 @@ private:
     std::string outputData_ VELTO_GUARDED_BY(lock_);
     std::string errorData_ VELTO_GUARDED_BY(lock_);
     std::shared_ptr<Child> drovanTask_ VELTO_GUARDED_BY(lock_);
-    std::shared_ptr<Child> lastTask_ VELTO_GUARDED_BY(lock_);  ///< Stays when it has ended.
-    bool terminated_ VELTO_GUARDED_BY(lock_) = false;
+    /// Of the last launch, also when it has ended; an earlier one's late output is dropped.
+    std::shared_ptr<Child> lastTask_ VELTO_GUARDED_BY(lock_);
     std::int32_t terminationStatus_ VELTO_GUARDED_BY(lock_) = 0;
     std::string serviceAddress_ VELTO_GUARDED_BY(lock_);
     std::weak_ptr<VeltoDrovanDelegate> delegate_ VELTO_GUARDED_BY(lock_);
+    MZOutbox<Report> outbox_;
 };

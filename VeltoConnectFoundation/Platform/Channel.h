@@ -1,10 +1,10 @@
 #pragma once
 
+#include <VeltoConnectFoundation/Platform/ChannelReport.h>
 #include <VeltoConnectFoundation/Platform/DeliveryTarget.h>
 #include <VeltoConnectFoundation/Platform/FileDescriptor.h>
 #include <VeltoConnectFoundation/Platform/IOThread.h>
 #include <VeltoConnectFoundation/Platform/Lock.h>
-#include <VeltoConnectFoundation/Platform/Value.h>
 
 #include <cstddef>
 #include <functional>
@@ -12,30 +12,16 @@
 
 namespace velto {
 
-/// One thing that a channel tells: a block of bytes, or why it cannot read on.
-struct ChannelReport {
-    enum class Kind : std::uint8_t {
-        block,
-        drained,     ///< A block as well: what was left when the writer had ended.
-        openFailed,  ///< The I/O thread cannot watch the descriptor.
-        readFailed,
-    };
-
-    Kind kind = Kind::block;
-    Data block;     ///< Never empty in a block.
-    int error = 0;  ///< errno of a failure.
-};
-
 /// Reads one pipe on the I/O thread and delivers what it reads in order on a target.
 ///
 /// While the target is behind by more than `limit` bytes nothing more is read, so a flood fills
 /// the pipe and not the memory. The I/O thread keeps an open channel alive.
-class VELTO_EXPORT_INTERNAL Channel final : public std::enable_shared_from_this<Channel> {
+class Channel final : public std::enable_shared_from_this<Channel> {
 public:
     using Receiver = std::function<void(const ChannelReport&)>;
 
-    static constexpr std::size_t blockSize = 64 * 1024;
-    static constexpr std::size_t defaultLimit = 4 * 1024 * 1024;
+    static constexpr std::size_t blockSize = 64UL * 1024;
+    static constexpr std::size_t defaultLimit = 4UL * 1024 * 1024;
 
     /// `receiver` is called on the target only.
     Channel(FileDescriptor descriptor,

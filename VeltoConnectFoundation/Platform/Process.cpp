@@ -1,6 +1,9 @@
 #include <VeltoConnectFoundation/Platform/Process.h>
 
+#include <VeltoConnectFoundation/Platform/Channel.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/FileDescriptor.h>
+#include <VeltoConnectFoundation/Platform/IOThread.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
@@ -344,7 +347,8 @@ Error Process::State::watch(pid_t child,
 }
 
 void Process::State::childEnded() {
-    std::shared_ptr<Channel> output, error;
+    std::shared_ptr<Channel> output;
+    std::shared_ptr<Channel> error;
     std::function<void(const ProcessExit&)> tellEnd;
     std::vector<std::shared_ptr<RunLoop>> waiters;
     ProcessExit exit;

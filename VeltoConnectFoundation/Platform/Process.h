@@ -1,7 +1,8 @@
 #pragma once
 
-#include <VeltoConnectFoundation/Platform/Channel.h>
+#include <VeltoConnectFoundation/Platform/ChannelReport.h>
 #include <VeltoConnectFoundation/Platform/Clock.h>
+#include <VeltoConnectFoundation/Platform/DeliveryTarget.h>
 #include <VeltoConnectFoundation/Platform/Error.h>
 
 #include <cstdint>
