@@ -4,6 +4,7 @@
 #include <CommandLine/Invocation.h>
 #include <CommandLine/JSONLine.h>
 #include <CommandLine/LiveDisplay.h>
+#include <CommandLine/PlainDisplay.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanMessages.h>
 
@@ -47,6 +48,31 @@ TEST(PiecesTest, ColumnsAreCountedAndCut) {
     EXPECT_EQ(durationText(1e300), "");
     EXPECT_EQ(wrapped("aa " + std::string(70, 'b') + " cccc dddd", 2, 10),
               "aa\n  " + std::string(70, 'b') + " cccc\n  dddd");
+}
+
+TEST(PiecesTest, PlainLinesComeAtLeastEachThirtySeconds) {
+    ::testing::internal::CaptureStdout();
+    {
+        Console console;
+        PlainDisplay display(console);
+        Display::Time now{};
+        Progress progress{.phase = "Authenticating"};
+        display.phaseChanged(progress, now);
+        for (int line = 0; line < 3; ++line) {
+            const auto wait = display.nextProgress() - now;
+            EXPECT_GT(wait, std::chrono::seconds(1));
+            EXPECT_LT(wait, std::chrono::seconds(30));
+            now = display.nextProgress();
+            progress.elapsed += std::chrono::duration<double>(wait).count();
+            if (line == 2) {
+                progress.percent = 12.9;
+            }
+            display.progressed(progress, now);
+        }
+    }
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "Authenticating\nAuthenticating still running after 0:25\n"
+              "Authenticating still running after 0:50\nAuthenticating 12%\n");
 }
 
 TEST(PiecesTest, AnyDepthIsWrittenAsJSON) {
