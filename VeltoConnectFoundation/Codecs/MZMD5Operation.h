@@ -6,6 +6,7 @@
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -60,6 +61,10 @@ public:
     void setFile(std::optional<std::string> file);
 
 private:
+    std::optional<std::string> compute(velto::InputStream* stream,
+                                       std::size_t readSize,
+                                       velto::Error* error);
+
     mutable velto::Lock lock_;
     std::optional<std::string> file_ VELTO_GUARDED_BY(lock_);
     std::atomic<bool> cancelled_ = false;

@@ -1,0 +1,166 @@
+#include <Tests/Support/IsError.h>
+#include <Tests/Support/RandomSeed.h>
+#include <Tests/Support/ScopedUserDefaults.h>
+#include <Tests/Support/TemporaryDirectory.h>
+#include <VeltoConnectFoundation/Codecs/MZBase64EncodingUtilities.h>
+#include <VeltoConnectFoundation/Codecs/MZCompressionUtilities.h>
+#include <VeltoConnectFoundation/Platform/UserDefaults.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+namespace {
+
+using velto::Data;
+using velto::Dictionary;
+using velto::Error;
+using velto::testing::IsError;
+
+constexpr std::string_view abc = "900150983cd24fb0d6963f7d28e17f72";
+
+MZBase64EncodingUtilities plainUtilities() {
+    auto utilities = MZBase64EncodingUtilities::utilities();
+    utilities.setCompressing(false);
+    return utilities;
+}
+
+TEST(MZBase64EncodingUtilities, HoldsTheChecksumAndOneContent) {
+    EXPECT_EQ(plainUtilities().encodedData(Data(std::string_view("abc"))),
+              (Dictionary{{"Checksum", abc}, {"Content", "YWJj\n"}}));
+    EXPECT_EQ(plainUtilities().encodedData(Data()),
+              (Dictionary{{"Checksum", "d41d8cd98f00b204e9800998ecf8427e"}, {"Content", ""}}));
+
+    const auto content =
+        MZBase64EncodingUtilities::defaultUtilities().encodedData(Data(std::string_view("abc")));
+    ASSERT_TRUE(content);
+    EXPECT_EQ(content->size(), 2U);
+    EXPECT_EQ((*content)["Checksum"].string(), abc);
+    EXPECT_TRUE((*content)["GzipContent"].string().starts_with("H4sI"));
+    EXPECT_TRUE((*content)["GzipContent"].string().ends_with("\n"));
+}
+
+TEST(MZBase64EncodingUtilities, ReadsWhatItWrites) {
+    std::mt19937_64 random(velto::testing::randomSeed());
+    for (int round = 0; round < 300; ++round) {
+        auto utilities = MZBase64EncodingUtilities::utilities();
+        utilities.setCompressing(random() % 2 == 0);
+        std::string bytes(random() % 10000, '\0');
+        for (char& byte : bytes) {
+            byte = static_cast<char>(random() % 20);
+        }
+        const auto content = utilities.encodedData(Data(std::string_view(bytes)));
+        ASSERT_TRUE(content);
+        const auto back = utilities.decodedData(*content);
+        ASSERT_TRUE(back);
+        ASSERT_EQ(back->view(), bytes);
+    }
+}
+
+TEST(MZBase64EncodingUtilities, ChecksWhatItReads) {
+    const velto::testing::ScopedUserDefaults defaults;
+    velto::UserDefaults::shared().setArguments({{MZInflatedSizeLimit, 1000}});
+    const auto large = MZBase64EncodingUtilities::defaultUtilities().encodedData(
+        Data(std::string_view(std::string(1001, 'x'))));
+    ASSERT_TRUE(large);
+    struct Row {
+        const char* name;
+        Dictionary content;
+        std::string_view bytes;
+        std::string_view domain;
+        std::int64_t code;
+        std::string description;
+    };
+    constexpr std::string_view base64 = "MZBase64EncodingErrorDomain";
+    constexpr std::string_view gzip = "MZCompressionUtiltitiesErrorDomain";
+    const std::string neither =
+        "The content dictionary has no text under “GzipContent” or “Content”.";
+    const Row rows[] = {
+        {"checksum in capitals",
+         {{"Checksum", "900150983CD24FB0D6963F7D28E17F72"}, {"Content", "YWJj"}},
+         "abc",
+         {},
+         0,
+         {}},
+        {"no checksum", {{"Content", "YWJj"}}, "abc", {}, 0, {}},
+        {"wrong checksum",
+         {{"Checksum", "0"}, {"Content", "YWJj"}},
+         {},
+         base64,
+         -17001,
+         "Actual checksum (900150983cd24fb0d6963f7d28e17f72) did not match expected checksum "
+         "(0)."},
+        {"not base64",
+         {{"Content", "YW Jj"}},
+         {},
+         base64,
+         -17001,
+         "Illegal base64 input character: 0x20 ( )"},
+        {"gzip first",
+         {{"Content", "YWJj"}, {"GzipContent", "YWJj"}},
+         {},
+         gzip,
+         -3,
+         "Unable to perform compression action: incorrect header check (-3)"},
+        {"above the limit",
+         *large,
+         {},
+         gzip,
+         -4,
+         "Unable to perform compression action: General memory error (-4)"},
+        {"neither content", {{"Checksum", abc}}, {}, base64, -17003, neither},
+        {"nothing", {}, {}, base64, -17003, neither},
+        {"content of another kind", {{"Content", 5}}, {}, base64, -17003, neither},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Error error;
+        const auto data =
+            MZBase64EncodingUtilities::defaultUtilities().decodedData(row.content, &error);
+        ASSERT_EQ(data.has_value(), row.domain.empty());
+        if (data) {
+            EXPECT_EQ(data->view(), row.bytes);
+        } else {
+            EXPECT_THAT(error, IsError(row.domain, row.code));
+            EXPECT_EQ(error.localizedDescription(), row.description);
+        }
+    }
+}
+
+TEST(MZBase64EncodingUtilities, TheTextIsInItsEncoding) {
+    auto utilities = plainUtilities();
+    EXPECT_EQ(utilities.encoding(), MZBase64EncodingUtilities::defaultEncoding());
+    utilities.setEncoding(velto::TextEncoding::utf16LittleEndian);
+    // "TA==" and its line end are no whole number of units; "TAA=" is three bytes, less so.
+    Error error;
+    EXPECT_FALSE(utilities.encodedData(Data(std::string_view("\x4c")), &error));
+    EXPECT_THAT(error, IsError(velto::GeneralErrorDomain, EILSEQ));
+    utilities.setEncoding(velto::TextEncoding::isoLatin1);
+    const auto content = utilities.encodedData(Data(std::string_view("abc")));
+    ASSERT_TRUE(content);
+    EXPECT_EQ((*content)["Content"].string(), "YWJj\n");
+    EXPECT_EQ(utilities.decodedData(*content)->view(), "abc");
+    EXPECT_FALSE(utilities.decodedData({{"Content", "€"}}, &error));
+    EXPECT_THAT(error, IsError(velto::GeneralErrorDomain, EILSEQ));
+}
+
+TEST(MZBase64EncodingUtilities, EncodesFilesInOrderUpToTheFirstFailure) {
+    const velto::testing::TemporaryDirectory folder;
+    const std::string first = folder.write("first", "abc");
+    const std::string second = folder.write("second", "");
+    const auto utilities = plainUtilities();
+    EXPECT_EQ(utilities.encodedFileAtPath(first),
+              utilities.encodedData(Data(std::string_view("abc"))));
+    EXPECT_EQ(utilities.encodedFilesAtPaths({first, second}),
+              utilities.encodeDatas({Data(std::string_view("abc")), Data()}));
+    EXPECT_EQ(utilities.encodeDatas({})->size(), 0U);
+    Error error;
+    EXPECT_FALSE(
+        utilities.encodedFilesAtPaths({first, folder.at("missing"), folder.path()}, &error));
+    EXPECT_THAT(error, IsError(velto::POSIXErrorDomain, ENOENT));
+    EXPECT_FALSE(utilities.encodedFileAtPath(folder.path().string(), &error));
+    EXPECT_THAT(error, IsError(velto::POSIXErrorDomain, EISDIR));
+}
+
+}  // namespace
