@@ -1,11 +1,16 @@
-// Reads whole documents into trees beside two peers, and destroys them; prints how many times as
-// long as ours each peer takes.
+// Reads whole documents into trees, and destroys them, beside the readers a user would pick; and by
+// a stream of 8192-byte blocks in each encoding. "ours" counts the tree's memory too.
 //
-// usage: JSONDocumentsBenchmark --json-folder=DIR [Google Benchmark's options]
+// usage: JSONDocumentsBenchmark [Google Benchmark's options] --json-folder=DIR
+
+#include <Benchmarks/Codecs/JSONDocuments.h>
 
 #include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
 
 #include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <simdjson.h>
+#include <boost/json.hpp>
 #include <nlohmann/json.hpp>
 
 #if defined(__SSE2__)
@@ -14,140 +19,167 @@
 #include <rapidjson/document.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
+#include <cstring>
 
 namespace {
 
-/// Who reads, in the order of the table. The first one is ours.
-enum class Reader { ours, oursStreamed, rapid, rapidExact, nlohmann };
+std::size_t allocations = 0;
 
-const char* const readerNames[] = {"ours", "ours streamed", "RapidJSON", "RapidJSON exact",
-                                   "nlohmann"};
+}  // namespace
 
-bool readOnce(Reader reader, const std::string& text, const velto::Data& data) {
-    switch (reader) {
-        case Reader::ours: {
-            MZJSONDeserializer deserializer;
-            return !deserializer.deserializeJSONData(data).isNone();
-        }
-        case Reader::oursStreamed: {
-            MZJSONDeserializer deserializer;
-            const auto stream = velto::InputStream::withData(data);
-            stream->open();
-            return !deserializer.deserializeJSONStream(stream).isNone();
-        }
-        case Reader::rapid: {
-            rapidjson::Document document;
-            document.Parse(text.data(), text.size());
-            return !document.HasParseError();
-        }
-        case Reader::rapidExact: {
-            // Numbers to the last bit and texts that are checked, as ours does.
-            rapidjson::Document document;
-            document
-                .Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseValidateEncodingFlag>(
-                    text.data(), text.size());
-            return !document.HasParseError();
-        }
-        case Reader::nlohmann:
-            return !nlohmann::json::parse(text, nullptr, false).is_discarded();
-    }
-    return false;
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+
+void* malloc(std::size_t size) {
+    ++allocations;
+    return __libc_malloc(size);
+}
+void* realloc(void* block, std::size_t size) {
+    ++allocations;
+    return __libc_realloc(block, size);
+}
 }
 
-void measure(benchmark::State& state, Reader reader, const std::string& text) {
-    const velto::Data data(text);
-    for ([[maybe_unused]] const auto& step : state) {
-        if (!readOnce(reader, text, data)) {
-            state.SkipWithError("the document was refused");
-            break;
-        }
-    }
-    state.SetBytesProcessed(static_cast<std::int64_t>(text.size()) * state.iterations());
+namespace {
+
+using velto::TextEncoding;
+
+velto::Value readData(const velto::Data& data) {
+    return MZJSONDeserializer().deserializeJSONData(data);
 }
 
-/// The usual lines, and the shortest time of each reader for the table.
-class RatioReporter final : public benchmark::ConsoleReporter {
+/// Gives at most 8192 bytes at a time.
+class BlockStream final : public velto::InputStream {
 public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                double& shortest =
-                    times_.try_emplace(run.run_name.function_name, 1e300).first->second;
-                shortest = std::min(shortest, run.GetAdjustedCPUTime());
-            }
-        }
-    }
+    explicit BlockStream(std::string_view bytes) : bytes_(bytes) {}
 
-    void printRatios(const std::vector<std::string>& documents) const {
-        std::printf("\ntimes as long as ours:\n%-24s", "");
-        for (const char* name : readerNames) {
-            std::printf("%16s", name);
-        }
-        for (const std::string& document : documents) {
-            const auto ours = times_.find(document + "/" + readerNames[0]);
-            if (ours == times_.end()) {
-                continue;
-            }
-            std::printf("\n%-24s", document.c_str());
-            for (const char* name : readerNames) {
-                const auto time = times_.find(document + "/" + name);
-                std::printf("%16.2f", time == times_.end() ? 0.0 : time->second / ours->second);
-            }
-        }
-        std::printf("\n");
+    void open() override {}
+    void close() override {}
+    velto::StreamStatus streamStatus() const override {
+        return bytes_.empty() ? velto::StreamStatus::atEnd : velto::StreamStatus::open;
+    }
+    velto::Error streamError() const override { return {}; }
+    std::ptrdiff_t read(std::uint8_t* buffer, std::size_t length) override {
+        const std::size_t count = std::min({length, bytes_.size(), std::size_t{8192}});
+        std::memcpy(buffer, bytes_.data(), count);
+        bytes_.remove_prefix(count);
+        return static_cast<std::ptrdiff_t>(count);
     }
 
 private:
-    std::map<std::string, double> times_;
+    std::string_view bytes_;
 };
+
+bool readStream(const std::string& bytes) {
+    return !MZJSONDeserializer()
+                .deserializeJSONStream(std::make_shared<BlockStream>(bytes))
+                .isNone();
+}
+
+template <unsigned flags>
+bool readRapidJSON(const std::string& text) {
+    rapidjson::Document document;
+    document.Parse<flags>(text.data(), text.size());
+    return !document.HasParseError();
+}
+
+bool readBoost(const std::string& text) {
+    boost::json::monotonic_resource resource;
+    boost::json::error_code error;
+    const boost::json::value document = boost::json::parse(text, error, &resource);
+    return !error && document.is_structured();
+}
+
+bool readSimdjson(const simdjson::padded_string& text) {
+    simdjson::dom::parser parser;
+    return parser.parse(text).error() == simdjson::SUCCESS;
+}
+
+std::size_t countValues(const velto::Value& value) {
+    std::size_t count = 1;
+    for (const velto::Value& element : value.array()) {
+        count += countValues(element);
+    }
+    for (const auto& entry : value.dictionary()) {
+        count += countValues(entry.key) + countValues(entry.value);
+    }
+    return count;
+}
+
+std::size_t bytesInUse() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+void readOurs(benchmark::State& state, const std::string& text) {
+    const velto::Data data(text);
+    for ([[maybe_unused]] const auto& step : state) {
+        if (readData(data).isNone()) {
+            state.SkipWithError("the document was refused");
+            return;
+        }
+    }
+    const std::size_t bytesBefore = bytesInUse();
+    const std::size_t allocationsBefore = allocations;
+    const velto::Value tree = readData(data);
+    const auto allocated = static_cast<double>(allocations - allocationsBefore);
+    const auto bytes = static_cast<double>(bytesInUse() - bytesBefore);
+    state.counters["bytes_per_byte"] = bytes / static_cast<double>(text.size());
+    state.counters["allocations_per_value"] = allocated / static_cast<double>(countValues(tree));
+}
+
+/// Adds a row that reads `input`, which stands for `bytes` bytes.
+template <class Input, class Read>
+void add(const std::string& name, const Input& input, std::size_t bytes, Read read) {
+    benchmark::RegisterBenchmark(name.c_str(), [&input, bytes, read](benchmark::State& state) {
+        for ([[maybe_unused]] const auto& step : state) {
+            if (!read(input)) {
+                state.SkipWithError("the document was refused");
+                break;
+            }
+        }
+        state.SetBytesProcessed(static_cast<std::int64_t>(bytes) * state.iterations());
+    })->Unit(benchmark::kMicrosecond);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    constexpr std::string_view option = "--json-folder=";
-    std::filesystem::path folder;
-    std::vector<char*> arguments;
-    for (int i = 0; i < argc; ++i) {
-        const std::string_view argument = argv[i];
-        if (argument.starts_with(option)) {
-            folder = argument.substr(option.size());
-        } else {
-            arguments.push_back(argv[i]);
+    benchmark::Initialize(&argc, argv);
+    const auto documents = documentsOfArguments(argc, argv);
+    const struct {
+        const char* name;
+        TextEncoding encoding;
+    } streams[] = {
+        {"ours, stream of UTF-8", TextEncoding::utf8},
+        {"ours, stream of UTF-16LE", TextEncoding::utf16LittleEndian},
+        {"ours, stream of UTF-16BE", TextEncoding::utf16BigEndian},
+        {"ours, stream of UTF-32LE", TextEncoding::utf32LittleEndian},
+        {"ours, stream of UTF-32BE", TextEncoding::utf32BigEndian},
+    };
+    std::map<std::string, std::string> encoded;
+    std::map<std::string, simdjson::padded_string> padded;
+    for (const auto& [document, text] : documents) {
+        benchmark::RegisterBenchmark((document + "/ours").c_str(), readOurs, text)
+            ->Unit(benchmark::kMicrosecond);
+        for (const auto& stream : streams) {
+            const std::string name = document + '/' + stream.name;
+            const auto& bytes = encoded[name] = velto::encodeText(text, stream.encoding).value();
+            add(name, bytes, text.size(), readStream);
         }
+        add(document + "/RapidJSON", text, text.size(), readRapidJSON<rapidjson::kParseNoFlags>);
+        // Numbers to the last bit and texts that are checked, as ours does.
+        add(document + "/RapidJSON, exact", text, text.size(),
+            readRapidJSON<rapidjson::kParseFullPrecisionFlag |
+                          rapidjson::kParseValidateEncodingFlag>);
+        add(document + "/Boost.JSON", text, text.size(), readBoost);
+        add(document + "/nlohmann", text, text.size(), [](const std::string& bytes) {
+            return !nlohmann::json::parse(bytes, nullptr, false).is_discarded();
+        });
+        const auto& copy = padded.try_emplace(document, text).first->second;
+        add(document + "/simdjson DOM", copy, text.size(), readSimdjson);
     }
-    int count = static_cast<int>(arguments.size());
-    benchmark::Initialize(&count, arguments.data());
-    if (folder.empty() || benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
-        std::fprintf(stderr, "usage: %s --json-folder=DIR\n", argv[0]);
-        return 2;
-    }
-    std::map<std::string, std::string> documents;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        if (entry.path().extension() == ".json") {
-            std::ifstream file(entry.path(), std::ios::binary);
-            documents[entry.path().stem()].assign(std::istreambuf_iterator<char>(file), {});
-        }
-    }
-    std::vector<std::string> names;
-    for (const auto& document : documents) {
-        names.push_back(document.first);
-        for (std::size_t i = 0; i < std::size(readerNames); ++i) {
-            benchmark::RegisterBenchmark((document.first + "/" + readerNames[i]).c_str(),
-                                         [i, &document](benchmark::State& state) {
-                                             measure(state, static_cast<Reader>(i),
-                                                     document.second);
-                                         })
-                ->Unit(benchmark::kMicrosecond);
-        }
-    }
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatios(names);
+    benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -1,7 +1,9 @@
-// Writes trees as JSON documents beside another writer, and the text of doubles beside the standard
+// Writes trees as JSON documents beside other writers, and the text of doubles beside the standard
 // library.
 //
-// usage: JSONWriteBenchmark --json-folder=DIR [Google Benchmark's options]
+// usage: JSONWriteBenchmark [Google Benchmark's options] --json-folder=DIR
+
+#include <Benchmarks/Codecs/JSONDocuments.h>
 
 #include <VeltoConnectFoundation/Codecs/MZJSONSerializer.h>
 #include <VeltoConnectFoundation/Platform/DoubleText.h>
@@ -10,14 +12,13 @@
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <boost/json.hpp>
+#include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -59,38 +60,39 @@ Value valueFrom(const rapidjson::Value& document) {
     return velto::Null{};
 }
 
-void addDocument(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    const std::string text(std::istreambuf_iterator<char>(file), {});
-    auto document = std::make_shared<rapidjson::Document>();
-    if (document->Parse(text.data(), text.size()).HasParseError()) {
-        std::cerr << path << ": no JSON document\n";
-        std::exit(1);
-    }
-    const std::string name = path.stem().string();
-    const Value value = valueFrom(*document);
-    benchmark::RegisterBenchmark((name + "/ours").c_str(), [value](benchmark::State& state) {
-        const MZJSONSerializer serializer;
+/// Adds a row whose `write` makes a text and answers its length.
+template <class Write>
+void add(const std::string& name, Write write) {
+    benchmark::RegisterBenchmark(name.c_str(), [write](benchmark::State& state) {
         std::size_t bytes = 0;
-        for (auto _ : state) {
-            const auto data = serializer.serializeToJSON(value);
-            bytes += data->length();
-            benchmark::DoNotOptimize(data->bytes());
+        for ([[maybe_unused]] const auto& step : state) {
+            bytes += write();
         }
         state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
+    })->Unit(benchmark::kMicrosecond);
+}
+
+void addDocument(const std::string& name, const std::string& text) {
+    auto document = std::make_shared<rapidjson::Document>();
+    if (document->Parse(text.data(), text.size()).HasParseError()) {
+        std::cerr << name << ": no JSON document\n";
+        std::exit(1);
+    }
+    add(name + "/ours", [value = valueFrom(*document)] {
+        const auto data = MZJSONSerializer().serializeToJSON(value);
+        benchmark::DoNotOptimize(data->bytes());
+        return data->length();
     });
-    benchmark::RegisterBenchmark((name + "/rapidjson").c_str(),
-                                 [document](benchmark::State& state) {
-                                     std::size_t bytes = 0;
-                                     for (auto _ : state) {
-                                         rapidjson::StringBuffer buffer;
-                                         rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-                                         document->Accept(writer);
-                                         bytes += buffer.GetSize();
-                                         benchmark::DoNotOptimize(buffer.GetString());
-                                     }
-                                     state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
-                                 });
+    add(name + "/RapidJSON", [document] {
+        rapidjson::StringBuffer buffer;
+        rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+        document->Accept(writer);
+        benchmark::DoNotOptimize(buffer.GetString());
+        return buffer.GetSize();
+    });
+    add(name + "/Boost.JSON",
+        [value = boost::json::parse(text)] { return boost::json::serialize(value).size(); });
+    add(name + "/nlohmann", [value = nlohmann::json::parse(text)] { return value.dump().size(); });
 }
 
 std::vector<double> numbers(const std::string& kind) {
@@ -121,20 +123,9 @@ void runDoubles(benchmark::State& state, const std::string& kind, Write write) {
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    constexpr std::string_view option = "--json-folder=";
-    if (argc != 2 || !std::string_view(argv[1]).starts_with(option)) {
-        std::cerr << "usage: " << argv[0] << " --json-folder=DIR\n";
-        return 2;
+    for (const auto& [name, text] : documentsOfArguments(argc, argv)) {
+        addDocument(name, text);
     }
-    const std::filesystem::path folder = argv[1] + option.size();
-    std::vector<std::filesystem::path> paths;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        if (entry.path().extension() == ".json") {
-            paths.push_back(entry.path());
-        }
-    }
-    std::sort(paths.begin(), paths.end());
-    std::for_each(paths.begin(), paths.end(), addDocument);
     for (const std::string kind : {"coordinates", "integers", "uniform"}) {
         benchmark::RegisterBenchmark(
             ("doubles/" + kind + "/ours").c_str(),
