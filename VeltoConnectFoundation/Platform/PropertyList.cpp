@@ -211,8 +211,11 @@ std::optional<Value> parseXML(std::string_view bytes, Error* error) {
 /// Reads objects where the table of offsets says they are. Whatever the table says, levels and the
 /// expanded size are bounded: an object may be referred to many times.
 class BinaryReader {
+    static constexpr std::uint64_t highestBudget = std::uint64_t{16} << 20;
+
 public:
-    explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+    explicit BinaryReader(std::string_view bytes)
+        : bytes_(bytes), budget_(std::min(highestBudget, 65536 + 256 * bytes.size())) {}
 
     std::optional<Value> read() {
         constexpr std::size_t trailerSize = 32;
@@ -407,7 +410,7 @@ private:
     std::size_t referenceSize_ = 0;
     std::uint64_t count_ = 0;
     std::size_t table_ = 0;
-    std::uint64_t budget_ = std::uint64_t{16} << 20;  ///< Bytes that may still be expanded.
+    std::uint64_t budget_;  ///< Bytes that may still be expanded.
 };
 
 // Writing.
