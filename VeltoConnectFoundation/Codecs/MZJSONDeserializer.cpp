@@ -345,7 +345,7 @@ Value MZJSONDeserializer::deserializeJSONData(const velto::Data& data, Error* er
     if (MZUTFDetermineEncodingFromBytesWithASCIIFirstCharacter(
             data.bytes(), std::min<std::size_t>(data.length(), 4), markLength, encoding) &&
         encoding == TextEncoding::utf8 && data.length() >= 4) {
-        if (Value document = MZJSONDocumentReader(data.view().substr(markLength)).read()) {
+        if (Value document = MZJSONDocumentReader::readWhole(data.view().substr(markLength))) {
             encoding_ = encoding;
             return document;
         }

@@ -9,7 +9,7 @@
 #include <experimental/simd>
 #include <iterator>
 #include <limits>
-#include <vector>
+#include <utility>
 
 using velto::Value;
 
@@ -33,6 +33,34 @@ bool continuesNumber(char character) noexcept {
 
 bool isWhiteSpace(char character) noexcept {
     return character == ' ' || character == '\n' || character == '\r' || character == '\t';
+}
+
+bool isAfterWhiteSpace(char character) noexcept {
+    return static_cast<unsigned char>(character) > ' ';
+}
+
+/// Most often a single blank, or a line break before an indentation.
+const char* skipRunOfWhiteSpace(const char* at, const char* end) noexcept {
+    while (isWhiteSpace(*at)) {
+        ++at;
+        if (end - at >= static_cast<std::ptrdiff_t>(Block::size()) && isWhiteSpace(*at)) {
+            const Block block(reinterpret_cast<const unsigned char*>(at), simd::element_aligned);
+            const auto other = !((block == static_cast<unsigned char>(' ')) ||
+                                 (block == static_cast<unsigned char>('\n')) ||
+                                 (block == static_cast<unsigned char>('\r')) ||
+                                 (block == static_cast<unsigned char>('\t')));
+            if (simd::any_of(other)) {
+                return at + simd::find_first_set(other);
+            }
+            at += Block::size();
+        }
+    }
+    return at;
+}
+
+/// Ends at the first other character, which there is at `end` at the latest.
+const char* skipWhiteSpace(const char* at, const char* end) noexcept {
+    return isAfterWhiteSpace(*at) ? at : skipRunOfWhiteSpace(at, end);
 }
 
 bool isControl(char character) noexcept {
@@ -158,27 +186,39 @@ double quotient(std::uint64_t mantissa, std::size_t places) noexcept {
     return static_cast<double>(rounded) * std::bit_cast<double>(exponent << 52);
 }
 
+constexpr std::array<std::uint64_t, 8> wholePowersOfTen = {1,      10,      100,       1'000,
+                                                           10'000, 100'000, 1'000'000, 10'000'000};
+
 /// Appends the digits from `at` on to `mantissa`, modulo 2^64. Ends at the first other character,
-/// which there is before `end`.
-const char* readDigits(const char* at, const char* end, std::uint64_t& mantissa) noexcept {
+/// which there is at `end` at the latest.
+[[gnu::always_inline]] inline const char* readDigits(const char* at,
+                                                     const char* end,
+                                                     std::uint64_t& mantissa) noexcept {
     if constexpr (std::endian::native == std::endian::little) {
+        // Eight characters at a time, however many of them are digits: a loop over a few digits
+        // ends where the processor does not expect it.
         while (end - at >= 8) {
-            std::uint64_t bytes;
-            std::memcpy(&bytes, at, sizeof bytes);
-            // Each byte is a digit: its high half 3, also after adding 6.
-            if (((bytes & 0xF0F0F0F0F0F0F0F0) |
-                 (((bytes + 0x0606060606060606) & 0xF0F0F0F0F0F0F0F0) >> 4)) !=
-                0x3333333333333333) {
-                break;
+            std::uint64_t digits;
+            std::memcpy(&digits, at, sizeof digits);
+            digits ^= 0x3030303030303030;
+            const std::uint64_t others =
+                ((digits + 0x7676767676767676) | digits) & 0x8080808080808080;
+            const int count = others == 0 ? 8 : std::countr_zero(others) / 8;
+            if (count == 0) {
+                return at;
             }
-            // Pairs of digits, then of pairs, then of fours.
-            bytes -= 0x3030303030303030;
-            bytes = bytes * 10 + (bytes >> 8);
-            bytes = ((bytes & 0x000000FF000000FF) * 0x000F424000000064 +
-                     ((bytes >> 16) & 0x000000FF000000FF) * 0x0000271000000001) >>
-                    32;
-            mantissa = mantissa * 100'000'000 + bytes;
-            at += 8;
+            // With zeros in front for the rest: pairs of digits, then of pairs, then of fours.
+            digits <<= 64 - 8 * count;
+            digits = digits * 10 + (digits >> 8);
+            digits = ((digits & 0x000000FF000000FF) * 0x000F424000000064 +
+                      ((digits >> 16) & 0x000000FF000000FF) * 0x0000271000000001) >>
+                     32;
+            at += count;
+            if (count < 8) {
+                mantissa = mantissa * wholePowersOfTen[static_cast<std::size_t>(count)] + digits;
+                return at;
+            }
+            mantissa = mantissa * 100'000'000 + digits;
         }
     }
     for (; isDigit(*at); ++at) {
@@ -189,208 +229,207 @@ const char* readDigits(const char* at, const char* end, std::uint64_t& mantissa)
 
 }  // namespace
 
-/// A container that is open.
-struct MZJSONDocumentReader::Container {
-    std::size_t first;  ///< Where its values begin on the builder's stack.
-    bool isDictionary;
-};
-
-MZJSONDocumentReader::MZJSONDocumentReader(std::string_view text)
-    : at_(text.data()), end_(text.data() + text.size()), builder_(text.size()) {
+MZJSONDocumentReader::MZJSONDocumentReader(std::size_t expectedBytes) : builder_(expectedBytes) {
 }
 
-Value MZJSONDocumentReader::read() {
-    while (end_ != at_ && isWhiteSpace(end_[-1])) {
-        --end_;
+Value MZJSONDocumentReader::readWhole(std::string_view text) {
+    const char* end = text.data() + text.size();
+    while (end != text.data() && isWhiteSpace(end[-1])) {
+        --end;
     }
-    // With a bracket at the end, no number, literal or white space needs a look at the end.
-    if (end_ == at_ || (end_[-1] != ']' && end_[-1] != '}')) {
-        return {};
-    }
-    skipWhiteSpace();
-    return readContainers() ? builder_.finish() : Value();
+    const char* at = text.data();
+    // The bracket at the end stops whatever runs on.
+    const bool isBracketed = end != at && (end[-1] == ']' || end[-1] == '}');
+    MZJSONDocumentReader reader(text.size());
+    return isBracketed && reader.read(at, end) == Progress::ended && at == end ? reader.document()
+                                                                               : Value();
 }
 
-void MZJSONDocumentReader::skipWhiteSpace() noexcept {
-    if (!isWhiteSpace(*at_)) [[likely]] {
-        return;
-    }
-    // Most often a single blank, or a line break before an indentation.
-    ++at_;
-    while (isWhiteSpace(*at_)) {
-        if (end_ - at_ >= static_cast<std::ptrdiff_t>(Block::size())) {
-            const Block block(reinterpret_cast<const unsigned char*>(at_), simd::element_aligned);
-            const auto other = !((block == static_cast<unsigned char>(' ')) ||
-                                 (block == static_cast<unsigned char>('\n')) ||
-                                 (block == static_cast<unsigned char>('\r')) ||
-                                 (block == static_cast<unsigned char>('\t')));
-            if (simd::any_of(other)) {
-                at_ += simd::find_first_set(other);
-                return;
-            }
-            at_ += Block::size();
-        } else {
-            ++at_;
+MZJSONDocumentReader::Progress MZJSONDocumentReader::read(const char*& position, const char* end) {
+    const char* at = position;
+    Container container = container_;
+    bool isAfterValue = isAfterValue_;
+    const auto leave = [&](Progress progress) {
+        container_ = container;
+        isAfterValue_ = isAfterValue;
+        position = at;
+        return progress;
+    };
+    if (containers_.empty()) {
+        at = skipWhiteSpace(at, end);
+        if (*at != '[' && *at != '{') {
+            return leave(at == end ? Progress::wantsMore : Progress::unsure);
         }
-    }
-}
-
-bool MZJSONDocumentReader::readContainers() {
-    std::vector<Container> containers;
-    if (*at_ != '[' && *at_ != '{') {
-        return false;
     }
     for (;;) {
-        switch (*at_) {
-            case '[':
-            case '{': {
-                const bool isDictionary = *at_ == '{';
-                containers.push_back({builder_.size(), isDictionary});
-                ++at_;
-                skipWhiteSpace();
-                if (*at_ != (isDictionary ? '}' : ']')) {
+        if (!isAfterValue) {
+            at = skipWhiteSpace(at, end);
+            const char* next = nullptr;
+            switch (*at) {
+                case '[':
+                case '{':
+                    containers_.push_back(container);
+                    container = {builder_.size(), *at == '{', *at == '{'};
+                    ++at;
                     continue;
-                }
-                break;
-            }
-            case '"':
-                if (!readText()) {
-                    return false;
-                }
-                skipWhiteSpace();
-                break;
-            case 't':
-                if (!readLiteral("true")) {
-                    return false;
-                }
-                builder_.push(true);
-                break;
-            case 'f':
-                if (!readLiteral("false")) {
-                    return false;
-                }
-                builder_.push(false);
-                break;
-            case 'n':
-                if (!readLiteral("null")) {
-                    return false;
-                }
-                builder_.pushNull();
-                break;
-            default:
-                if (!readNumber()) {
-                    return false;
-                }
-                skipWhiteSpace();
-                break;
-        }
-        // After a value: close what ends here, then go on to the next one.
-        for (;;) {
-            const Container container = containers.back();
-            const char next = *at_;
-            if (next == (container.isDictionary ? '}' : ']')) {
-                if (container.isDictionary) {
-                    if ((builder_.size() - container.first) % 2 != 0) {
-                        return false;
+                case ']':
+                case '}':
+                    // Right after the bracket that opens.
+                    if (container.isDictionary != (*at == '}') ||
+                        builder_.size() != container.first) {
+                        return leave(Progress::unsure);
                     }
-                    builder_.closeDictionary(container.first);
-                } else {
-                    builder_.closeArray(container.first);
-                }
-                containers.pop_back();
-                ++at_;
-                if (containers.empty()) {
-                    return at_ == end_;
-                }
-                if (at_ == end_) {
-                    return false;
-                }
-                skipWhiteSpace();
-                continue;
+                    isAfterValue = true;
+                    container.isKey = false;
+                    continue;
+                case '"':
+                    next = readText(at, end);
+                    break;
+                case 't':
+                    next = readLiteral(at, end, "true");
+                    if (next != nullptr) {
+                        builder_.push(true);
+                    }
+                    break;
+                case 'f':
+                    next = readLiteral(at, end, "false");
+                    if (next != nullptr) {
+                        builder_.push(false);
+                    }
+                    break;
+                case 'n':
+                    next = readLiteral(at, end, "null");
+                    if (next != nullptr) {
+                        builder_.pushNull();
+                    }
+                    break;
+                default:
+                    next = readNumber(at, end);
+                    break;
             }
-            const bool afterKey =
-                container.isDictionary && (builder_.size() - container.first) % 2 != 0;
-            if (next != (afterKey ? ':' : ',')) {
-                return false;
+            if (next == nullptr) {
+                return leave(std::exchange(failure_, Progress::unsure));
             }
-            ++at_;
-            skipWhiteSpace();
-            break;
+            at = next;
+            isAfterValue = true;
+        }
+        at = skipWhiteSpace(at, end);
+        if (container.isKey) {
+            if (*at != ':') {
+                return leave(at == end ? Progress::wantsMore : Progress::unsure);
+            }
+            container.isKey = false;
+            isAfterValue = false;
+            ++at;
+            continue;
+        }
+        if (*at == ',') {
+            container.isKey = container.isDictionary;
+            isAfterValue = false;
+            ++at;
+            continue;
+        }
+        if (at == end || *at != (container.isDictionary ? '}' : ']')) {
+            return leave(at == end ? Progress::wantsMore : Progress::unsure);
+        }
+        if (container.isDictionary) {
+            builder_.closeDictionary(container.first);
+        } else {
+            builder_.closeArray(container.first);
+        }
+        ++at;
+        container = containers_.back();
+        containers_.pop_back();
+        if (containers_.empty()) {
+            return leave(Progress::ended);
+        }
+        if (at == end) {
+            return leave(Progress::wantsMore);
         }
     }
 }
 
-bool MZJSONDocumentReader::readLiteral(std::string_view literal) {
-    if (static_cast<std::size_t>(end_ - at_) <= literal.size() ||
-        std::string_view(at_, literal.size()) != literal) {
-        return false;
-    }
-    at_ += literal.size();
-    skipWhiteSpace();
-    return true;
+/// For a token that the end cuts off, perhaps.
+const char* MZJSONDocumentReader::cutOff() noexcept {
+    failure_ = Progress::wantsMore;
+    return nullptr;
 }
 
-bool MZJSONDocumentReader::readText() {
-    const char* begin = ++at_;
+const char* MZJSONDocumentReader::readLiteral(const char* at,
+                                              const char* end,
+                                              std::string_view literal) noexcept {
+    if (static_cast<std::size_t>(end - at) < literal.size()) {
+        return cutOff();
+    }
+    return std::string_view(at, literal.size()) == literal ? at + literal.size() : nullptr;
+}
+
+const char* MZJSONDocumentReader::readText(const char* at, const char* end) {
+    const char* const begin = at + 1;
     bool isPlain = true;
-    at_ = findSpecial(begin, end_, isPlain);
-    while (at_ != end_ && *at_ != '"') {
-        if (*at_ == '\\') {
-            return readEscapedText(begin);
+    at = findSpecial(begin, end, isPlain);
+    while (at != end && *at != '"') {
+        if (*at == '\\') {
+            return readEscapedText(begin, at, end);
         }
-        if (*at_ == '\t' || *at_ == '\n' || *at_ == '\r') {
-            return false;
+        if (*at == '\t' || *at == '\n' || *at == '\r') {
+            return nullptr;
         }
-        at_ = findSpecial(at_ + 1, end_, isPlain);
+        at = findSpecial(at + 1, end, isPlain);
     }
-    if (at_ == end_) {
-        return false;
+    if (at == end) {
+        return cutOff();
     }
-    const auto length = static_cast<std::size_t>(at_ - begin);
+    const auto length = static_cast<std::size_t>(at - begin);
     if (!isPlain && !velto::isValidUTF8({begin, length})) {
-        return false;
+        return nullptr;
     }
-    if (length <= Builder::shortText && end_ - begin >= std::ptrdiff_t{Builder::shortText}) {
+    // Before the quotation mark at least a bracket has been read.
+    if (length <= Builder::shortText && end - begin >= std::ptrdiff_t{Builder::shortText}) {
         builder_.pushShortText(begin, length);
     } else {
         builder_.pushText(begin, length);
     }
-    ++at_;
-    return true;
+    return at + 1;
 }
 
-/// `at_` is at the first backslash.
-bool MZJSONDocumentReader::readEscapedText(const char* begin) {
+/// `at` is at the first backslash.
+const char* MZJSONDocumentReader::readEscapedText(const char* begin,
+                                                  const char* at,
+                                                  const char* end) {
     // Where the text ends, for it never gets longer by what escapes stand for.
     bool isPlain = true;
     const char* last = begin;
     for (;;) {
-        last = findSpecial(last, end_, isPlain);
-        if (last == end_ || *last == '\t' || *last == '\n' || *last == '\r') {
-            return false;
+        last = findSpecial(last, end, isPlain);
+        if (last == end) {
+            return cutOff();
+        }
+        if (*last == '\t' || *last == '\n' || *last == '\r') {
+            return nullptr;
         }
         if (*last == '"') {
             break;
         }
         last += *last == '\\' ? 2 : 1;
-        if (last >= end_) {
-            return false;
+        if (last >= end) {
+            return cutOff();
         }
     }
     if (!isPlain && !velto::isValidUTF8({begin, static_cast<std::size_t>(last - begin)})) {
-        return false;
+        return nullptr;
     }
     char* const text = builder_.beginText(static_cast<std::size_t>(last - begin));
     char* out = text;
     for (const char* from = begin;;) {
-        const auto run = static_cast<std::size_t>(at_ - from);
+        const auto run = static_cast<std::size_t>(at - from);
         std::memcpy(out, from, run);
         out += run;
-        if (at_ == last) {
+        if (at == last) {
             break;
         }
-        const char escaped = at_[1];
-        at_ += 2;
+        const char escaped = at[1];
+        at += 2;
         switch (escaped) {
             case 'n':
                 *out++ = '\n';
@@ -413,75 +452,83 @@ bool MZJSONDocumentReader::readEscapedText(const char* begin) {
                 *out++ = escaped;
                 break;
             case 'u': {
-                const int unit = last - at_ >= 4 ? hexadecimal(at_) : -1;
+                const int unit = last - at >= 4 ? hexadecimal(at) : -1;
                 if (unit < 0) {
-                    return false;
+                    return nullptr;
                 }
-                at_ += 4;
+                at += 4;
                 auto character = static_cast<unsigned>(unit);
-                if (unit >= 0xD800 && unit < 0xDC00 && last - at_ >= 6 && at_[0] == '\\' &&
-                    at_[1] == 'u') {
-                    const int second = hexadecimal(at_ + 2);
+                if (unit >= 0xD800 && unit < 0xDC00 && last - at >= 6 && at[0] == '\\' &&
+                    at[1] == 'u') {
+                    const int second = hexadecimal(at + 2);
                     if (second >= 0xDC00 && second < 0xE000) {
                         character = 0x10000U + ((character & 0x3FF) << 10) +
                                     (static_cast<unsigned>(second) & 0x3FF);
-                        at_ += 6;
+                        at += 6;
                     }
                 }
                 out = appendCharacter(out, character);
                 break;
             }
             default:
-                return false;
+                return nullptr;
         }
-        from = at_;
-        at_ = findSpecial(at_, last, isPlain);
-        while (at_ != last && *at_ != '\\') {  // Some control character.
-            at_ = findSpecial(at_ + 1, last, isPlain);
+        from = at;
+        at = findSpecial(at, last, isPlain);
+        while (at != last && *at != '\\') {  // Some control character.
+            at = findSpecial(at + 1, last, isPlain);
         }
     }
     builder_.pushBegunText(static_cast<std::size_t>(out - text));
-    ++at_;
-    return true;
+    return at + 1;
 }
 
-bool MZJSONDocumentReader::readNumber() {
-    const char* const begin = at_;
-    const bool negative = *at_ == '-';
-    at_ += negative ? 1 : 0;
-    const char* const digits = at_;
+const char* MZJSONDocumentReader::readNumber(const char* at, const char* end) {
+    const char* const begin = at;
+    const bool negative = *at == '-';
+    at += negative ? 1 : 0;
+    const char* const digits = at;
     std::uint64_t mantissa = 0;
-    at_ = readDigits(at_, end_, mantissa);
-    const auto whole = at_ - digits;
-    if (!continuesNumber(*at_)) {
+    at = readDigits(at, end, mantissa);
+    const auto whole = at - digits;
+    if (at == end) {
+        return cutOff();
+    }
+    if (!continuesNumber(*at)) {
         // Up to 18 digits fit an integer, whose conversion rounds as that of the text.
         if (whole > 0 && whole <= 18 && (negative || whole == 1 || *digits != '0')) {
             const auto value = static_cast<double>(static_cast<std::int64_t>(mantissa));
             builder_.push(negative ? -value : value);
-            return true;
+            return at;
         }
-    } else if (*at_ == '.') {
-        const char* const fraction = ++at_;
-        at_ = readDigits(at_, end_, mantissa);
-        const auto places = at_ - fraction;
-        if (!continuesNumber(*at_) && whole + places > 0 && whole + places <= longestFraction) {
+    } else if (*at == '.') {
+        const char* const fraction = ++at;
+        at = readDigits(at, end, mantissa);
+        const auto places = at - fraction;
+        if (at == end) {
+            return cutOff();
+        }
+        if (!continuesNumber(*at) && whole + places > 0 && whole + places <= longestFraction) {
             const double value = quotient(mantissa, static_cast<std::size_t>(places));
             if (!std::isnan(value)) [[likely]] {
                 builder_.push(negative ? -value : value);
-                return true;
+                return at;
             }
         }
     }
     if (!isDigit(*begin) && *begin != '-' && *begin != '.') {
-        return false;
+        return nullptr;
     }
-    while (isDigit(*at_) || continuesNumber(*at_)) {
-        ++at_;
+    while (isDigit(*at) || continuesNumber(*at)) {
+        ++at;
     }
-    const MZJSONNumber number(std::string_view(begin, static_cast<std::size_t>(at_ - begin)));
+    if (at == end) {
+        return cutOff();
+    }
+    const MZJSONNumber number(std::string_view(begin, static_cast<std::size_t>(at - begin)));
     if (number.status != MZJSONNumber::Status::valid) {
-        return false;
+        return nullptr;
     }
     builder_.push(number.value);
-    return true;
+    return at;
 }

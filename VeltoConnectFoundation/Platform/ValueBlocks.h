@@ -130,25 +130,33 @@ struct ValueAccess {
         return payload<T>(value.storage_);
     }
 
+    /// A handle as two words, for where it is stored and soon loaded again: one that is put
+    /// together from bytes would have to reach memory first.
+    using Words = std::array<std::uint64_t, 2>;
+    static constexpr std::uint64_t head(ValueKind kind, std::size_t form = 0) noexcept {
+        const auto first = static_cast<std::uint64_t>(kind);
+        return std::endian::native == std::endian::little ? first | form << 8
+                                                          : first << 56 | form << 48;
+    }
+    template <class T>
+    static Words words(ValueKind kind, T content, std::size_t form = 0) noexcept {
+        static_assert(sizeof(T) <= 8);
+        std::uint64_t payload = 0;
+        std::memcpy(&payload, &content, sizeof content);
+        return {head(kind, form), payload};
+    }
+
     template <class T>
     static Storage plain(ValueKind kind, T content) noexcept {
-        static_assert(sizeof(T) <= 8);
-        Storage storage{};
-        storage.kind = kind;
-        std::memcpy(storage.bytes + 6, &content, sizeof content);
-        return storage;
+        return std::bit_cast<Storage>(words(kind, content));
     }
     /// A handle that takes over one ownership of the block.
     static Storage owning(ValueKind kind, Block* block) noexcept {
-        Storage storage = plain(kind, block);
-        storage.form = ownedBlock;
-        return storage;
+        return std::bit_cast<Storage>(words(kind, block, ownedBlock));
     }
     /// A handle for a container of the block's own arena.
-    static Storage within(ValueKind kind, Block* block) noexcept {
-        Storage storage = plain(kind, block);
-        storage.form = arenaBlock;
-        return storage;
+    static Words within(ValueKind kind, Block* block) noexcept {
+        return words(kind, block, arenaBlock);
     }
     /// Text of at most inlineCapacity bytes.
     static Storage shortText(const char* text, std::size_t length) noexcept {
@@ -159,32 +167,24 @@ struct ValueAccess {
         return storage;
     }
 
-    /// The same where inlineCapacity bytes can be read, without a loop or a call.
-    static Storage shortTextOfLonger(const char* text, std::size_t length) noexcept {
-        using Words = std::array<std::uint64_t, 2>;
+    /// The same where 2 bytes before the text and inlineCapacity bytes from its start can be read,
+    /// without a loop or a call.
+    static Words shortTextOfLonger(const char* text, std::size_t length) noexcept {
         static constexpr auto masks = [] {
             std::array<Words, inlineCapacity + 1> result{};
             for (std::size_t count = 0; count < result.size(); ++count) {
-                std::array<std::uint8_t, 16> bytes{0xFF, 0xFF};
+                std::array<std::uint8_t, 16> bytes{};
                 std::fill_n(bytes.begin() + 2, count, std::uint8_t{0xFF});
                 result[count] = std::bit_cast<Words>(bytes);
             }
             return result;
         }();
-        Storage storage{};
-        storage.kind = ValueKind::string;
-        storage.form = static_cast<std::uint8_t>(length);
-        std::memcpy(storage.bytes, text, inlineCapacity);
-        auto words = std::bit_cast<Words>(storage);
-        words[0] &= masks[length][0];
-        words[1] &= masks[length][1];
-        return std::bit_cast<Storage>(words);
+        Words words;
+        std::memcpy(words.data(), text - 2, sizeof words);
+        return {(words[0] & masks[length][0]) | head(ValueKind::string, length),
+                words[1] & masks[length][1]};
     }
-    static Value emptyContainer(ValueKind kind) noexcept {
-        Storage storage{};
-        storage.kind = kind;
-        return Value(storage);
-    }
+    static Value emptyContainer(ValueKind kind) noexcept { return Value(plain(kind, nullptr)); }
     /// The block of the handle has moved.
     static void replaceBlock(Value& value, Block* block) noexcept {
         std::memcpy(value.storage_.bytes + 6, &block, sizeof block);

@@ -37,11 +37,11 @@ ValueBuilder::~ValueBuilder() {
 void ValueBuilder::growStack() {
     const std::size_t used = size();
     const std::size_t capacity = std::max<std::size_t>(64, used * 2);
-    void* memory = std::realloc(stack_, capacity * sizeof(Storage));
+    void* memory = std::realloc(stack_, capacity * sizeof(Words));
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
-    stack_ = static_cast<Storage*>(memory);
+    stack_ = static_cast<Words*>(memory);
     top_ = stack_ + used;
     stackEnd_ = stack_ + capacity;
 }
@@ -66,7 +66,7 @@ void ValueBuilder::addChunk(std::size_t size) {
 void ValueBuilder::closeArray(std::size_t first) {
     const std::size_t count = size() - first;
     if (count == 0) {
-        push(ValueAccess::storage(ValueAccess::emptyContainer(ValueKind::array)));
+        push(ValueAccess::words(ValueKind::array, nullptr));
         return;
     }
     const std::size_t bytes = sizeof(ArrayBlock) + count * sizeof(Value);
@@ -78,7 +78,7 @@ void ValueBuilder::closeArray(std::size_t first) {
     block->capacity = block->count;
     top_ = stack_ + first;
     // Most are too short to be worth a call.
-    auto* values = reinterpret_cast<Storage*>(block->values());
+    auto* values = reinterpret_cast<Words*>(block->values());
     for (std::size_t i = 0; i < count; ++i) {
         values[i] = top_[i];
     }
@@ -88,7 +88,7 @@ void ValueBuilder::closeArray(std::size_t first) {
 void ValueBuilder::closeDictionary(std::size_t first) {
     const std::size_t count = (size() - first) / 2;
     if (count == 0) {
-        push(ValueAccess::storage(ValueAccess::emptyContainer(ValueKind::dictionary)));
+        push(ValueAccess::words(ValueKind::dictionary, nullptr));
         return;
     }
     const std::size_t bytes = DictionaryBlock::bytesFor(checkedCount(count));
@@ -100,7 +100,7 @@ void ValueBuilder::closeDictionary(std::size_t first) {
     block->slots = DictionaryBlock::slotsFor(count);
     std::fill_n(block->table(), block->slots, 0U);
     top_ = stack_ + first;
-    const Storage* source = top_;
+    const Words* source = top_;
     DictionaryEntry* entries = block->entries();
     for (std::size_t i = 0; i < count; ++i, source += 2) {
         const std::uint32_t next = block->count;
@@ -113,7 +113,6 @@ void ValueBuilder::closeDictionary(std::size_t first) {
 }
 
 const Value& ValueBuilder::top(std::size_t below) const noexcept {
-    static_assert(sizeof(Storage) == sizeof(Value));
     return *reinterpret_cast<const Value*>(top_ - 1 - below);
 }
 

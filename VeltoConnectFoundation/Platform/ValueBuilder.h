@@ -16,16 +16,12 @@ public:
 
     std::size_t size() const noexcept { return static_cast<std::size_t>(top_ - stack_); }
 
-    void pushNull() {
-        Storage storage{};
-        storage.kind = ValueKind::null;
-        push(storage);
-    }
-    void push(bool flag) { push(ValueAccess::plain(ValueKind::boolean, flag)); }
-    void push(double number) { push(ValueAccess::plain(ValueKind::doubleFloat, number)); }
+    void pushNull() { push(ValueAccess::words(ValueKind::null, nullptr)); }
+    void push(bool flag) { push(ValueAccess::words(ValueKind::boolean, flag)); }
+    void push(double number) { push(ValueAccess::words(ValueKind::doubleFloat, number)); }
     void pushText(const char* text, std::size_t length) {
         if (length <= ValueAccess::inlineCapacity) {
-            push(ValueAccess::shortText(text, length));
+            push(shortWords(text, length));
         } else {
             std::memcpy(beginText(length), text, length);
             pushBegunText(length);
@@ -34,7 +30,8 @@ public:
 
     /// The longest text that stands in its handle.
     static constexpr std::size_t shortText = ValueAccess::inlineCapacity;
-    /// `text` has at least shortText bytes, of which the first `length` are pushed.
+    /// `text` has at least shortText bytes, of which the first `length` are pushed, and two bytes
+    /// stand before it.
     void pushShortText(const char* text, std::size_t length) {
         push(ValueAccess::shortTextOfLonger(text, length));
     }
@@ -46,7 +43,7 @@ public:
     }
     void pushBegunText(std::size_t length) {
         if (length <= ValueAccess::inlineCapacity) {
-            push(ValueAccess::shortText(free_ + sizeof(StringBlock), length));
+            push(shortWords(free_ + sizeof(StringBlock), length));
             return;
         }
         auto* block = new (free_) StringBlock;
@@ -70,13 +67,17 @@ public:
     Value finish() const;
 
 private:
-    using Storage = ValueAccess::Storage;
+    using Words = ValueAccess::Words;
+    static_assert(sizeof(Words) == sizeof(Value));
 
-    void push(const Storage& storage) {
+    void push(const Words& words) {
         if (top_ == stackEnd_) {
             growStack();
         }
-        *top_++ = storage;
+        *top_++ = words;
+    }
+    static Words shortWords(const char* text, std::size_t length) noexcept {
+        return std::bit_cast<Words>(ValueAccess::shortText(text, length));
     }
     void reserve(std::size_t size) {
         if (static_cast<std::size_t>(end_ - free_) < size) {
@@ -93,9 +94,9 @@ private:
     Arena* arena_ = nullptr;
     char* free_ = nullptr;  ///< Always a multiple of 8.
     char* end_ = nullptr;
-    Storage* stack_ = nullptr;
-    Storage* top_ = nullptr;
-    Storage* stackEnd_ = nullptr;
+    Words* stack_ = nullptr;
+    Words* top_ = nullptr;
+    Words* stackEnd_ = nullptr;
     std::size_t chunkSize_;
 };
 
