@@ -1,4 +1,4 @@
-// Reads the bytes as a JSON document from memory and by stream, in UTF-8 by runs and in UTF-16
+// Reads the bytes as a JSON document from memory, by stream in its own encoding and in UTF-16, and
 // character by character: the answers must be the same.
 
 #include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
@@ -14,6 +14,15 @@ velto::Value readStream(const velto::Data& data, velto::Error& error) {
     const auto stream = velto::InputStream::withData(data);
     stream->open();
     return deserializer.deserializeJSONStream(stream, &error);
+}
+
+velto::Value readCharacters(velto::TextEncoding encoding,
+                            const velto::Data& data,
+                            velto::Error& error) {
+    const auto stream = velto::InputStream::withData(data);
+    stream->open();
+    MZStringStreamReader reader(encoding, stream);
+    return MZJSONDeserializer().deserializeJSONStringReader(reader, &error);
 }
 
 void compare(const char* name,
@@ -37,23 +46,26 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     MZJSONDeserializer fast;
     const velto::Value fastValue = fast.deserializeJSONData(data, &fastError);
     velto::Error error;
-    const velto::Value byStream = readStream(data, error);
-    compare("by stream", fastValue, fastError, byStream, error);
+    compare("by stream", fastValue, fastError, readStream(data, error), error);
 
     std::size_t markLength = 0;
     auto encoding = velto::TextEncoding::utf8;
-    if (size >= 4 &&
-        MZUTFDetermineEncodingFromBytesWithASCIIFirstCharacter(bytes, size, markLength, encoding) &&
-        encoding == velto::TextEncoding::utf8 && velto::isValidUTF8(data.view())) {
+    if (size < 4 ||
+        !MZUTFDetermineEncodingFromBytesWithASCIIFirstCharacter(bytes, 4, markLength, encoding)) {
+        return 0;
+    }
+    error = {};
+    const velto::Data text = data.subdata(markLength, size - markLength);
+    compare("by character", fastValue, fastError, readCharacters(encoding, text, error), error);
+    if (encoding == velto::TextEncoding::utf8 && velto::isValidUTF8(text.view())) {
         // The mark settles what the text could be taken for.
-        const auto wide =
-            velto::encodeText("\xEF\xBB\xBF" + std::string(data.view().substr(markLength)),
-                              velto::TextEncoding::utf16LittleEndian);
+        const auto wide = velto::encodeText("\xEF\xBB\xBF" + std::string(text.view()),
+                                            velto::TextEncoding::utf16LittleEndian);
         if (wide && wide->size() >= 4 &&
             std::string_view(*wide).substr(2, 2) != std::string_view("\0\0", 2)) {
-            velto::Error wideError;
-            const velto::Value byCharacter = readStream(velto::Data(*wide), wideError);
-            compare("in UTF-16", fastValue, fastError, byCharacter, wideError);
+            error = {};
+            compare("in UTF-16", fastValue, fastError, readStream(velto::Data(*wide), error),
+                    error);
         }
     }
     return 0;

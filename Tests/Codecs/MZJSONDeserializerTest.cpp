@@ -1,5 +1,6 @@
 #include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
 #include <VeltoConnectFoundation/Codecs/MZJSONSerializer.h>
+#include <VeltoConnectFoundation/Codecs/MZUTF.h>
 
 #include <Tests/Support/ChunkedStream.h>
 #include <Tests/Support/Paths.h>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <cmath>
 #include <filesystem>
@@ -34,12 +36,34 @@ Outcome readData(std::string_view document) {
     return outcome;
 }
 
-/// Character by character.
 Outcome readStream(std::string_view document, velto::testing::Chunks chunks = {}) {
     Outcome outcome;
     const auto stream = std::make_shared<velto::testing::ChunkedInputStream>(std::string(document),
                                                                              std::move(chunks));
     outcome.value = MZJSONDeserializer().deserializeJSONStream(stream, &outcome.error);
+    return outcome;
+}
+
+/// Character by character.
+Outcome readPlainly(std::string_view document, const velto::testing::Chunks& chunks = {}) {
+    const auto stream =
+        std::make_shared<velto::testing::ChunkedInputStream>(std::string(document), chunks);
+    std::array<std::uint8_t, 4> first{};
+    for (std::size_t obtained = 0; obtained < first.size();) {
+        const auto count = stream->read(&first[obtained], first.size() - obtained);
+        if (count < 0 || document.size() < first.size()) {
+            return readStream(document, chunks);
+        }
+        obtained += static_cast<std::size_t>(count);
+    }
+    std::size_t markLength = 0;
+    auto encoding = TextEncoding::utf8;
+    EXPECT_TRUE(MZUTFDetermineEncodingFromBytesWithASCIIFirstCharacter(first.data(), first.size(),
+                                                                       markLength, encoding));
+    MZStringStreamReader reader(encoding, stream);
+    reader.pushBytes(&first[0] + markLength, first.size() - markLength);
+    Outcome outcome;
+    outcome.value = MZJSONDeserializer().deserializeJSONStringReader(reader, &outcome.error);
     return outcome;
 }
 
@@ -85,15 +109,20 @@ bool areIdentical(const Value& left, const Value& right) {
     return true;
 }
 
-/// The two ways of reading agree on the document; answers what both say.
-Outcome readBothWays(std::string_view document) {
-    Outcome fast = readData(document);
-    const Outcome plain = readStream(document);
+void expectAlike(std::string_view document, const Outcome& fast, const Outcome& plain) {
     EXPECT_TRUE(areIdentical(fast.value, plain.value))
         << document << "\nfast: " << fast.value.description()
         << "\nplain: " << plain.value.description();
     EXPECT_EQ(fast.error, plain.error) << document;
-    return fast;
+}
+
+/// The fast ways of reading agree with the plain one on the document; answers what all say.
+Outcome readAllWays(std::string_view document) {
+    const Outcome plain = readPlainly(document);
+    expectAlike(document, readData(document), plain);
+    expectAlike(document, readStream(document), plain);
+    expectAlike(document, readStream(document, {.sizes = {5, 1, 0, 3}}), plain);
+    return plain;
 }
 
 TEST(MZJSONDeserializer, ReadsValues) {
@@ -160,7 +189,7 @@ TEST(MZJSONDeserializer, ReadsValues) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.document);
-        const Outcome outcome = readBothWays(row.document);
+        const Outcome outcome = readAllWays(row.document);
         EXPECT_FALSE(outcome.error) << outcome.error.description();
         EXPECT_EQ(outcome.value, row.expected);
     }
@@ -304,7 +333,7 @@ TEST(MZJSONDeserializer, SaysWhatIsWrongAndWhere) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.document);
-        const Outcome outcome = readBothWays(row.document);
+        const Outcome outcome = readAllWays(row.document);
         EXPECT_TRUE(outcome.value.isNone()) << outcome.value.description();
         EXPECT_EQ(outcome.error.domain(), "MZJSONSerlizationErrorDomain");
         EXPECT_EQ(outcome.error.code(), row.code);
@@ -338,7 +367,7 @@ TEST(MZJSONDeserializer, TellsTheEncodingByTheFirstBytes) {
         for (const std::string& mark : {std::string(), row.mark}) {
             SCOPED_TRACE(static_cast<std::uint32_t>(row.encoding));
             const std::string document = mark + encodeText(text, row.encoding).value();
-            EXPECT_EQ(readBothWays(document).value, expected);
+            EXPECT_EQ(readAllWays(document).value, expected);
             MZJSONDeserializer deserializer;
             EXPECT_EQ(deserializer.encoding(), TextEncoding::utf8);
             EXPECT_EQ(deserializer.deserializeJSONData(Data(document)), expected);
@@ -353,7 +382,7 @@ TEST(MZJSONDeserializer, AnyChunkingGivesTheSame) {
         document += ", {\"key " + std::to_string(i) + "\": [-1.5e3, true, \"é\"]}";
     }
     document += "] ";
-    const Value expected = readBothWays(document).value;
+    const Value expected = readAllWays(document).value;
     ASSERT_EQ(expected.array().size(), 3001U);
     const std::vector<std::vector<std::size_t>> sizes = {{1}, {3, 0, 5}, {0, 0, 1, 8192}, {100000}};
     for (const auto& row : sizes) {
@@ -450,7 +479,7 @@ TEST(MZJSONDeserializer, AnyDepthNeedsNoStack) {
         const std::string brackets = std::string(depth, '[') + std::string(depth, ']');
         for (const std::string& document : {brackets, nestedDocument(depth)}) {
             const Outcome fast = readData(document);
-            const Outcome plain = readStream(document);
+            const Outcome plain = readPlainly(document);
             EXPECT_FALSE(fast.error || plain.error);
             EXPECT_TRUE(fast.value == plain.value);
             const auto written = MZJSONSerializer::serializer().serializeToJSON(fast.value);
@@ -569,42 +598,84 @@ private:
     std::string text_;
 };
 
-TEST(MZJSONDeserializer, BothWaysAgreeOnRandomAndMutatedDocuments) {
-    std::mt19937_64 random(velto::testing::randomSeed());
-    DocumentWriter writer(random);
+void mutate(std::string& document, std::mt19937_64& random) {
     static constexpr std::string_view oddities =
         "[]{}\",:\\ \n\t0123456789.eE+-tfnu\0\x1C\x80\xA2"
-        "\xC2\xE2\xED\xF0\xFF";
+        "\xC2\xE2\xED\xF0\xFF\xD8\xDC";
+    for (std::size_t change = 1 + random() % 3; change > 0 && !document.empty(); --change) {
+        const std::size_t at = random() % document.size();
+        switch (random() % 4) {
+            case 0:
+                document.resize(at);
+                break;
+            case 1:
+                document.erase(at, 1 + random() % 4);
+                break;
+            case 2:
+                document.insert(at, 1, oddities[random() % oddities.size()]);
+                break;
+            default:
+                document[at] = oddities[random() % oddities.size()];
+                break;
+        }
+    }
+}
+
+TEST(MZJSONDeserializer, AllWaysAgreeOnRandomAndMutatedDocuments) {
+    static constexpr TextEncoding encodings[] = {
+        TextEncoding::utf8,
+        TextEncoding::utf8,
+        TextEncoding::utf16LittleEndian,
+        TextEncoding::utf16BigEndian,
+        TextEncoding::utf32LittleEndian,
+        TextEncoding::utf32BigEndian,
+    };
+    std::mt19937_64 random(velto::testing::randomSeed());
+    DocumentWriter writer(random);
     for (int round = 0; round < 1500 && !::testing::Test::HasFailure(); ++round) {
-        const std::string document = writer.write();
+        std::string document =
+            encodeText(writer.write(), encodings[random() % std::size(encodings)]).value();
         if (document.size() >= 4) {
-            EXPECT_FALSE(readBothWays(document).error) << document;
+            EXPECT_FALSE(readAllWays(document).error) << document;
         }
-        std::string mutated = document;
-        for (std::size_t change = 1 + random() % 3; change > 0 && !mutated.empty(); --change) {
-            const std::size_t at = random() % mutated.size();
-            switch (random() % 4) {
-                case 0:
-                    mutated.resize(at);
-                    break;
-                case 1:
-                    mutated.erase(at, 1 + random() % 4);
-                    break;
-                case 2:
-                    mutated.insert(at, 1, oddities[random() % oddities.size()]);
-                    break;
-                default:
-                    mutated[at] = oddities[random() % oddities.size()];
-                    break;
-            }
+        mutate(document, random);
+        readAllWays(document);
+    }
+}
+
+/// Also on what comes first, a fault of the document or of the stream.
+TEST(MZJSONDeserializer, AllWaysAgreeOnLongDocumentsOfBrokenStreams) {
+    std::mt19937_64 random(velto::testing::randomSeed());
+    DocumentWriter writer(random);
+    for (int round = 0; round < 60 && !::testing::Test::HasFailure(); ++round) {
+        std::string document = "[";
+        while (document.size() < 20'000 + random() % 30'000) {
+            document += writer.write() + ',';
         }
-        readBothWays(mutated);
+        document += "0]";
+        if (random() % 2 == 0) {
+            const bool isWide = random() % 2 == 0;
+            document = encodeText(document, isWide ? TextEncoding::utf32LittleEndian
+                                                   : TextEncoding::utf16BigEndian)
+                           .value();
+        }
+        if (random() % 3 != 0) {
+            std::string part = document.substr(document.size() / 2, 9000);
+            mutate(part, random);
+            document.replace(document.size() / 2, 9000, part);
+        }
+        const velto::testing::Chunks chunks{
+            .sizes = {1 + random() % 9000, random() % 9000},
+            .failAfter = random() % 3 == 0 ? velto::testing::Chunks::never
+                                           : document.size() / 2 + random() % 20'000,
+            .endShowsEarly = random() % 2 == 0};
+        expectAlike("a long document", readStream(document, chunks), readPlainly(document, chunks));
     }
 }
 
 /// The fast way's quotients beside the plain way's conversion, in the range where they differ in
 /// method.
-TEST(MZJSONDeserializer, DecimalsAreRoundedAlikeBothWays) {
+TEST(MZJSONDeserializer, DecimalsAreRoundedAlikeAllWays) {
     std::mt19937_64 random(velto::testing::randomSeed());
     std::string document = "[0";
     for (int i = 0; i < 200'000; ++i) {
@@ -619,16 +690,16 @@ TEST(MZJSONDeserializer, DecimalsAreRoundedAlikeBothWays) {
         document += "," + digits;
     }
     document += "]";
-    EXPECT_EQ(readBothWays(document).value.array().size(), 200'001U);
+    EXPECT_EQ(readAllWays(document).value.array().size(), 200'001U);
 }
 
-TEST(MZJSONDeserializer, BothWaysAgreeOnTheFuzzersCorpus) {
+TEST(MZJSONDeserializer, AllWaysAgreeOnTheFuzzersCorpus) {
     std::size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(
              velto::testing::sourceFolder() / "Fuzzers/Corpora/JSONReaderFuzzer")) {
         SCOPED_TRACE(entry.path());
         std::ifstream file(entry.path(), std::ios::binary);
-        readBothWays(std::string(std::istreambuf_iterator<char>(file), {}));
+        readAllWays(std::string(std::istreambuf_iterator<char>(file), {}));
         ++count;
     }
     EXPECT_GT(count, 0U);

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Codecs/MZJSONDocumentReader.h>
 #include <VeltoConnectFoundation/Codecs/MZJSONNumber.h>
+#include <VeltoConnectFoundation/Codecs/MZJSONTextSource.h>
 #include <VeltoConnectFoundation/Codecs/MZUTF.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
@@ -345,10 +346,14 @@ Value MZJSONDeserializer::deserializeJSONData(const velto::Data& data, Error* er
     if (MZUTFDetermineEncodingFromBytesWithASCIIFirstCharacter(
             data.bytes(), std::min<std::size_t>(data.length(), 4), markLength, encoding) &&
         encoding == TextEncoding::utf8 && data.length() >= 4) {
+        encoding_ = encoding;
         if (Value document = MZJSONDocumentReader::readWhole(data.view().substr(markLength))) {
-            encoding_ = encoding;
             return document;
         }
+        const auto stream =
+            velto::InputStream::withData(data.subdata(markLength, data.length() - markLength));
+        const OpenStream open(*stream);
+        return readCharacters(stream, {}, error);
     }
     const auto stream = velto::InputStream::withData(data);
     const OpenStream open(*stream);
@@ -383,8 +388,22 @@ Value MZJSONDeserializer::deserializeJSONStream(const std::shared_ptr<velto::Inp
                                        localized("The JSON input stream encoding is "
                                                  "non-deterministic.")));
     }
+    MZJSONTextSource source(
+        encoding_, stream,
+        std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size())
+            .substr(markLength));
+    if (Value document = MZJSONDocumentReader::readWhole(source)) {
+        return document;
+    }
+    return readCharacters(source.stream(), source.bytes(), error);
+}
+
+/// Character by character, `first` and then what the stream has.
+Value MZJSONDeserializer::readCharacters(const std::shared_ptr<velto::InputStream>& stream,
+                                         std::string_view first,
+                                         Error* error) {
     MZStringStreamReader reader(encoding_, stream);
-    reader.pushBytes(bytes.data() + markLength, bytes.size() - markLength);
+    reader.pushBytes(reinterpret_cast<const std::uint8_t*>(first.data()), first.size());
     return deserializeJSONStringReader(reader, error);
 }
 

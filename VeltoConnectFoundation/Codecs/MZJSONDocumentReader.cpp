@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/Codecs/MZJSONDocumentReader.h>
 
 #include <VeltoConnectFoundation/Codecs/MZJSONNumber.h>
+#include <VeltoConnectFoundation/Codecs/MZJSONTextSource.h>
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
 
 #include <array>
@@ -109,28 +110,6 @@ int hexadecimal(const char* digits) noexcept {
         }
     }
     return value;
-}
-
-char* appendCharacter(char* out, unsigned character) noexcept {
-    const auto tail = [&](unsigned shift) {
-        return static_cast<char>(0x80 | ((character >> shift) & 0x3F));
-    };
-    if (character < 0x80) {
-        *out++ = static_cast<char>(character);
-    } else if (character < 0x800) {
-        *out++ = static_cast<char>(0xC0 | character >> 6);
-        *out++ = tail(0);
-    } else if (character < 0x10000) {
-        *out++ = static_cast<char>(0xE0 | character >> 12);
-        *out++ = tail(6);
-        *out++ = tail(0);
-    } else {
-        *out++ = static_cast<char>(0xF0 | character >> 18);
-        *out++ = tail(12);
-        *out++ = tail(6);
-        *out++ = tail(0);
-    }
-    return out;
 }
 
 using Wide = __uint128_t;
@@ -243,6 +222,29 @@ Value MZJSONDocumentReader::readWhole(std::string_view text) {
     MZJSONDocumentReader reader(text.size());
     return isBracketed && reader.read(at, end) == Progress::ended && at == end ? reader.document()
                                                                                : Value();
+}
+
+Value MZJSONDocumentReader::readWhole(MZJSONTextSource& source) {
+    MZJSONDocumentReader reader(0);
+    std::size_t offset = 0;
+    auto progress = Progress::wantsMore;
+    for (bool hasMore = true; hasMore; hasMore = source.readMore(source.text().size() - offset)) {
+        const char* const text = source.text().data();
+        const char* const end = text + source.text().size();
+        const char* at = text + offset;
+        if (progress == Progress::wantsMore) {
+            progress = reader.read(at, end);
+        }
+        if (progress == Progress::ended) {
+            at = skipWhiteSpace(at, end);
+            progress = at == end ? Progress::ended : Progress::unsure;
+        }
+        if (progress == Progress::unsure) {
+            return {};
+        }
+        offset = static_cast<std::size_t>(at - text);
+    }
+    return progress == Progress::ended && source.isComplete() ? reader.document() : Value();
 }
 
 MZJSONDocumentReader::Progress MZJSONDocumentReader::read(const char*& position, const char* end) {
@@ -467,7 +469,7 @@ const char* MZJSONDocumentReader::readEscapedText(const char* begin,
                         at += 6;
                     }
                 }
-                out = appendCharacter(out, character);
+                out = MZWriteUTF8(out, character);
                 break;
             }
             default:

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+class MZJSONTextSource;
+
 /// Reads a JSON document that lies in memory as UTF-8, in long runs, into one arena.
 ///
 /// It answers only for documents it is sure of. Anything else (every failure, quiet end or
@@ -12,13 +14,15 @@
 /// whatever this one reads, that one reads as the same value.
 class MZJSONDocumentReader {
 public:
+    /// The document. None: not sure. `text` has no byte-order mark.
+    static velto::Value readWhole(std::string_view text);
+    static velto::Value readWhole(MZJSONTextSource& source);
+
+private:
     enum class Progress : std::uint8_t { ended, wantsMore, unsure };
 
     /// `expectedBytes`: the document's size, about.
     explicit MZJSONDocumentReader(std::size_t expectedBytes);
-
-    /// None: not sure. `text` has no byte-order mark.
-    static velto::Value readWhole(std::string_view text);
 
     /// Reads on, to the end of the document or of the text, and moves `at` past what has been
     /// read: the next call begins with what is left then and has more behind it. At `end` a zero
@@ -27,8 +31,6 @@ public:
 
     /// Once, after the end.
     velto::Value document() const { return builder_.finish(); }
-
-private:
     using Builder = velto::detail::ValueBuilder;
     /// A container that is open.
     struct Container {

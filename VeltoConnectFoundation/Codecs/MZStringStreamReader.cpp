@@ -43,9 +43,9 @@ char32_t decodeLongUTF8(const std::uint8_t* bytes, std::size_t count) noexcept {
     return value >= 0x10000 ? value : nothing;
 }
 
-/// Reads until the buffer is full or the stream ends; `obtained` counts what came before a failure
-/// too. False at the end (no error) and on failure.
-bool readBytesFromStream(velto::InputStream& stream,
+}  // namespace
+
+bool MZReadBytesFromStream(velto::InputStream& stream,
                          std::uint8_t* buffer,
                          std::size_t maximum,
                          std::size_t& obtained,
@@ -74,8 +74,6 @@ bool readBytesFromStream(velto::InputStream& stream,
     } while (obtained < maximum && stream.streamStatus() != StreamStatus::atEnd);
     return true;
 }
-
-}  // namespace
 
 MZStringStreamReader::MZStringStreamReader(TextEncoding encoding,
                                            std::shared_ptr<velto::InputStream> stream)
@@ -106,7 +104,9 @@ Error MZStringStreamReader::consumeBytes(std::size_t count,
     if (queue_->length == 0) {
         std::size_t room = 0;
         std::uint8_t* place = MZByteQueueRemainingContiguousBytes(queue_, &room);
-        readBytesFromStream(*stream_, place, room, read, error);
+        // A queue that has grown changes nothing of the blocks.
+        room = std::min(room, queueCapacity);
+        MZReadBytesFromStream(*stream_, place, room, read, error);
         MZByteQueueDidAppendContiguousBytes(queue_, read);
         if (error) {
             return error;
@@ -118,7 +118,7 @@ Error MZStringStreamReader::consumeBytes(std::size_t count,
             continue;
         }
         const bool more =
-            readBytesFromStream(*stream_, buffer + obtained, count - obtained, read, error);
+            MZReadBytesFromStream(*stream_, buffer + obtained, count - obtained, read, error);
         obtained += read;
         if (!more) {
             return error;

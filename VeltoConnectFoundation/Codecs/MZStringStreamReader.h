@@ -69,6 +69,14 @@ VELTO_EXPORT bool MZStringStreamReaderGetNextCharacter(MZStringStreamReader& rea
                                                        char16_t& character,
                                                        velto::Error* error = nullptr);
 
+/// Reads until the buffer is full or the stream ends; `obtained` counts what came before a failure
+/// too. False at the end (no error) and on failure.
+bool MZReadBytesFromStream(velto::InputStream& stream,
+                           std::uint8_t* buffer,
+                           std::size_t maximum,
+                           std::size_t& obtained,
+                           velto::Error& error);
+
 inline std::span<const std::uint8_t> MZStringStreamReader::buffered() const noexcept {
     const std::size_t run = static_cast<std::size_t>(queue_->storageEnd - queue_->head) + 1;
     return {queue_->head, queue_->length < run ? queue_->length : run};

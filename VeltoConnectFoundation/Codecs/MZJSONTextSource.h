@@ -1,0 +1,67 @@
+#pragma once
+
+#include <VeltoConnectFoundation/Platform/Stream.h>
+#include <VeltoConnectFoundation/Platform/TextEncoding.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+/// Writes the character's UTF-8, one to four bytes; answers the end.
+inline char* MZWriteUTF8(char* out, char32_t character) noexcept {
+    const auto tail = [&](unsigned shift) {
+        return static_cast<char>(0x80 | ((character >> shift) & 0x3F));
+    };
+    if (character < 0x80) {
+        *out++ = static_cast<char>(character);
+    } else if (character < 0x800) {
+        *out++ = static_cast<char>(0xC0 | character >> 6);
+        *out++ = tail(0);
+    } else if (character < 0x10000) {
+        *out++ = static_cast<char>(0xE0 | character >> 12);
+        *out++ = tail(6);
+        *out++ = tail(0);
+    } else {
+        *out++ = static_cast<char>(0xF0 | character >> 18);
+        *out++ = tail(12);
+        *out++ = tail(6);
+        *out++ = tail(0);
+    }
+    return out;
+}
+
+/// The characters of a stream in UTF-8, UTF-16 or UTF-32 as a text in UTF-8 that grows, block by
+/// block as MZStringStreamReader reads the stream.
+///
+/// The text ends before anything that stands for no character, and before the block that a failure
+/// of the stream left unfinished. UTF-8 is taken as it is.
+class MZJSONTextSource {
+public:
+    /// `first`: bytes that have been read from the stream already.
+    MZJSONTextSource(velto::TextEncoding encoding,
+                     std::shared_ptr<velto::InputStream> stream,
+                     std::string_view first);
+
+    /// Reads at least as many bytes as are asked for, in whole blocks; false when there is no more
+    /// text.
+    bool readMore(std::size_t bytes);
+    const std::string& text() const noexcept { return text_; }
+
+    /// Whether the text is all that the stream had; known when there is no more.
+    bool isComplete() const noexcept { return isEnded_ && rest_.empty() && !error_; }
+    /// All bytes that have been read, in the stream's encoding.
+    std::string bytes() const;
+    /// The stream, which goes on after them or fails as it did.
+    std::shared_ptr<velto::InputStream> stream() const;
+
+private:
+    void append(std::string_view bytes);
+
+    velto::TextEncoding encoding_;
+    std::shared_ptr<velto::InputStream> stream_;
+    std::string text_;
+    std::string rest_;  ///< A character that is not complete, or what begins with none.
+    bool isEnded_ = false;
+    velto::Error error_;
+};
