@@ -2,9 +2,13 @@
 
 #include <VeltoConnectFoundation/Codecs/MZStringStreamReader.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
-#include <utility>
+#include <new>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -54,33 +58,49 @@ public:
         }
     }
 
-    /// Units that are ASCII, as many as fill a word at once, become a byte each.
+    /// Sixteen units at a time that are ASCII become a byte each; answers the end of the bytes.
     char* takeASCII(char* out) noexcept {
-        if constexpr (std::endian::native != std::endian::little) {
-            return out;
-        }
-        constexpr std::size_t count = sizeof(std::uint64_t) / sizeof(Unit);
-        constexpr int shift = order == std::endian::native ? 0 : 8 * (sizeof(Unit) - 1);
-        constexpr std::uint64_t ascii = sizeof(Unit) == 2 ? 0x007F007F007F007F : 0x0000007F0000007F;
-        for (; left() >= count; skip(count), out += count) {
-            std::uint64_t word;
-            std::memcpy(&word, next_, sizeof word);
-            if ((word & ~(ascii << shift)) != 0) {
-                break;
-            }
-            word >>= shift;
+#if defined(__SSE2__)
+        // Stands at the other end of a word when the order is not that of the machine.
+        constexpr bool isSwapped = order != std::endian::native;
+        for (; left() >= 16; skip(16), out += 16) {
+            __m128i parts[sizeof(Unit)];
+            std::memcpy(parts, next_, sizeof parts);
             if constexpr (sizeof(Unit) == 2) {
-                word = (word | word >> 8) & 0x0000FFFF0000FFFF;
-                word |= word >> 16;
+                const __m128i others = _mm_set1_epi16(isSwapped ? ~0x7F00 : ~0x7F);
+                if (!isZero(_mm_and_si128(_mm_or_si128(parts[0], parts[1]), others))) {
+                    break;
+                }
+                for (__m128i& part : parts) {
+                    part = isSwapped ? _mm_srli_epi16(part, 8) : part;
+                }
             } else {
-                word |= word >> 24;
+                const __m128i others = _mm_set1_epi32(isSwapped ? ~0x7F000000 : ~0x7F);
+                const __m128i all = _mm_or_si128(_mm_or_si128(parts[0], parts[1]),
+                                                 _mm_or_si128(parts[2], parts[3]));
+                if (!isZero(_mm_and_si128(all, others))) {
+                    break;
+                }
+                for (__m128i& part : parts) {
+                    part = isSwapped ? _mm_srli_epi32(part, 24) : part;
+                }
+                parts[0] = _mm_packs_epi32(parts[0], parts[1]);
+                parts[1] = _mm_packs_epi32(parts[2], parts[3]);
             }
-            std::memcpy(out, &word, count);
+            const __m128i bytes = _mm_packus_epi16(parts[0], parts[1]);
+            std::memcpy(out, &bytes, sizeof bytes);
         }
+#endif
         return out;
     }
 
 private:
+#if defined(__SSE2__)
+    static bool isZero(__m128i vector) noexcept {
+        return _mm_movemask_epi8(_mm_cmpeq_epi8(vector, _mm_setzero_si128())) == 0xFFFF;
+    }
+#endif
+
     const char* next_;
     const char* end_;
 };
@@ -100,14 +120,11 @@ std::size_t characterOf(const Unit& units, char32_t& character) noexcept {
     return 0;
 }
 
-/// Appends the characters that `bytes` begins with, and cuts them off it.
+/// Writes the characters that `bytes` begins with and cuts them off it; answers the end. At most
+/// three bytes come of a unit in UTF-16, four in UTF-32.
 template <class Unit, std::endian order>
-void appendCharacters(std::string& text, std::string_view& bytes) {
+char* writeCharacters(char* out, std::string_view& bytes) noexcept {
     Units<Unit, order> units(bytes);
-    const std::size_t before = text.size();
-    // At most three bytes come of a unit in UTF-16, four in UTF-32.
-    text.resize(before + units.left() * (sizeof(Unit) == 2 ? 3 : 4));
-    char* out = text.data() + before;
     std::size_t count = 1;
     while (count != 0 && units.left() != 0) {
         out = units.takeASCII(out);
@@ -121,8 +138,8 @@ void appendCharacters(std::string& text, std::string_view& bytes) {
             }
         }
     }
-    text.resize(static_cast<std::size_t>(out - text.data()));
     bytes.remove_prefix(static_cast<std::size_t>(units.next() - bytes.data()));
+    return out;
 }
 
 }  // namespace
@@ -131,61 +148,84 @@ MZJSONTextSource::MZJSONTextSource(TextEncoding encoding,
                                    std::shared_ptr<velto::InputStream> stream,
                                    std::string_view first)
     : encoding_(encoding), stream_(std::move(stream)) {
-    append(first);
+    if (encoding_ == TextEncoding::utf8) {
+        commit(std::copy(first.begin(), first.end(), room(first.size())));
+    } else {
+        block_.resize(blockSize + longestCharacter);
+        blockLength_ = first.copy(block_.data(), first.size());
+        takeCharacters();
+    }
 }
 
 bool MZJSONTextSource::readMore(std::size_t bytes) {
-    for (std::size_t sum = 0;;) {
-        if (isEnded_ || error_ || rest_.size() >= longestCharacter) {
-            return sum != 0;
-        }
-        if (sum != 0 && sum >= bytes) {
-            return true;
-        }
-        // What needs no change is read to its place.
-        std::string& place = encoding_ == TextEncoding::utf8 ? text_ : rest_;
-        const std::size_t before = place.size();
-        place.resize(before + blockSize);
+    std::size_t sum = 0;
+    while (!isEnded_ && !error_ && blockLength_ < longestCharacter && (sum == 0 || sum < bytes)) {
+        const bool isUTF8 = encoding_ == TextEncoding::utf8;
+        char* const place = isUTF8 ? room(blockSize) : block_.data() + blockLength_;
         std::size_t obtained = 0;
-        isEnded_ = !MZReadBytesFromStream(*stream_, reinterpret_cast<std::uint8_t*>(&place[before]),
+        isEnded_ = !MZReadBytesFromStream(*stream_, reinterpret_cast<std::uint8_t*>(place),
                                           blockSize, obtained, error_);
         if (error_) {
-            obtained = 0;
+            break;
         }
-        place.resize(before + obtained);
         sum += obtained;
-        if (encoding_ != TextEncoding::utf8) {
-            const std::string all = std::exchange(rest_, {});
-            append(all);
+        if (isUTF8) {
+            commit(place + obtained);
+        } else {
+            blockLength_ += obtained;
+            takeCharacters();
         }
     }
+    return sum != 0;
 }
 
-void MZJSONTextSource::append(std::string_view bytes) {
+/// Where that many bytes may be written behind the text, and a zero.
+char* MZJSONTextSource::room(std::size_t count) {
+    const std::size_t needed = length_ + count + 1;
+    if (needed > capacity_) {
+        const std::size_t capacity = std::max(needed, capacity_ * 2);
+        auto* larger = static_cast<char*>(std::realloc(text_.get(), capacity));
+        if (larger == nullptr) {
+            throw std::bad_alloc();
+        }
+        static_cast<void>(text_.release());
+        text_.reset(larger);
+        capacity_ = capacity;
+    }
+    return text_.get() + length_;
+}
+
+void MZJSONTextSource::commit(char* end) noexcept {
+    length_ = static_cast<std::size_t>(end - text_.get());
+    *end = '\0';
+}
+
+void MZJSONTextSource::takeCharacters() {
+    std::string_view bytes(block_.data(), blockLength_);
+    char* out = room(blockLength_ + blockLength_ / 2);
     switch (encoding_) {
         case TextEncoding::utf16LittleEndian:
-            appendCharacters<std::uint16_t, std::endian::little>(text_, bytes);
+            out = writeCharacters<std::uint16_t, std::endian::little>(out, bytes);
             break;
         case TextEncoding::utf16BigEndian:
-            appendCharacters<std::uint16_t, std::endian::big>(text_, bytes);
+            out = writeCharacters<std::uint16_t, std::endian::big>(out, bytes);
             break;
         case TextEncoding::utf32LittleEndian:
-            appendCharacters<std::uint32_t, std::endian::little>(text_, bytes);
-            break;
-        case TextEncoding::utf32BigEndian:
-            appendCharacters<std::uint32_t, std::endian::big>(text_, bytes);
+            out = writeCharacters<std::uint32_t, std::endian::little>(out, bytes);
             break;
         default:
-            text_.append(bytes);
-            bytes = {};
+            out = writeCharacters<std::uint32_t, std::endian::big>(out, bytes);
             break;
     }
-    rest_.append(bytes);
+    commit(out);
+    blockLength_ = bytes.size();
+    std::memmove(block_.data(), bytes.data(), bytes.size());
 }
 
 std::string MZJSONTextSource::bytes() const {
-    return encoding_ == TextEncoding::utf8 ? text_
-                                           : velto::encodeText(text_, encoding_).value() + rest_;
+    return encoding_ == TextEncoding::utf8
+               ? std::string(text())
+               : velto::encodeText(text(), encoding_).value().append(block_, 0, blockLength_);
 }
 
 std::shared_ptr<velto::InputStream> MZJSONTextSource::stream() const {

@@ -4,6 +4,7 @@
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
 
 #include <cstddef>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -46,22 +47,31 @@ public:
     /// Reads at least as many bytes as are asked for, in whole blocks; false when there is no more
     /// text.
     bool readMore(std::size_t bytes);
-    const std::string& text() const noexcept { return text_; }
+    /// A zero stands behind it.
+    std::string_view text() const noexcept { return {text_.get(), length_}; }
 
     /// Whether the text is all that the stream had; known when there is no more.
-    bool isComplete() const noexcept { return isEnded_ && rest_.empty() && !error_; }
+    bool isComplete() const noexcept { return isEnded_ && blockLength_ == 0 && !error_; }
     /// All bytes that have been read, in the stream's encoding.
     std::string bytes() const;
     /// The stream, which goes on after them or fails as it did.
     std::shared_ptr<velto::InputStream> stream() const;
 
 private:
-    void append(std::string_view bytes);
+    char* room(std::size_t count);
+    void commit(char* end) noexcept;
+    void takeCharacters();
 
     velto::TextEncoding encoding_;
     std::shared_ptr<velto::InputStream> stream_;
-    std::string text_;
-    std::string rest_;  ///< A character that is not complete, or what begins with none.
+    struct Free {
+        void operator()(char* block) const noexcept { std::free(block); }
+    };
+    std::unique_ptr<char, Free> text_;
+    std::size_t capacity_ = 0;
+    std::size_t length_ = 0;       ///< What of text_ has been written.
+    std::string block_;            ///< Unless in UTF-8, what the stream gave last.
+    std::size_t blockLength_ = 0;  ///< A character that is not complete, or what begins with none.
     bool isEnded_ = false;
     velto::Error error_;
 };
