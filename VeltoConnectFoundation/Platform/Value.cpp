@@ -3,12 +3,12 @@
 #include <VeltoConnectFoundation/Platform/NumberText.h>
 #include <VeltoConnectFoundation/Platform/ValueBlocks.h>
 
-#include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <new>
+#include <vector>
 
 namespace velto {
 
@@ -128,9 +128,10 @@ T truncated(double number, double lowest, double beyond) noexcept {
                               : static_cast<T>(number);
 }
 
+/// With the seed of texts: a document must not be able to choose keys that collide.
 std::size_t mixed(std::size_t state, std::uint64_t bits) noexcept {
-    bits = (state ^ bits) * 0x9E3779B97F4A7C15;
-    return bits ^ (bits >> 32);
+    const std::uint64_t words[] = {state, bits};
+    return detail::hashText({reinterpret_cast<const char*>(words), sizeof(words)});
 }
 
 /// Of a value that is no container.
@@ -153,64 +154,81 @@ std::size_t plainHash(const Value& value) noexcept {
     }
 }
 
-/// Looks at a bounded part of a container, so that neither depth nor size costs anything, and the
-/// keys of a hostile document still differ.
+/// Of all that a container holds, however deep, so that the keys of a hostile document differ; but
+/// of more than `most` values only how many stand in the container itself, so that keys which stand
+/// in each other cost no more than that at each level.
 class ContainerHash {
 public:
-    std::size_t of(const Value& container) noexcept {
-        add(container);
-        while (depth_ != 0 && left_ != 0) {
-            Range& range = open_[depth_ - 1];
-            if (range.next == range.end) {
-                --depth_;
+    std::size_t of(const Value& container) {
+        open(container);
+        std::size_t left = most;
+        for (;;) {
+            Level& level = levels_.back();
+            if (level.index == level.count) {
+                const std::size_t hash = level.hash();
+                levels_.pop_back();
+                if (levels_.empty()) {
+                    return hash;
+                }
+                levels_.back().take(hash);
+                continue;
+            }
+            if (left-- == 0) {
+                return Level(container).hash();
+            }
+            const Value& value = level.current();
+            if (value.isArray() || value.isDictionary()) {
+                open(value);
             } else {
-                add(*range.next++);
+                level.take(plainHash(value));
             }
         }
-        return state_;
     }
 
 private:
-    struct Range {
-        const Value* next;
-        const Value* end;
+    static constexpr std::size_t most = 4096;
+
+    struct Level {
+        explicit Level(const Value& container) noexcept {
+            if (container.isArray()) {
+                const ArrayBlock* const block = ValueAccess::array(container);
+                elements = block == nullptr ? nullptr : block->values();
+                count = block == nullptr ? 0 : block->count;
+            } else {
+                const DictionaryBlock* const block = ValueAccess::dictionary(container);
+                entries = block == nullptr ? nullptr : block->entries();
+                count = block == nullptr ? 0 : std::size_t{2} * block->count;
+            }
+        }
+
+        const Value& current() const noexcept {
+            return elements != nullptr ? elements[index]
+                   : index % 2 == 0    ? entries[index / 2].key
+                                       : entries[index / 2].value;
+        }
+        void take(std::size_t hash) noexcept {
+            if (elements != nullptr) {
+                state = mixed(state, hash);
+            } else if (index % 2 == 0) {
+                key = hash;
+            } else {
+                state += mixed(key, hash);  // The order of the entries does not count.
+            }
+            ++index;
+        }
+        std::size_t hash() const noexcept { return mixed(state, count); }
+
+        const Value* elements = nullptr;
+        const DictionaryEntry* entries = nullptr;
+        std::size_t count = 0;  ///< Keys and values both count.
+        std::size_t index = 0;
+        std::size_t key = 0;
+        std::size_t state = 0;
     };
 
-    void add(const Value& value) noexcept {
-        --left_;
-        if (value.isDictionary()) {
-            addDictionary(ValueAccess::dictionary(value));
-        } else if (!value.isArray()) {
-            state_ = mixed(state_, plainHash(value));
-        } else if (const ArrayBlock* block = ValueAccess::array(value); block != nullptr) {
-            state_ = mixed(state_, block->count);
-            if (depth_ < open_.size()) {
-                open_[depth_++] = {block->values(), block->values() + block->count};
-            }
-        }
-    }
+    void open(const Value& container) { levels_.emplace_back(container); }
 
-    /// The order of the entries must not count.
-    void addDictionary(const DictionaryBlock* block) noexcept {
-        std::size_t sum = block == nullptr ? 0 : block->count;
-        if (sum <= left_) {
-            for (std::uint32_t index = 0; block != nullptr && index < block->count; ++index) {
-                const DictionaryEntry& entry = block->entries()[index];
-                sum += mixed(shallowHash(entry.key), shallowHash(entry.value));
-            }
-        }
-        state_ = mixed(state_, ~sum);
-    }
-
-    static std::size_t shallowHash(const Value& value) noexcept {
-        return value.isArray() || value.isDictionary() ? static_cast<std::size_t>(value.kind())
-                                                       : plainHash(value);
-    }
-
-    std::array<Range, 8> open_;
-    std::size_t depth_ = 0;
-    std::size_t left_ = 64;  ///< Values to look at.
-    std::size_t state_ = 0;
+    std::vector<Level> levels_;
 };
 
 enum class Verdict : std::uint8_t { different, equal, byContent };
