@@ -349,12 +349,9 @@ void VeltoAuthenticationContextImpl::createJWTTokenWithApiKey(const std::string&
         setHttpHeaders({{"Authorization", velto::format("Bearer %@", *token)}});
         return;
     }
-    if (!error) {
-        addErrorMessage(velto::localized("Failed to generate token."));
-        return;
-    }
-    addErrorMessage(localizedFormat("Failed to generate JWT token: %@", error));
-    MZLogDebug("*** Failed to generate JWT token: %@", error);
+    addErrorMessage(error ? localizedFormat("Failed to generate JWT token: %@", error)
+                          : velto::localized("Failed to generate token."));
+    MZLogDebug("*** Failed to generate JWT token: %@", Value(error));
 }
 
 Value VeltoAuthenticationContextImpl::allowedPlatformsInfo() const {
