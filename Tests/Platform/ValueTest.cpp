@@ -431,6 +431,13 @@ TEST(Dictionary, HoldsManyKeysThatDifferInLittle) {
         }
         EXPECT_EQ(dictionary.size(), 20'000U);
         EXPECT_EQ(dictionary.valueForKey(row.key(19'998)), 19'998);
+        Dictionary other;
+        for (std::uint64_t i = 20'000; i-- > 0;) {
+            other.set(row.key(i), i);
+        }
+        EXPECT_TRUE(dictionary == other);
+        other.set(row.key(0), 1);
+        EXPECT_FALSE(dictionary == other);
     }
 }
 

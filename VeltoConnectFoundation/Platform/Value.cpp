@@ -301,6 +301,7 @@ private:
         const Block* right;
         std::uint32_t index = 0;      ///< Of the element or entry that is compared.
         std::uint32_t candidate = 0;  ///< Of the right entry whose key is compared.
+        std::size_t place = 0;        ///< Where the candidate was found.
         bool isArray;
         bool comparesKeys = true;
     };
@@ -340,6 +341,16 @@ private:
         }
     }
 
+    /// The index of an entry, or `count` behind the last that a key may be: each in turn, or those
+    /// from the place on that the key's hash gives.
+    static std::uint32_t candidateAt(const DictionaryBlock& block, std::size_t place) noexcept {
+        if (block.slots == 0) {
+            return place < block.count ? static_cast<std::uint32_t>(place) : block.count;
+        }
+        const std::uint32_t entry = block.table()[place & (block.slots - 1)];
+        return entry == 0 ? block.count : entry - 1;
+    }
+
     Verdict dictionaryStep(Verdict answer) {
         Frame& frame = frames_.back();
         const auto* left = static_cast<const DictionaryBlock*>(frame.left);
@@ -352,18 +363,22 @@ private:
                 if (!entry.key.isArray() && !entry.key.isDictionary()) {
                     frame.candidate = right->find(entry.key);
                     verdict = Verdict::equal;
+                } else if (verdict == Verdict::byContent) {
+                    frame.place = right->slots == 0 ? 0 : entry.key.hash();
                 } else if (verdict == Verdict::different) {
-                    ++frame.candidate;
-                    verdict = Verdict::byContent;
+                    ++frame.place;
                 }
-                while (verdict != Verdict::equal && frame.candidate < right->count) {
+                for (; verdict != Verdict::equal; ++frame.place) {
+                    frame.candidate = candidateAt(*right, frame.place);
+                    if (frame.candidate >= right->count) {
+                        break;
+                    }
                     const Value& key = right->entries()[frame.candidate].key;
                     verdict = compared(entry.key, key);
                     if (verdict == Verdict::byContent) {
                         push(entry.key, key);
                         return verdict;
                     }
-                    frame.candidate += verdict == Verdict::different ? 1 : 0;
                 }
                 if (frame.candidate >= right->count) {
                     return Verdict::different;
@@ -380,7 +395,6 @@ private:
                 return verdict;
             }
             frame.comparesKeys = true;
-            frame.candidate = 0;
             ++frame.index;
         }
         return Verdict::equal;
