@@ -145,6 +145,89 @@ TEST(WorkSeries, CountsProgressOverAllItems) {
     EXPECT_EQ(percent, 62.5);
 }
 
+TEST(WorkSeries, AnItemThatWasCancelledBeforehandStopsIt) {
+    bool ran = false;
+    auto series = seriesOf({worker(), worker(), worker([&](FunctionWorker&) { ran = true; })});
+    auto owner = std::make_shared<Owner>();
+    series->setDelegate(owner);
+    series->workItems()[1]->setDelegate({});
+    series->workItems()[1]->cancel();
+    series->start();
+    ASSERT_TRUE(owner->ended.wait());
+    EXPECT_FALSE(ran);
+    EXPECT_TRUE(series->isCancelled());
+}
+
+/// Notes how things stand when the series' end is told.
+class EndWitness : public Owner {
+public:
+    void workSeriesStatusChanged(MZWorkSeries& series, Status status) override {
+        Owner::workSeriesStatusChanged(series, status);
+        if (status == Status::completed) {
+            velto::MainQueue::shared().sync([] {});
+            notifiedBefore = notifications;
+            for (const std::shared_ptr<MZWorkItem>& item : series.workItems()) {
+                itemStatuses.push_back(item->status());
+            }
+        }
+    }
+
+    std::atomic<int> notifications{0};
+    int notifiedBefore = -1;
+    std::vector<Status> itemStatuses;
+};
+
+TEST(WorkSeries, ItsDelegateIsToldWhenAllIsCancelledAndBeforeTheNotification) {
+    auto series = seriesOf({worker(), worker(), worker()});
+    auto witness = std::make_shared<EndWitness>();
+    series->setDelegate(witness);
+    const auto observation = velto::NotificationCenter::shared().observe(
+        MZWorkSeriesCompletedNotification, series.get(),
+        [&](const velto::Notification&) { ++witness->notifications; });
+    series->cancel();
+    EXPECT_THAT(witness->itemStatuses,
+                ElementsAre(Status::cancelled, Status::cancelled, Status::cancelled));
+    EXPECT_EQ(witness->notifiedBefore, 0);
+    velto::MainQueue::shared().sync([] {});
+    EXPECT_EQ(witness->notifications, 1);
+}
+
+class RefusingWorker : public FunctionWorker {
+public:
+    explicit RefusingWorker(bool isForeign) : isForeign_(isForeign) {}
+    void cancel() override {
+        if (isForeign_) {
+            throw std::runtime_error("no");
+        }
+        throw velto::Exception("Name", "no");
+    }
+
+private:
+    bool isForeign_;
+};
+
+TEST(WorkSeries, AWorkerThatRaisesWhenCancelledKeepsNothingFromEnding) {
+    for (const bool isForeign : {false, true}) {
+        SCOPED_TRACE(isForeign);
+        CapturedLog log;
+        auto series = seriesOf({std::make_shared<RefusingWorker>(isForeign), worker(),
+                                std::make_shared<RefusingWorker>(isForeign), worker()});
+        if (isForeign) {
+            EXPECT_THROW(series->cancel(), std::runtime_error);
+        } else {
+            EXPECT_NO_THROW(series->cancel());
+            EXPECT_THAT(log.messages(),
+                        ElementsAre("Worker exception: Name - no", "Worker exception: Name - no"));
+        }
+        EXPECT_EQ(series->status(), Status::completed);
+        for (const std::shared_ptr<MZWorkItem>& item : series->workItems()) {
+            EXPECT_EQ(item->status(), Status::cancelled);
+            EXPECT_TRUE(item->completeTime());
+            EXPECT_EQ(item->worker()->workStatus(), MZWorkStatusCancelled);
+        }
+    }
+}
+
 class FailingListener : public FunctionWorker {
 public:
     explicit FailingListener(int& told) : told_(told) {}

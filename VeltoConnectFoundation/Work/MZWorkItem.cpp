@@ -38,6 +38,10 @@ std::string timeText(const std::optional<Date>& time) {
     return time ? form->stringFromDate(*time) : std::string("(null)");
 }
 
+void logWorkerException(const Exception& exception) {
+    MZLogError("Worker exception: %@ - %@", exception.name(), exception.reason());
+}
+
 }  // namespace
 
 MZThroughputWorker::~MZThroughputWorker() = default;
@@ -138,7 +142,7 @@ void MZWorkItem::main() {
     try {
         worker_->run();
     } catch (const Exception& exception) {
-        MZLogError("Worker exception: %@ - %@", exception.name(), exception.reason());
+        logWorkerException(exception);
     } catch (const std::exception& exception) {
         foreign = std::current_exception();
         worker_->addException(Exception(velto::typeName(typeid(exception)), exception.what()));
@@ -162,11 +166,18 @@ void MZWorkItem::cancel() {
         }
     }
     const std::exception_ptr told = deliverReports();
+    std::exception_ptr foreign;
     if (cancelsWorker) {
-        worker_->cancel();
+        try {
+            worker_->cancel();
+        } catch (const Exception& exception) {
+            logWorkerException(exception);
+        } catch (...) {
+            foreign = std::current_exception();
+        }
     }
     Operation::cancel();
-    rethrowFirst({told, wasActive ? nullptr : complete()});
+    rethrowFirst({foreign, told, wasActive ? nullptr : complete()});
 }
 
 bool MZWorkItem::isCancelled() const {

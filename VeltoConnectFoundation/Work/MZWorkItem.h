@@ -67,7 +67,9 @@ public:
     /// is logged and swallowed; any other kind is recorded as an error of the worker and leaves
     /// after the completion has been recorded.
     void main() override;
-    void cancel() override;  ///< Idempotent; a pending item still posts its completion.
+    /// Idempotent; a pending item still posts its completion. A velto::Exception of the worker is
+    /// logged and swallowed; any other kind leaves after that.
+    void cancel() override;
     bool isCancelled() const override;
     /// Records the end, once; main and cancel call it.
     void threadCompleted();

@@ -16,6 +16,21 @@ using velto::Exception;
 using velto::Guard;
 using velto::Value;
 
+namespace {
+
+/// Answers the first exception after all have been visited.
+template <class Visit>
+std::exception_ptr visitAll(std::span<const std::shared_ptr<MZWorkItem>> items,
+                            const Visit& visit) {
+    std::exception_ptr failure;
+    for (const std::shared_ptr<MZWorkItem>& item : items) {
+        keepingFirst(failure, [&] { visit(*item); });
+    }
+    return failure;
+}
+
+}  // namespace
+
 MZWorkSeriesDelegate::~MZWorkSeriesDelegate() = default;
 void MZWorkSeriesDelegate::workSeriesStatusChanged(MZWorkSeries&, MZWorkItemStatus) {
 }
@@ -52,28 +67,44 @@ void MZWorkSeries::didCreate() {
 
 void MZWorkSeries::start() {
     bool startedBefore = false;
+    bool starts = false;
     {
         Guard guard(lock_);
         startedBefore = startTime_.has_value();
+        starts = claimStart();
     }
     if (startedBefore) {
         throw Exception(
             velto::InternalInconsistencyException,
             velto::format("Calling start more than once on a work series: %@", description()));
     }
-    startIfPending();
+    if (starts) {
+        run();
+    }
 }
 
 void MZWorkSeries::startIfPending() {
+    bool starts = false;
     {
         Guard guard(lock_);
-        if (status_ != MZWorkItemStatus::pending || startTime_) {
-            return;
-        }
-        storeStatus(MZWorkItemStatus::running);
-        startTime_ = Clock::now();
-        completeTime_.reset();
+        starts = claimStart();
     }
+    if (starts) {
+        run();
+    }
+}
+
+bool MZWorkSeries::claimStart() {
+    if (status_ != MZWorkItemStatus::pending || startTime_) {
+        return false;
+    }
+    storeStatus(MZWorkItemStatus::running);
+    startTime_ = Clock::now();
+    completeTime_.reset();
+    return true;
+}
+
+void MZWorkSeries::run() {
     deliverReports();
     dispatchNextItem();
 }
@@ -95,11 +126,11 @@ void MZWorkSeries::dispatchNextItem() {
         completeIfIdle();
         return;
     }
-    if (const std::shared_ptr<velto::OperationQueue> queue = operationQueue()) {
+    if (item->completeTime()) {  // it was cancelled before it got here
+        workItemStatusChanged(*item, item->status());
+        workItemEnded(*item);
+    } else if (const std::shared_ptr<velto::OperationQueue> queue = operationQueue()) {
         queue->addOperation(item);
-    }
-    if (item->completeTime()) {
-        workItemEnded(*item);  // it was cancelled before it got here
     }
 }
 
@@ -140,19 +171,26 @@ void MZWorkSeries::cancelRemainingJobs() {
         Guard guard(lock_);
         first = std::exchange(nextIndex_, workItems_.size());
         stopping_ = true;
+        ++itemsUnderWay_;  // it ends when all have been cancelled, not in between
     }
-    for (std::size_t index = first; index < workItems_.size(); ++index) {
-        workItems_[index]->setDelegate({});
-        workItems_[index]->cancel();
+    std::exception_ptr failure =
+        visitAll(std::span(workItems_).subspan(first), [](MZWorkItem& item) {
+            item.setDelegate({});
+            item.cancel();
+        });
+    {
+        Guard guard(lock_);
+        --itemsUnderWay_;
     }
-    completeIfIdle();
+    keepingFirst(failure, [this] { completeIfIdle(); });
+    rethrowFirst({failure});
 }
 
 void MZWorkSeries::cancel() {
-    for (const std::shared_ptr<MZWorkItem>& item : workItems_) {
-        item->cancel();
-        item->worker()->setWorkStatus(MZWorkStatusCancelled);
-    }
+    rethrowFirst({visitAll(workItems_, [](MZWorkItem& item) { item.cancel(); }),
+                  visitAll(workItems_, [](MZWorkItem& item) {
+                      item.worker()->setWorkStatus(MZWorkStatusCancelled);
+                  })});
 }
 
 void MZWorkSeries::cancelWithoutTelling() {
@@ -160,9 +198,13 @@ void MZWorkSeries::cancelWithoutTelling() {
         Guard guard(lock_);
         muted_ = true;
     }
-    cancel();
-    Guard guard(lock_);
-    muted_ = false;
+    std::exception_ptr failure;
+    keepingFirst(failure, [this] { cancel(); });
+    {
+        Guard guard(lock_);
+        muted_ = false;
+    }
+    rethrowFirst({failure});
 }
 
 void MZWorkSeries::setStatus(MZWorkItemStatus status) {
@@ -181,42 +223,35 @@ void MZWorkSeries::storeStatus(MZWorkItemStatus status) {
     status_ = status;
     if (completes) {
         completeTime_ = Clock::now();
-        velto::NotificationCenter::shared().postOnMainThread(MZWorkSeriesCompletedNotification,
-                                                             shared_from_this());
     }
     outbox_.add(status);
 }
 
 void MZWorkSeries::deliverReports() {
     const std::shared_ptr<MZWorkSeries> self = shared_from_this();
-    const std::exception_ptr failure = outbox_.deliver(lock_, [this](MZWorkItemStatus status) {
+    const std::exception_ptr failed = outbox_.deliver(lock_, [&](MZWorkItemStatus status) {
         bool muted = false;
         {
             Guard guard(lock_);
             muted = muted_;
         }
+        std::exception_ptr failure;
         if (const std::shared_ptr<MZWorkSeriesDelegate> listener = delegate(); listener && !muted) {
-            listener->workSeriesStatusChanged(*this, status);
+            keepingFirst(failure, [&] { listener->workSeriesStatusChanged(*this, status); });
         }
         if (status == MZWorkItemStatus::completed) {
-            notifyWorkItemsOfSeriesCompletion();
+            // After the delegate: who is notified finds the series in the manager's history.
+            velto::NotificationCenter::shared().postOnMainThread(MZWorkSeriesCompletedNotification,
+                                                                 self);
+            keepingFirst(failure, [this] { notifyWorkItemsOfSeriesCompletion(); });
         }
+        rethrowFirst({failure});
     });
-    rethrowFirst({failure});
+    rethrowFirst({failed});
 }
 
 void MZWorkSeries::notifyWorkItemsOfSeriesCompletion() {
-    std::exception_ptr first;
-    for (const std::shared_ptr<MZWorkItem>& item : workItems_) {
-        try {
-            item->seriesCompleted();
-        } catch (...) {
-            if (first == nullptr) {
-                first = std::current_exception();
-            }
-        }
-    }
-    rethrowFirst({first});
+    rethrowFirst({visitAll(workItems_, [](MZWorkItem& item) { item.seriesCompleted(); })});
 }
 
 bool MZWorkSeries::isActive() const {

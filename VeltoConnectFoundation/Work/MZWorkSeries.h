@@ -42,7 +42,8 @@ public:
     /// A second call raises "Calling start more than once on a work series: …"; a series that was
     /// cancelled while it was pending stays as it is.
     void start();
-    /// Cancels every item and marks each worker as cancelled.
+    /// Cancels every item and marks each worker as cancelled; the first exception is raised after
+    /// all that.
     void cancel();
     /// Cancels what has not been dispatched yet; the series then ends with the item that runs.
     void cancelRemainingJobs();
@@ -103,7 +104,9 @@ private:
     friend class MZWorkItem;
     friend class MZWorkSeriesManager;
 
-    void startIfPending();        ///< The manager's start.
+    void startIfPending();  ///< The manager's start.
+    bool claimStart() VELTO_REQUIRES(lock_);
+    void run();
     void cancelWithoutTelling();  ///< Cancels while the delegate hears nothing of it.
     void workItemEnded(MZWorkItem& item);
     void completeIfIdle();
@@ -117,10 +120,12 @@ private:
     const std::vector<std::shared_ptr<MZWorkItem>> workItems_;
     std::atomic<MZWorkItemStatus> status_{MZWorkItemStatus::pending};
     std::atomic<std::int64_t> type_{0};
+    std::atomic<bool> endTold_{false};  ///< Set by the manager.
     mutable velto::Lock lock_;
     std::size_t nextIndex_ VELTO_GUARDED_BY(lock_) = 0;
     std::size_t activeIndex_ VELTO_GUARDED_BY(lock_) = 0;
-    std::size_t itemsUnderWay_ VELTO_GUARDED_BY(lock_) = 0;  ///< Dispatched and not yet ended.
+    /// What keeps the series from ending: items dispatched and not yet ended, and sweeps.
+    std::size_t itemsUnderWay_ VELTO_GUARDED_BY(lock_) = 0;
     bool stopping_ VELTO_GUARDED_BY(lock_) = false;  ///< Ends as soon as nothing is under way.
     bool muted_ VELTO_GUARDED_BY(lock_) = false;     ///< The delegate hears nothing.
     MZOutbox<MZWorkItemStatus> outbox_;

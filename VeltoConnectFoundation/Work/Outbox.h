@@ -7,6 +7,18 @@
 #include <utility>
 #include <vector>
 
+/// Takes a step; keeps what it raises, unless one before has raised already.
+template <class Step>
+void keepingFirst(std::exception_ptr& failure, const Step& step) {
+    try {
+        step();
+    } catch (...) {
+        if (failure == nullptr) {
+            failure = std::current_exception();
+        }
+    }
+}
+
 /// Reports of one object, collected under its lock and delivered after its release: in order, by
 /// one thread at a time, in a loop and never by recursion.
 template <class Report>
@@ -34,13 +46,7 @@ public:
                 batch.swap(waiting_);
             }
             for (Report& report : batch) {
-                try {
-                    handler(report);
-                } catch (...) {
-                    if (failure == nullptr) {
-                        failure = std::current_exception();
-                    }
-                }
+                keepingFirst(failure, [&] { handler(report); });
             }
         }
         return failure;
