@@ -135,6 +135,36 @@ TEST(WorkSeriesManager, CancelsAllWorkAndKeepsTheThrottleUntilItHasEnded) {
     EXPECT_EQ(manager->completedWork().size(), 3U);
 }
 
+TEST(WorkSeriesManager, ASeriesThatIsSubmittedTwiceCountsOnce) {
+    auto manager = velto::make<MZWorkSeriesManager>();
+    auto counter = std::make_shared<EndCounter>(2);
+    manager->setDelegate(counter);
+    Gate mayEnd;
+    auto twice = typed(seriesOf({worker([&](FunctionWorker&) { mayEnd.wait(); })}), 5);
+    manager->submitWork(twice);
+    manager->submitWork(twice);
+    manager->setThrottle(1, 5);
+    manager->submitWork(twice);
+    EXPECT_THAT(manager->activeWork(), testing::ElementsAre(twice));
+    mayEnd.open();
+    manager->submitWork(typed(seriesOf({worker()}), 5));
+    EXPECT_TRUE(counter->ended.wait()) << "the first one's place is free again";
+    EXPECT_TRUE(manager->activeWork().empty());
+}
+
+TEST(WorkSeriesManager, ManyEmptySeriesBehindAThrottleEndInALoop) {
+    auto manager = velto::make<MZWorkSeriesManager>();
+    constexpr std::size_t count = 100'000;
+    auto counter = std::make_shared<EndCounter>(count);
+    manager->setDelegate(counter);
+    manager->setThrottle(0, 5);
+    for (std::size_t i = 0; i < count; ++i) {
+        manager->submitWork(typed(seriesOf({}), 5));
+    }
+    manager->setThrottle(1, 5);
+    EXPECT_TRUE(counter->ended.wait());
+}
+
 TEST(WorkSeriesManager, TheDefaultOneCanBeReplaced) {
     const auto before = MZWorkSeriesManager::defaultManager();
     const auto mine = velto::make<MZWorkSeriesManager>();

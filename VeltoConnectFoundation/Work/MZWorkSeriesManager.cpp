@@ -72,13 +72,16 @@ std::shared_ptr<MZWorkSeriesManager> MZWorkSeriesManager::defaultManager() {
 void MZWorkSeriesManager::setDefaultManager(std::shared_ptr<MZWorkSeriesManager> manager) {
     DefaultManager& holder = defaultManagerHolder();
     Guard guard(holder.lock);
-    holder.manager = std::move(manager);
+    holder.manager.swap(manager);
 }
 
 void MZWorkSeriesManager::submitWork(std::shared_ptr<MZWorkSeries> series) {
     series->setDelegate(weak_from_this());
     {
         Guard guard(lock_);
+        if (countedAs_.contains(series.get())) {
+            return;
+        }
         pending_.add(series);
     }
     if (series->status() == MZWorkItemStatus::completed) {
@@ -109,7 +112,16 @@ void MZWorkSeriesManager::startNext(const std::shared_ptr<MZWorkSeries>& series)
     }
 }
 
-bool MZWorkSeriesManager::startNextOfType(std::int64_t type) {
+void MZWorkSeriesManager::startNextOfType(std::int64_t type) {
+    {
+        Guard guard(lock_);
+        typesWithRoom_.add(type);
+    }
+    rethrowFirst(
+        {typesWithRoom_.deliver(lock_, [this](std::int64_t next) { startOneOfType(next); })});
+}
+
+bool MZWorkSeriesManager::startOneOfType(std::int64_t type) {
     std::shared_ptr<MZWorkSeries> next;
     {
         Guard guard(lock_);
@@ -147,71 +159,82 @@ std::int64_t MZWorkSeriesManager::deactivate(const MZWorkSeries& series) {
     return type;
 }
 
-void MZWorkSeriesManager::addToHistory(std::shared_ptr<MZWorkSeries> series) {
+void MZWorkSeriesManager::addToHistory(std::shared_ptr<MZWorkSeries> series,
+                                       SeriesList& forgotten) {
     std::int64_t before = static_cast<std::int64_t>(completed_.size());
     completed_.push_back(std::move(series));
     // Required: counted before adding, so the history holds up to one more than the maximum.
     for (; before > std::max<std::int64_t>(maxCompletedWork_, 0); --before) {
+        forgotten.push_back(std::move(completed_.front()));
         completed_.pop_front();
     }
 }
 
-std::int64_t MZWorkSeriesManager::retire(MZWorkSeries& series) {
+std::optional<std::int64_t> MZWorkSeriesManager::retire(MZWorkSeries& series) {
+    SeriesList forgotten;
     Guard guard(lock_);
     if (std::shared_ptr<MZWorkSeries> ended = active_.take(&series)) {
         const std::int64_t type = deactivate(series);
-        addToHistory(std::move(ended));
+        addToHistory(std::move(ended), forgotten);
         return type;
     }
     if (std::shared_ptr<MZWorkSeries> ended = pending_.take(&series)) {
-        addToHistory(std::move(ended));
-    } else if (lingering_.take(&series) != nullptr) {
+        addToHistory(std::move(ended), forgotten);
+        return series.type();
+    }
+    if (lingering_.take(&series) != nullptr) {
         return deactivate(series);
     }
-    return series.type();
+    return std::nullopt;
 }
 
 void MZWorkSeriesManager::workSeriesStatusChanged(MZWorkSeries& series, MZWorkItemStatus status) {
     if (status != MZWorkItemStatus::cancelled && status != MZWorkItemStatus::completed) {
         return;
     }
-    const std::int64_t type = retire(series);
+    // The end of a series that is cancelled while it is being submitted comes twice.
+    const bool isNews = status != MZWorkItemStatus::completed || !series.endTold_.exchange(true);
+    const std::optional<std::int64_t> type = retire(series);
     std::exception_ptr failure;
-    try {
-        if (const std::shared_ptr<MZWorkSeriesDelegate> listener = delegate()) {
-            listener->workSeriesStatusChanged(series, status);
-        }
-    } catch (...) {
-        failure = std::current_exception();
+    if (const std::shared_ptr<MZWorkSeriesDelegate> listener = delegate(); listener && isNews) {
+        keepingFirst(failure, [&] { listener->workSeriesStatusChanged(series, status); });
     }
-    startNextOfType(type);
+    if (type) {
+        keepingFirst(failure, [&] { startNextOfType(*type); });
+    }
     rethrowFirst({failure});
 }
 
 void MZWorkSeriesManager::cancelAllWork() {
     SeriesList cancelled;
+    SeriesList forgotten;
     {
         Guard guard(lock_);
         for (const std::shared_ptr<MZWorkSeries>& series : pending_.list()) {
             cancelled.push_back(series);
-            addToHistory(series);
+            addToHistory(series, forgotten);
         }
         for (const std::shared_ptr<MZWorkSeries>& series : active_.list()) {
             cancelled.push_back(series);
-            addToHistory(series);
+            addToHistory(series, forgotten);
             lingering_.add(series);
         }
         pending_.clear();
         active_.clear();
     }
+    std::exception_ptr failure;
     for (const std::shared_ptr<MZWorkSeries>& series : cancelled) {
-        series->cancelWithoutTelling();
+        keepingFirst(failure, [&] { series->cancelWithoutTelling(); });
     }
     for (const std::shared_ptr<MZWorkSeries>& series : cancelled) {
-        if (!series->isActive()) {  // it ended unheard: its place under the throttle is free
-            startNextOfType(retire(*series));
+        if (series->isActive()) {
+            continue;
+        }
+        if (const auto type = retire(*series)) {  // it ended unheard: its place is free
+            keepingFirst(failure, [&] { startNextOfType(*type); });
         }
     }
+    rethrowFirst({failure});
 }
 
 MZWorkSeriesManager::SeriesList MZWorkSeriesManager::activeWork() const {
@@ -241,8 +264,9 @@ void MZWorkSeriesManager::removeSeriesFromCompletedWork(
 }
 
 void MZWorkSeriesManager::clearCompletedWork() {
+    std::deque<std::shared_ptr<MZWorkSeries>> forgotten;  // let go of after the lock
     Guard guard(lock_);
-    completed_.clear();
+    completed_.swap(forgotten);
 }
 
 std::optional<std::uint32_t> MZWorkSeriesManager::throttleForType(std::int64_t type) const {
@@ -265,7 +289,7 @@ void MZWorkSeriesManager::setThrottle(std::optional<std::uint32_t> throttle, std
     for (const std::shared_ptr<MZWorkSeries>& series : freed) {
         startNext(series);
     }
-    while (throttle && startNextOfType(type)) {
+    while (throttle && startOneOfType(type)) {
     }
 }
 

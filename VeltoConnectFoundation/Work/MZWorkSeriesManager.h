@@ -26,7 +26,8 @@ public:
     static std::shared_ptr<MZWorkSeriesManager> defaultManager();  ///< Made on first use.
     static void setDefaultManager(std::shared_ptr<MZWorkSeriesManager> manager);
 
-    /// Starts the series at once, or when its type's throttle allows it.
+    /// Starts the series at once, or when its type's throttle allows it. One that is active stays
+    /// as it is.
     void submitWork(std::shared_ptr<MZWorkSeries> series);
     SeriesList activeWork() const;     ///< Pending, then active.
     SeriesList completedWork() const;  ///< Oldest first.
@@ -71,14 +72,19 @@ private:
     };
 
     void startNext(const std::shared_ptr<MZWorkSeries>& series);
-    /// Starts at most one series; false when the throttle or the list allows none.
-    bool startNextOfType(std::int64_t type);
+    /// Starts at most one series. In a loop, for series may end as soon as they are started.
+    void startNextOfType(std::int64_t type);
+    /// False when the throttle or the list allows none.
+    bool startOneOfType(std::int64_t type);
     void activate(const std::shared_ptr<MZWorkSeries>& series) VELTO_REQUIRES(lock_);
     /// Answers the type that has room again.
     std::int64_t deactivate(const MZWorkSeries& series) VELTO_REQUIRES(lock_);
-    void addToHistory(std::shared_ptr<MZWorkSeries> series) VELTO_REQUIRES(lock_);
-    /// Moves a series that has ended out of the pending and active lists; answers its type.
-    std::int64_t retire(MZWorkSeries& series) VELTO_EXCLUDES(lock_);
+    /// What had to make room goes to `forgotten`, to be let go of after the lock.
+    void addToHistory(std::shared_ptr<MZWorkSeries> series, SeriesList& forgotten)
+        VELTO_REQUIRES(lock_);
+    /// Moves a series that has ended out of the lists; answers its type, or none when it had been
+    /// moved before.
+    std::optional<std::int64_t> retire(MZWorkSeries& series) VELTO_EXCLUDES(lock_);
 
     const std::shared_ptr<velto::OperationQueue> operationQueue_;
     mutable velto::Lock lock_;
@@ -92,4 +98,5 @@ private:
     std::unordered_map<std::int64_t, std::uint32_t> throttles_ VELTO_GUARDED_BY(lock_);
     std::int64_t maxCompletedWork_ VELTO_GUARDED_BY(lock_);
     std::weak_ptr<MZWorkSeriesDelegate> delegate_ VELTO_GUARDED_BY(lock_);
+    MZOutbox<std::int64_t> typesWithRoom_;
 };
