@@ -70,10 +70,15 @@ struct Switches {
     }
 
     void openGate() {
-        const std::uint32_t now = bits.load();
-        const std::uint32_t stderrBit = ((now >> MZLogLevelError) & 1U) << MZLogLevelStderr;
-        const bool ready = (now & initialized) != 0;
-        velto::detail::logGate.store(ready ? ((now & 0x2FU) | stderrBit) : 0x3FU);
+        std::uint32_t now = bits.load();
+        std::uint32_t shown = 0;
+        do {
+            shown = now;
+            const std::uint32_t stderrBit = ((now >> MZLogLevelError) & 1U) << MZLogLevelStderr;
+            const bool ready = (now & initialized) != 0;
+            velto::detail::logGate.store(ready ? ((now & 0x2FU) | stderrBit) : 0x3FU);
+            now = bits.load();
+        } while (now != shown);  // changed by another thread, whose gate this may have replaced
     }
 };
 
@@ -367,9 +372,12 @@ void MZRemoveLogger(const std::shared_ptr<MZLogger>& logger) {
     }
     Registry& all = registry();
     Guard guard(all.lock);
-    std::erase_if(all.loggers, [&](const std::shared_ptr<MZWeakLogger>& wrapper) {
-        return wrapper->logger() == nullptr || wrapper->containsLogger(logger);
-    });
+    const auto wrappers = all.loggers;  // a logger may end here, and log or remove others
+    for (const std::shared_ptr<MZWeakLogger>& wrapper : wrappers) {
+        if (wrapper->logger() == nullptr || wrapper->containsLogger(logger)) {
+            std::erase(all.loggers, wrapper);
+        }
+    }
 }
 
 std::vector<std::shared_ptr<MZLogger>> MZGetLoggers() {
