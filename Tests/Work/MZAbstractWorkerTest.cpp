@@ -143,6 +143,8 @@ TEST(AbstractWorker, ChangesItsCatalogueWithItsStoreType) {
     EXPECT_EQ(worker->storeType(), MZStoreMessages::sharedStoreMessages()->storeType());
     worker->setStoreType(3);
     EXPECT_EQ(worker->storeMessages()->storeType(), 3);
+    worker->storeMessages()->setStoreType(2);
+    EXPECT_EQ(worker->storeType(), 2) << "there is one store type, the catalogue's";
 }
 
 }  // namespace

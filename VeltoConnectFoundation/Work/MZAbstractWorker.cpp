@@ -280,7 +280,7 @@ void MZAbstractWorker::resetErrorsWarningsAndInfoMessages() {
 
 std::int64_t MZAbstractWorker::storeType() const {
     Guard guard(lock_);
-    return storeType_;
+    return storeMessages_ == nullptr ? storeType_ : storeMessages_->storeType();
 }
 
 void MZAbstractWorker::setStoreType(std::int64_t storeType) {
@@ -310,9 +310,11 @@ std::shared_ptr<velto::Queue> MZAbstractWorker::callbackQueue() const {
     return callbacks_ == nullptr ? nullptr : callbacks_->queue;
 }
 
+// What was set before is swapped out, so that it is let go of after the lock.
+
 void MZAbstractWorker::setCallbackQueue(std::shared_ptr<velto::Queue> queue) {
     Guard guard(lock_);
-    callbacks().queue = std::move(queue);
+    callbacks().queue.swap(queue);
 }
 
 MZAbstractWorker::Callback MZAbstractWorker::startedCallback() const {
@@ -322,7 +324,7 @@ MZAbstractWorker::Callback MZAbstractWorker::startedCallback() const {
 
 void MZAbstractWorker::setStartedCallback(Callback callback) {
     Guard guard(lock_);
-    callbacks().started = std::move(callback);
+    callbacks().started.swap(callback);
 }
 
 MZAbstractWorker::Callback MZAbstractWorker::cancelledCallback() const {
@@ -332,7 +334,7 @@ MZAbstractWorker::Callback MZAbstractWorker::cancelledCallback() const {
 
 void MZAbstractWorker::setCancelledCallback(Callback callback) {
     Guard guard(lock_);
-    callbacks().cancelled = std::move(callback);
+    callbacks().cancelled.swap(callback);
 }
 
 MZAbstractWorker::Callback MZAbstractWorker::finishedCallback() const {
@@ -342,7 +344,7 @@ MZAbstractWorker::Callback MZAbstractWorker::finishedCallback() const {
 
 void MZAbstractWorker::setFinishedCallback(Callback callback) {
     Guard guard(lock_);
-    callbacks().finished = std::move(callback);
+    callbacks().finished.swap(callback);
 }
 
 MZAbstractWorker::StatusMessageCallback MZAbstractWorker::statusMessageCallback() const {
@@ -352,7 +354,7 @@ MZAbstractWorker::StatusMessageCallback MZAbstractWorker::statusMessageCallback(
 
 void MZAbstractWorker::setStatusMessageCallback(StatusMessageCallback callback) {
     Guard guard(lock_);
-    callbacks().statusMessage = std::move(callback);
+    callbacks().statusMessage.swap(callback);
 }
 
 MZAbstractWorker::PercentCompleteCallback MZAbstractWorker::percentCompleteCallback() const {
@@ -362,7 +364,7 @@ MZAbstractWorker::PercentCompleteCallback MZAbstractWorker::percentCompleteCallb
 
 void MZAbstractWorker::setPercentCompleteCallback(PercentCompleteCallback callback) {
     Guard guard(lock_);
-    callbacks().percentComplete = std::move(callback);
+    callbacks().percentComplete.swap(callback);
 }
 
 std::string MZAbstractWorker::descriptionWithLocale(std::size_t indent) const {

@@ -97,7 +97,7 @@ public:
     /// Empties all three lists in one step.
     void resetErrorsWarningsAndInfoMessages();
 
-    std::int64_t storeType() const;
+    std::int64_t storeType() const;  ///< The catalogue's.
     void setStoreType(std::int64_t storeType);
     /// The catalogue of texts for the worker's store type; shared, never null.
     std::shared_ptr<MZStoreMessages> storeMessages() const;
