@@ -153,6 +153,7 @@ TEST_F(MZTaskTest, WithoutPipesItAnswersMinusOne) {
     EXPECT_EQ(child->execute(), -1);
     EXPECT_FALSE(child->isRunning());
     EXPECT_EQ(log.lines().at(0).level, MZLogLevelError);
+    EXPECT_THAT(log.messages().at(0), HasSubstr("Too many open files"));
 }
 
 TEST_F(MZTaskTest, WhatADelegateThrowsAtABlockIsLoggedOnly) {
@@ -193,6 +194,20 @@ TEST_F(MZTaskTest, TheFlushIsCountedAndEndsAtAnException) {
         log.messages(),
         ElementsAre("*** Warning: Caught exception while flushing channels: thrown at a block",
                     "stdout: Handled multiple calls to -availableData"));
+}
+
+TEST_F(MZTaskTest, AFlushThatBreaksIsNotCounted) {
+    const auto child = task("ShowsItself");
+    for (const char* text : {"a", "b"}) {
+        receiver->throwsAtBlocks = *text == 'b';
+        child->processDidReport(velto::ProcessStream::standardOutput,
+                                {velto::ChannelReport::Kind::drained, velto::Data(text), 0});
+    }
+    child->processDidTerminate({velto::ProcessExit::Reason::exit, 0});
+    EXPECT_EQ(receiver->ends, 1);
+    EXPECT_THAT(
+        log.messages(),
+        ElementsAre("*** Warning: Caught exception while flushing channels: thrown at a block"));
 }
 
 TEST_F(MZTaskTest, WhatADelegateThrowsAtTheEndIsPassedOn) {

@@ -15,7 +15,7 @@ std::unique_ptr<velto::Process> makeProcess() {
     velto::Error error;
     std::unique_ptr<velto::Process> process = velto::Process::make(&error);
     if (!process) {
-        MZLogError("%@", error.localizedDescription());
+        MZLogError("%@", error);
     }
     return process;
 }
@@ -162,12 +162,15 @@ void MZTask::flush(velto::ProcessStream stream, const velto::Data& block) {
     if (isFlushBroken_) {
         return;
     }
-    ++(stream == velto::ProcessStream::standardOutput ? outputFlushes_ : errorFlushes_);
+    std::size_t& flushes =
+        stream == velto::ProcessStream::standardOutput ? outputFlushes_ : errorFlushes_;
     try {
+        ++flushes;
         tell(stream, block);
     } catch (const velto::Exception& exception) {
-        // What is left of the flush is not told any more.
+        // What is left of the flush is not told any more, and this stream's was not finished.
         isFlushBroken_ = true;
+        flushes = 0;
         MZLogDebug("*** Warning: Caught exception while flushing channels: %@", exception);
     }
 }
