@@ -124,6 +124,22 @@ TEST_F(VeltoDrovanTest, CandidatesComeInOrder) {
     EXPECT_TRUE(log.contains("Looking for Drovan at path: " + tool));
 }
 
+TEST_F(VeltoDrovanTest, TheFirstUsablePlaceBecomesTheDefaultOne) {
+    const std::string tool = childProgram("ShowsItself").string();
+    defaults.set(VeltoDrovanAdditionalPathsToVELMDrovan, Array{tool});
+    VeltoDrovan::setupDrovanLocationIfAvailable();
+    EXPECT_TRUE(log.contains("Overriding drovan location: " + tool));
+    EXPECT_EQ(VeltoDrovan::drovanPath(), tool);
+
+    // Neither what the user has set nor an earlier find becomes the default when it is of no use.
+    defaults.set(VeltoDrovanAdditionalPathsToVELMDrovan, Array{});
+    defaults.set(VeltoDrovanExecutablePath, "/nowhere/tool");
+    VeltoDrovan::setupDrovanLocationIfAvailable();
+    defaults.set(VeltoDrovanExecutablePath, {});
+    EXPECT_TRUE(log.contains("Using default drovan location: " + std::string(DROVAN_PATH)));
+    EXPECT_EQ(VeltoDrovan::drovanPath(), DROVAN_PATH);
+}
+
 TEST_F(VeltoDrovanTest, AFileThatIsNotExecutableIsLogged) {
     const std::string file = folder.write("file", "text");
     EXPECT_FALSE(VeltoDrovan::isExecutableAtPath(file));
@@ -388,7 +404,7 @@ TEST_F(VeltoDrovanTest, CancelsAtRandomMomentsLeaveNothing) {
         ASSERT_TRUE(receiver->status == SIGTERM || receiver->status == 3);
         ASSERT_FALSE(receiver->wasNested && receiver->ends == 1);
     }
-    EXPECT_TRUE(waitUntil([&] { return openDescriptors() == before; }));
+    EXPECT_TRUE(waitUntil([&] { return openDescriptors() == before; })) << openDescriptors() << " descriptors, " << before << " before";
     EXPECT_FALSE(hasChildren());
 }
 

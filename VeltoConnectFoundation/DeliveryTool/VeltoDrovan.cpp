@@ -324,7 +324,7 @@ std::optional<std::string> VeltoDrovan::overridenDrovanPath() {
 }
 
 void VeltoDrovan::setupDrovanLocationIfAvailable() {
-    std::string path = drovanPath();
+    std::string path(DROVAN_PATH);
     if (const std::optional<std::string> found = overridenDrovanPath()) {
         MZLogDebug("Overriding drovan location: %@", *found);
         path = *found;
