@@ -120,6 +120,14 @@ TEST_F(DeliveryRun, EveryFaultOfTheToolEndsInAClearResult) {
     }
 }
 
+TEST_F(DeliveryRun, AFailureIsAnErrorForAnUnknownStoreToo) {
+    sandbox.play("exit=9@start\n");
+    const auto source = sandbox.source();
+    source->setStoreType(9);
+    const auto worker = finished(velto::make<VeltoDrovanUploadWorker>(source, true));
+    EXPECT_EQ(worker->errorMessage(), "An error occurred talking to the Store.");
+}
+
 TEST_F(DeliveryRun, AToolThatIsMissingOrCannotStartIsAnError) {
     sandbox.set("VeltoDrovanExecutablePath", (sandbox.path() / "nowhere").string());
     sandbox.set("VeltoDrovanAdditionalPathsToVELMDrovan", velto::Array{});

@@ -14,6 +14,7 @@
 #include <VeltoConnectFoundation/Platform/UUID.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
+#include <VeltoConnectFoundation/Work/MZStoreMessages.h>
 
 #include <algorithm>
 #include <charconv>
@@ -157,9 +158,11 @@ VeltoDrovanUploadWorker::Credentials VeltoDrovanUploadWorker::credentials() cons
         return result;
     };
     if (authentication != nullptr) {
-        if (authentication->isSessionEnabled()) {
-            return fromEnvironment(buildEnvironmentWithSessionID(authentication->sessionID(),
-                                                                 authentication->sharedSecret()),
+        // Read once: a sign-in elsewhere may change them, and each option needs its variable.
+        const std::string sessionID = authentication->sessionID();
+        const std::string sharedSecret = authentication->sharedSecret();
+        if (!sessionID.empty() && !sharedSecret.empty()) {
+            return fromEnvironment(buildEnvironmentWithSessionID(sessionID, sharedSecret),
                                    {"-sessionid", "-sharedsecret"});
         }
         if (const Dictionary headers = authentication->httpHeaders(); !headers.isEmpty()) {
@@ -532,8 +535,10 @@ void VeltoDrovanUploadWorker::drovanCompleted() {
 }
 
 void VeltoDrovanUploadWorker::addFailure() {
-    const std::string fallback =
-        errorOccurredUploadingToStoreErrorMessage().value_or(std::string());
+    // An unknown store type has no sentence of its own, and a failed run must not pass for a good
+    // one.
+    const std::string fallback = errorOccurredUploadingToStoreErrorMessage().value_or(
+        storeMessages()->errorTalkingWithStoreMessage());
     try {
         const std::string out = drovan()->standardOutString();
         const std::string error = drovan()->standardErrorString();
