@@ -32,4 +32,11 @@ TEST(VeltoPackageSource, DescribesAPropertyALineAndHidesTheSecrets) {
               "versionString: 1.2");
 }
 
+TEST(VeltoPackageSource, TakesItsOwnPasswordAgain) {
+    VeltoPackageSource source;
+    source.setPassword("canary-password-of-some-length");
+    source.setPassword(source.password());
+    EXPECT_EQ(source.password(), "canary-password-of-some-length");
+}
+
 }  // namespace

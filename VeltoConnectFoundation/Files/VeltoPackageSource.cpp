@@ -13,8 +13,9 @@ VeltoPackageSource::~VeltoPackageSource() {
 }
 
 void VeltoPackageSource::setPassword(std::string_view password) {
-    velto::wipe(password_);
-    password_ = password;
+    std::string former(password);  // Copied first: it may be a view of the one that goes.
+    former.swap(password_);
+    velto::wipe(former);
 }
 
 void VeltoPackageSource::setAuthentication(
