@@ -360,6 +360,22 @@ TEST_F(VeltoDrovanTest, ALaunchEndsTheOneBefore) {
     EXPECT_FALSE(hasChildren());
 }
 
+TEST_F(VeltoDrovanTest, AnEndThatComesDuringTheLaunchIsNotLost) {
+    const auto tool = drovan("ClosesItsOutput");
+    std::atomic<bool> isLaunched = false;
+    std::thread other([&] {
+        while (!isLaunched && !tool->isRunning()) {
+            tool->terminate();
+        }
+        tool->terminate();
+    });
+    tool->executeAsynchronously();
+    isLaunched = true;
+    other.join();
+    EXPECT_TRUE(endHasCome());
+    EXPECT_FALSE(hasChildren());
+}
+
 TEST_F(VeltoDrovanTest, ADriverThatGoesLeavesNoChild) {
     auto tool = drovan("IgnoresTerminate");
     tool->executeAsynchronously();
@@ -404,7 +420,9 @@ TEST_F(VeltoDrovanTest, CancelsAtRandomMomentsLeaveNothing) {
         ASSERT_TRUE(receiver->status == SIGTERM || receiver->status == 3);
         ASSERT_FALSE(receiver->wasNested && receiver->ends == 1);
     }
-    EXPECT_TRUE(waitUntil([&] { return openDescriptors() == before; })) << openDescriptors() << " descriptors, " << before << " before";
+    // Fewer when threads of the pool that served earlier tests have ended meanwhile.
+    EXPECT_TRUE(waitUntil([&] { return openDescriptors() <= before; }))
+        << openDescriptors() << " descriptors, " << before << " before";
     EXPECT_FALSE(hasChildren());
 }
 
