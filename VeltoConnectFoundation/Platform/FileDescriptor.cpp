@@ -16,6 +16,12 @@ void FileDescriptor::reset(int number) noexcept {
     number_ = number;
 }
 
+int FileDescriptor::close() noexcept {
+    const int number = std::exchange(number_, -1);
+    // Linux has closed it also when a signal came in between.
+    return number < 0 || ::close(number) == 0 || errno == EINTR ? 0 : errno;
+}
+
 int Pipe::open() noexcept {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {

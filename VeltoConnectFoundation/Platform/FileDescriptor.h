@@ -21,6 +21,8 @@ public:
     explicit operator bool() const noexcept { return number_ >= 0; }
     int number() const noexcept { return number_; }
     void reset(int number = -1) noexcept;  ///< Closes what it held.
+    /// Closes, for a file that was written: 0, or why what was written may be lost.
+    [[nodiscard]] int close() noexcept;
 
 private:
     int number_ = -1;

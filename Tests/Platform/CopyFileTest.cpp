@@ -1,0 +1,265 @@
+#include <VeltoConnectFoundation/Platform/CopyFile.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+
+#include <Tests/Support/IsError.h>
+#include <Tests/Support/RandomSeed.h>
+#include <Tests/Support/TemporaryDirectory.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+using velto::CopyFileObserver;
+using velto::Error;
+using velto::FileManager;
+using velto::testing::contentsOfFile;
+using velto::testing::IsError;
+using velto::testing::TemporaryDirectory;
+
+constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
+
+/// What a copy must have in common with its source.
+struct Traits {
+    explicit Traits(const std::string& path) {
+        struct stat status {};
+        EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+        mode = status.st_mode;
+        size = status.st_size;
+        modified = status.st_mtim.tv_sec * 1'000'000'000 + status.st_mtim.tv_nsec;
+        blocks = status.st_blocks;
+        std::vector<char> value(65536);
+        const ssize_t length = lgetxattr(path.c_str(), "user.note", value.data(), value.size());
+        note.assign(value.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    }
+    mode_t mode = 0;
+    off_t size = 0;
+    std::int64_t modified = 0;
+    blkcnt_t blocks = 0;
+    std::string note;
+};
+
+/// A file of random kind; its path.
+std::string makeFile(const TemporaryDirectory& folder, std::mt19937_64& random, unsigned index) {
+    static const char* const names[] = {"plain",    "with blank", "ünïcödé 電影",
+                                        "-dash",    "quote'\"",   "line\nfeed",
+                                        "\xff\xfe", "..dots",     "a&b<c>"};
+    const auto pick = [&](std::uint64_t below) { return random() % below; };
+    std::string bytes(pick(2) == 0 ? pick(2) : pick(200'000), '\0');
+    for (std::size_t place = 0; place < bytes.size(); place += sizeof(std::uint64_t)) {
+        const std::uint64_t word = random();
+        std::memcpy(&bytes[place], &word, std::min(sizeof word, bytes.size() - place));
+    }
+    const std::string path =
+        folder.write("source/" + std::to_string(index) + names[index % std::size(names)], bytes);
+    const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_GE(file, 0);
+    for (std::uint64_t holes = pick(4); holes != 0 && index % 3 == 0; --holes) {
+        // Data behind a hole, or a hole at the end.
+        const off_t end = lseek(file, 0, SEEK_END) + static_cast<off_t>(pick(3 * mebibyte));
+        EXPECT_EQ(ftruncate(file, end), 0);
+        if (pick(2) == 0) {
+            EXPECT_EQ(pwrite(file, "x", 1, end), 1);
+        }
+    }
+    if (index % 60 == 7) {
+        const std::string large(20 * mebibyte + pick(100), 'L');
+        EXPECT_EQ(pwrite(file, large.data(), large.size(), 0), static_cast<ssize_t>(large.size()));
+    }
+    if (pick(2) == 0) {
+        const std::string note(pick(2000), 'n');
+        // Not every file system holds attributes; then neither file has one.
+        fsetxattr(file, "user.note", note.data(), note.size(), 0);
+    }
+    const mode_t modes[] = {0644, 0600, 0755, 0440, 0400, 0666};
+    EXPECT_EQ(fchmod(file, modes[pick(std::size(modes))]), 0);
+    const timespec times[] = {
+        {static_cast<time_t>(pick(2'000'000'000)), 1},
+        {static_cast<time_t>(pick(2'000'000'000)), static_cast<long>(pick(1'000'000'000))}};
+    EXPECT_EQ(futimens(file, times), 0);
+    close(file);
+    return path;
+}
+
+/// Random files: the copy has the same bytes, holes and attributes, and so has what the observer
+/// of bytes is given. VELTO_TEST_COPIES asks for more of them.
+TEST(CopyFile, CopiesBytesHolesAndAttributes) {
+    std::mt19937_64 random(velto::testing::randomSeed());
+    const char* const asked = std::getenv("VELTO_TEST_COPIES");
+    const unsigned count = asked != nullptr ? static_cast<unsigned>(std::atoi(asked)) : 300;
+    const TemporaryDirectory folder;
+    ASSERT_TRUE(FileManager::createFolder(folder.at("copy")));
+    for (unsigned index = 0; index < count; ++index) {
+        const std::string source = makeFile(folder, random, index);
+        const std::string copy = folder.at("copy/" + source.substr(source.rfind('/') + 1));
+        SCOPED_TRACE(source);
+        std::uint64_t last = 0;
+        std::string seen;
+        CopyFileObserver observer;
+        observer.progress = [&](std::uint64_t copied) {
+            EXPECT_GT(copied, last);
+            // A hole is passed in one step; bytes are told of in blocks.
+            EXPECT_TRUE(index % 3 == 0 || copied - last <= 9 * mebibyte);
+            last = copied;
+            return true;
+        };
+        if (index % 2 == 0) {
+            observer.bytes = [&](const std::uint8_t* bytes, std::size_t number) {
+                seen.append(reinterpret_cast<const char*>(bytes), number);
+                return true;
+            };
+        }
+        const Traits before(source);
+        Error error;
+        ASSERT_TRUE(velto::copyFile(source, copy, observer, &error)) << error.description();
+        const Traits after(copy);
+        EXPECT_EQ(after.mode, before.mode);
+        EXPECT_EQ(after.modified, before.modified);
+        EXPECT_EQ(after.note, before.note);
+        // A hole may end within a block, never by more.
+        EXPECT_LE(after.blocks, before.blocks + 64);
+        const std::string bytes = contentsOfFile(source);
+        ASSERT_TRUE(contentsOfFile(copy) == bytes);
+        ASSERT_TRUE(index % 2 != 0 || seen == bytes);
+        EXPECT_TRUE(last == bytes.size() || last == 0);
+        ASSERT_TRUE(FileManager::remove(source) && FileManager::remove(copy));
+    }
+}
+
+TEST(CopyFile, LeavesBehindWhatGivesRights) {
+    const TemporaryDirectory folder;
+    const std::string source = folder.write("source", "x");
+    ASSERT_EQ(chmod(source.c_str(), 06755), 0);
+    ASSERT_TRUE(velto::copyFile(source, folder.at("copy")));
+    EXPECT_EQ(FileManager::attributes(folder.at("copy"))->mode, 0755U);
+}
+
+TEST(CopyFile, CopiesALinkAsALink) {
+    const TemporaryDirectory folder;
+    const std::string source = folder.at("link");
+    ASSERT_EQ(symlink("nowhere/at all", source.c_str()), 0);
+    ASSERT_TRUE(velto::copyFile(source, folder.at("copy")));
+    EXPECT_EQ(std::filesystem::read_symlink(folder.at("copy")), "nowhere/at all");
+    Error error;
+    CopyFileObserver observer;
+    observer.bytes = [](const std::uint8_t*, std::size_t) { return true; };
+    EXPECT_FALSE(velto::copyFile(source, folder.at("second"), observer, &error));
+    EXPECT_THAT(error, IsError(velto::POSIXErrorDomain, ELOOP));
+    EXPECT_FALSE(FileManager::linkAttributes(folder.at("second")));
+}
+
+TEST(CopyFile, ReadsWhatTheKernelMakesUp) {
+    const TemporaryDirectory folder;
+    ASSERT_TRUE(velto::copyFile("/proc/sys/kernel/ostype", folder.at("copy")));
+    EXPECT_EQ(contentsOfFile(folder.at("copy")), "Linux\n");
+}
+
+/// Each says which path it is about, and leaves what was at the destination as it was.
+TEST(CopyFile, SaysWhatIsInTheWay) {
+    const TemporaryDirectory folder;
+    const std::string file = folder.write("file", "source");
+    const std::string there = folder.write("there", "old");
+    const std::string pipe = folder.at("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    ASSERT_EQ(symlink("gone", folder.at("dangling").c_str()), 0);
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    folder.at("socket").copy(address.sun_path, sizeof address.sun_path - 1);
+    const int local = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(local, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const std::string fresh = folder.at("fresh");
+    const struct {
+        const char* name;
+        std::string source;
+        std::string destination;
+        int code;
+        std::string about;
+    } rows[] = {
+        {"missing", folder.at("none"), fresh, ENOENT, folder.at("none")},
+        {"a folder", folder.path(), fresh, EISDIR, folder.path()},
+        {"a pipe", pipe, fresh, EINVAL, pipe},
+        {"a device", "/dev/zero", fresh, EINVAL, "/dev/zero"},
+        {"a socket", address.sun_path, fresh, EINVAL, address.sun_path},
+        {"a file is there", file, there, EEXIST, there},
+        {"a dangling link is there", file, folder.at("dangling"), EEXIST, "dangling"},
+        {"a link over a file", folder.at("dangling"), there, EEXIST, there},
+        {"onto itself", file, file, EEXIST, file},
+        {"no folder", file, folder.at("none/fresh"), ENOENT, folder.at("none/fresh")},
+        {"below a file", file, file + "/fresh", ENOTDIR, file + "/fresh"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Error error;
+        EXPECT_FALSE(velto::copyFile(row.source, row.destination, {}, &error));
+        EXPECT_THAT(error, IsError(velto::POSIXErrorDomain, row.code));
+        EXPECT_NE(error.localizedDescription().find(row.about), std::string::npos)
+            << error.localizedDescription();
+        EXPECT_FALSE(FileManager::exists(fresh));
+    }
+    close(local);
+    EXPECT_EQ(contentsOfFile(there), "old");
+    EXPECT_EQ(contentsOfFile(file), "source");
+}
+
+TEST(CopyFile, EndsWhereTheObserverStopsIt) {
+    const TemporaryDirectory folder;
+    const std::string source = folder.write("source", std::string(40 * mebibyte, 'x'));
+    for (const bool byBytes : {false, true}) {
+        SCOPED_TRACE(byBytes);
+        const std::string copy = folder.at(byBytes ? "a" : "b");
+        CopyFileObserver observer;
+        unsigned calls = 0;
+        if (byBytes) {
+            observer.bytes = [&](const std::uint8_t*, std::size_t) { return ++calls < 3; };
+        } else {
+            observer.progress = [&](std::uint64_t) { return ++calls < 3; };
+        }
+        Error error;
+        EXPECT_FALSE(velto::copyFile(source, copy, observer, &error));
+        EXPECT_THAT(error, IsError(velto::POSIXErrorDomain, ECANCELED));
+        EXPECT_EQ(calls, 3U);
+        const auto left = FileManager::attributes(copy);
+        ASSERT_TRUE(left);
+        EXPECT_LT(left->size, 40 * mebibyte);
+        EXPECT_EQ(left->mode, 0600U);
+    }
+}
+
+TEST(CopyFile, NoticesThatTheSourceBecameShorter) {
+    const TemporaryDirectory folder;
+    for (const bool withBytes : {false, true}) {
+        SCOPED_TRACE(withBytes);
+        const std::string source = folder.write("source", std::string(40 * mebibyte, 'x'));
+        CopyFileObserver observer;
+        const auto cut = [&] { return truncate(source.c_str(), 9 * mebibyte) == 0; };
+        if (withBytes) {
+            observer.bytes = [&](const std::uint8_t*, std::size_t) { return cut(); };
+        } else {
+            observer.progress = [&](std::uint64_t) { return cut(); };
+        }
+        Error error;
+        EXPECT_FALSE(velto::copyFile(source, folder.at(withBytes ? "a" : "b"), observer, &error));
+        EXPECT_THAT(error, IsError(velto::POSIXErrorDomain, EIO));
+    }
+}
+
+/// An observer's own exception leaves no thread behind that still uses the copy.
+TEST(CopyFile, PassesAnObserversExceptionOn) {
+    const TemporaryDirectory folder;
+    const std::string source = folder.write("source", std::string(10 * mebibyte, 'x'));
+    CopyFileObserver observer;
+    observer.bytes = [](const std::uint8_t*, std::size_t) -> bool { throw 1; };
+    EXPECT_THROW((void)velto::copyFile(source, folder.at("copy"), observer), int);
+}
+
+}  // namespace
