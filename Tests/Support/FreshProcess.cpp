@@ -7,15 +7,15 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace velto::testing {
 
 namespace {
 
-constexpr std::string_view marker = "VELTO_TEST_FRESH_PROCESS=1";
+constexpr const char* marker = "VELTO_TEST_FRESH_PROCESS=1";
 
 }  // namespace
 
@@ -27,12 +27,19 @@ bool ranInFreshProcess() {
     if (isFreshProcess()) {
         return false;
     }
+    EXPECT_EQ(runTestAgain({}, marker), 0) << "in the process of its own, see above";
+    return true;
+}
+
+std::optional<int> runTestAgain(std::vector<std::string> words, std::string mark) {
     const ::testing::TestInfo& test = *::testing::UnitTest::GetInstance()->current_test_info();
-    std::string filter =
-        std::string("--gtest_filter=") + test.test_suite_name() + '.' + test.name();
-    std::string program = "/proc/self/exe";
-    std::string mark(marker);
-    std::vector<char*> arguments{program.data(), filter.data(), nullptr};
+    words.push_back(std::filesystem::read_symlink("/proc/self/exe"));
+    words.push_back(std::string("--gtest_filter=") + test.test_suite_name() + '.' + test.name());
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
     std::vector<char*> environment{mark.data()};
     for (char** entry = environ; *entry != nullptr; ++entry) {
         // The results of the fresh process must not replace those of this one.
@@ -42,15 +49,14 @@ bool ranInFreshProcess() {
     }
     environment.push_back(nullptr);
     pid_t child = 0;
-    const int failure = posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments.data(),
-                                    environment.data());
-    int status = -1;
-    if (failure != 0 || waitpid(child, &status, 0) != child) {
+    int status = 0;
+    if (posix_spawn(&child, arguments.front(), nullptr, nullptr, arguments.data(),
+                    environment.data()) != 0 ||
+        waitpid(child, &status, 0) != child) {
         ADD_FAILURE() << "could not run the test in a process of its own";
-    } else {
-        EXPECT_EQ(status, 0) << "in the process of its own, see above";
+        return std::nullopt;
     }
-    return true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace velto::testing

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <optional>
+#include <string>
+#include <vector>
+
 namespace velto::testing {
 
 /// For tests of what a process can do only once, such as choosing the main queue's home: runs the
@@ -12,5 +16,9 @@ bool ranInFreshProcess();
 
 /// Whether this is such a process.
 bool isFreshProcess();
+
+/// The current test's command line, run behind `words` (a program that runs it; its path first)
+/// with `mark` (NAME=VALUE) in its environment; the exit code, or none when it was not to be run.
+std::optional<int> runTestAgain(std::vector<std::string> words, std::string mark);
 
 }  // namespace velto::testing

@@ -49,7 +49,7 @@ public:
     /// Fails when anything is at `destination` already, and leaves that as it is. After another
     /// failure, or a cancel, a part of the copy may stay there. Nothing is synchronized with the
     /// disk. A cancelled operation stays cancelled: it copies nothing any more.
-    [[nodiscard]] velto::Error copyToPath(std::string_view destination);
+    [[nodiscard]] virtual velto::Error copyToPath(std::string_view destination);
     void copyToFile(std::string_view destination);  ///< Raises.
 
     /// A copy that runs ends with an error after at most 8 MiB more.

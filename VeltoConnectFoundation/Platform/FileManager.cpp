@@ -227,12 +227,19 @@ bool FileManager::createFolder(std::string_view path, std::uint32_t mode, Error*
         if (mkdir(part.c_str(), static_cast<mode_t>(mode)) != 0) {
             const int reason = errno;
             if (!isFolder(part)) {
-                return fail(error, Error::posix(reason, path));
+                // Below something else, or dangling, nothing can be created.
+                const bool isBelow = reason == EEXIST && end != whole.size();
+                return fail(error, Error::posix(isBelow ? ENOTDIR : reason, path));
             }
         }
         end = whole.find_first_not_of('/', end);
     }
     return isFolder(path) || fail(error, Error::posix(ENOENT, path));
+}
+
+bool FileManager::createNewFolder(std::string_view path, std::uint32_t mode, Error* error) {
+    return mkdir(std::string(path).c_str(), static_cast<mode_t>(mode)) == 0 ||
+           failWithErrno(error, path);
 }
 
 std::optional<std::vector<std::string>> FileManager::namesInFolder(std::string_view path,

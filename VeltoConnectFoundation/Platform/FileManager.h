@@ -57,6 +57,10 @@ public:
     [[nodiscard]] static bool createFolder(std::string_view path,
                                            std::uint32_t mode = 0777,
                                            Error* error = nullptr);
+    /// That folder alone, and a new one: whatever is there already is an error (EEXIST).
+    [[nodiscard]] static bool createNewFolder(std::string_view path,
+                                              std::uint32_t mode = 0777,
+                                              Error* error = nullptr);
     /// Names without "." and "..", in no order.
     [[nodiscard]] static std::optional<std::vector<std::string>> namesInFolder(
         std::string_view path,

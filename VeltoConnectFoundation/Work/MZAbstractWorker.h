@@ -68,7 +68,8 @@ public:
     MZWorkStatus workStatus() const { return workStatus_.load(); }
     void setWorkStatus(MZWorkStatus status);
 
-    double percentComplete() const;  ///< 0 to 100
+    /// 0 to 100. A worker that counts what it does may answer from its counters.
+    virtual double percentComplete() const;
     void setPercentComplete(double percent);
 
     std::optional<std::string> statusMessage() const;

@@ -1,0 +1,363 @@
+#include <VeltoConnectFoundation/Files/MZMD5Worker.h>
+#include <VeltoConnectFoundation/Files/VeltoVideoMetadataWorker.h>
+#include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
+#include <VeltoConnectFoundation/Platform/Digest.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/XMLDocument.h>
+#include <VeltoConnectFoundation/Work/MZWorkItem.h>
+
+#include <Tests/Support/IsError.h>
+#include <Tests/Support/RandomSeed.h>
+#include <Tests/Support/ScopedUserDefaults.h>
+#include <Tests/Support/SmallDisk.h>
+#include <Tests/Support/TemporaryDirectory.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <thread>
+
+namespace {
+
+using velto::Error;
+using velto::FileManager;
+using velto::testing::contentsOfFile;
+using velto::testing::IsError;
+using velto::testing::TemporaryDirectory;
+using Builder = VeltoVideoPackageBuilderWorker;
+
+constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
+
+std::string md5Of(const std::string& bytes) {
+    return velto::hexadecimal(velto::Digest::of(velto::Digest::Algorithm::md5, bytes)->view());
+}
+
+/// A builder whose MD5 worker has run.
+std::shared_ptr<Builder> builderFor(const std::string& video,
+                                    const VeltoGivenVideoMetadata& metadata = {"Film", "DemoStudio",
+                                                                               "FILM_1"},
+                                    std::string_view assetType = "Main") {
+    const auto md5 = velto::make<MZMD5Worker>(video);
+    md5->run();
+    return Builder::initWithMetadataWorker(std::make_shared<VeltoGivenVideoMetadata>(metadata), md5,
+                                           assetType);
+}
+
+/// Why a package folder is not complete; empty when it is.
+std::string faultOf(const std::filesystem::path& package) {
+    const auto document = velto::XMLDocument::parse(contentsOfFile(package / "metadata.xml"));
+    if (!document) {
+        return "metadata.xml is malformed";
+    }
+    const velto::XMLElement& file =
+        document->root().child("assets")->child("asset")->children().front();
+    const std::string media = contentsOfFile(package / file.child("file_name")->text());
+    return file.child("size")->text() != std::to_string(media.size()) ? "wrong size"
+           : file.child("checksum")->text() != md5Of(media)           ? "wrong checksum"
+                                                                      : "";
+}
+
+TEST(VeltoVideoPackageBuilderWorker, BuildsAPackageBesideTheVideo) {
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("movie.mov", "video");
+    const auto builder = builderFor(video);
+    EXPECT_EQ(builder->statusMessage(), "Create Velto Store package");
+    EXPECT_EQ(builder->percentComplete(), 0);
+    EXPECT_EQ(builder->size(), 0U);
+    std::vector<std::string> messages;
+    const velto::Observation observation =
+        builder->observe("statusMessage", [&](const velto::PropertyChange&) {
+            messages.push_back(builder->statusMessage().value_or(""));
+        });
+    MZWorkItem::itemWithWorker(builder)->main();
+    const std::string package = folder.at("movie-UntitledVeltoStoreDelivery.velmp");
+    EXPECT_FALSE(builder->hasErrors()) << builder->description();
+    EXPECT_EQ(builder->packagePath(), package);
+    EXPECT_EQ(builder->createdDirectory(), package);
+    EXPECT_EQ(builder->workStatus(), MZWorkStatusFinished);
+    EXPECT_EQ(builder->percentComplete(), 100);
+    EXPECT_EQ(builder->size(), 5U);
+    EXPECT_EQ(builder->completed(), 5U);
+    EXPECT_THAT(messages, ::testing::ElementsAre(
+                              "Creating Velto Store package…", "Copying media to the package…",
+                              "Generating metadata…", "Generated package: " + package));
+    EXPECT_EQ(contentsOfFile(package + "/movie.mov"), "video");
+    EXPECT_EQ(contentsOfFile(package + "/metadata.xml"),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<package version=\"film2.3\">\n"
+              "\t<provider>DemoStudio</provider>\n"
+              "\t<assets media_type=\"Film\" vendor_id=\"FILM_1\">\n"
+              "\t\t<asset type=\"full\">\n"
+              "\t\t\t<data_file role=\"source\">\n"
+              "\t\t\t\t<file_name>movie.mov</file_name>\n"
+              "\t\t\t\t<size>5</size>\n"
+              "\t\t\t\t<checksum type=\"md5\">421b47ffd946ca083b65cd668c6b17e6</checksum>\n"
+              "\t\t\t</data_file>\n"
+              "\t\t</asset>\n"
+              "\t</assets>\n"
+              "</package>\n");
+    EXPECT_EQ(FileManager::namesInFolder(package)->size(), 2U);
+}
+
+TEST(VeltoVideoPackageBuilderWorker, NamesTheAssetByMediaAndAssetType) {
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("a.mov", "x");
+    const struct {
+        const char* mediaType;
+        const char* assetType;
+        bool isMovie;
+        const char* expected;
+    } rows[] = {
+        {"Film", "Main", true, "full"},        {"Film", "Trailer", true, "preview"},
+        {"Movie", "Trailer", true, "preview"}, {"Film", "Poster", true, "full"},
+        {"TV", "Trailer", false, "full"},      {"film", "Trailer", false, "full"},
+    };
+    for (const auto& row : rows) {
+        const auto builder = builderFor(video, {row.mediaType, "P", "V"}, row.assetType);
+        EXPECT_EQ(builder->xmlAssetType(), row.expected) << row.mediaType << row.assetType;
+        EXPECT_EQ(builder->isMediaTypeMovie(), row.isMovie) << row.mediaType;
+    }
+}
+
+/// Required: values stand as they are. Their first build takes the first name, and so on.
+TEST(VeltoVideoPackageBuilderWorker, WritesValuesUnescapedAndCountsNamesUp) {
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("a.b/movie.x.mov", "x");
+    ASSERT_EQ(
+        symlink("nowhere", folder.at("a.b/movie.x-UntitledVeltoStoreDelivery-1.velmp").c_str()), 0);
+    for (const char* const number : {"", "-2", "-3"}) {
+        const auto builder = builderFor(video, {"Film", "A&B", "<V>"});
+        builder->run();
+        const std::string package =
+            folder.at("a.b/movie.x-UntitledVeltoStoreDelivery" + std::string(number) + ".velmp");
+        EXPECT_EQ(builder->packagePath(), package);
+        const std::string text = contentsOfFile(package + "/metadata.xml");
+        EXPECT_NE(text.find("<provider>A&B</provider>"), std::string::npos);
+        EXPECT_NE(text.find("vendor_id=\"<V>\""), std::string::npos);
+    }
+}
+
+/// Nothing is created where an input is missing; otherwise what there is so far stays, without
+/// metadata.
+TEST(VeltoVideoPackageBuilderWorker, SaysWhatItLacks) {
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("in/movie.mov", "x");
+    const auto valid = std::make_shared<VeltoGivenVideoMetadata>("Film", "P", "V");
+    const auto invalid = std::make_shared<VeltoGivenVideoMetadata>("Film", "P", "V", false);
+    const auto digested = velto::make<MZMD5Worker>(video);
+    digested->run();
+    const auto vanished = velto::make<MZMD5Worker>(folder.write("in/gone.mov", "x"));
+    vanished->run();
+    ASSERT_TRUE(FileManager::remove(folder.at("in/gone.mov")));
+    const auto homeless = velto::make<MZMD5Worker>(folder.write("out/movie.mov", "x"));
+    homeless->run();
+    ASSERT_TRUE(FileManager::remove(folder.at("out")));
+    folder.write("out", "no folder");
+    const struct {
+        std::shared_ptr<VeltoVideoMetadataWorker> metadata;
+        std::shared_ptr<MZMD5Worker> md5;
+        std::string text;
+        bool creates;
+    } rows[] = {
+        {invalid, digested, "No valid metadata", false},
+        {valid, velto::make<MZMD5Worker>(video), "No valid MD5", false},
+        {valid, vanished, "No such file at path: " + folder.at("in/gone.mov"), true},
+        {valid, homeless,
+         "Unable to create directory: " +
+             folder.at("out/movie-UntitledVeltoStoreDelivery.velmp: ") +
+             folder.at("out/movie-UntitledVeltoStoreDelivery.velmp: Not a directory"),
+         false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const auto builder = Builder::initWithMetadataWorker(row.metadata, row.md5, "Main");
+        builder->run();
+        EXPECT_EQ(builder->errorMessage(), row.text);
+        EXPECT_EQ(builder->errors().size(), 1U);
+        EXPECT_EQ(builder->percentComplete(), 100);
+        EXPECT_EQ(builder->packagePath(), "");
+        EXPECT_EQ(!builder->createdDirectory().empty(), row.creates);
+        EXPECT_FALSE(FileManager::exists(builder->createdDirectory() + "/metadata.xml"));
+    }
+}
+
+TEST(VeltoVideoPackageBuilderWorker, PassesAnExceptionOnAtFullProgress) {
+    struct Throwing final : VeltoVideoMetadataWorker {
+        std::string mediaType() const override { return {}; }
+        std::string providerShortName() const override { return {}; }
+        std::string vendorIdentifier() const override { return {}; }
+        bool isValidVendorID() const override { throw 1; }
+    };
+    const auto builder = Builder::initWithMetadataWorker(std::make_shared<Throwing>(),
+                                                         velto::make<MZMD5Worker>("none"), "Main");
+    EXPECT_THROW(builder->run(), int);
+    EXPECT_EQ(builder->percentComplete(), 100);
+}
+
+TEST(VeltoVideoPackageBuilderWorker, TakesItsSettingsFromTheUser) {
+    const velto::testing::ScopedUserDefaults defaults({{"VeltoUsername", "me"},
+                                                       {"VeltoPassword", "secret"},
+                                                       {"VeltoTransport", "DAV"},
+                                                       {"VeltoPackagePath", "/p"},
+                                                       {"VeltoProviderShortname", "P"},
+                                                       {"VeltoVTCProviderShortname", "VTC"}});
+    const auto builder = builderFor("none");
+    EXPECT_EQ(builder->username(), "me");
+    EXPECT_EQ(builder->password(), "secret");
+    EXPECT_EQ(builder->transport(), "DAV");
+    EXPECT_EQ(builder->packagePath(), "/p");
+    EXPECT_EQ(builder->VeltoPackageBuilder::providerShortName(), "P");
+    EXPECT_EQ(builder->providerShortName(), "DemoStudio");
+    EXPECT_EQ(builder->VTCProviderShortName(), "VTC");
+}
+
+/// Whenever the cancel comes, there is a whole package, or none and no metadata.
+TEST(VeltoVideoPackageBuilderWorker, CancelsAtAnyMoment) {
+    std::mt19937_64 random(velto::testing::randomSeed());
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("movie.mov", std::string(12 * mebibyte, 'x'));
+    const auto md5 = velto::make<MZMD5Worker>(video);
+    md5->run();
+    const auto metadata = std::make_shared<VeltoGivenVideoMetadata>("Film", "P", "V");
+    for (unsigned round = 0; round < 20; ++round) {
+        const auto builder = Builder::initWithMetadataWorker(metadata, md5, "Main");
+        const auto delay = std::chrono::microseconds(random() % 12000);
+        std::thread canceller([&] {
+            const auto end = std::chrono::steady_clock::now() + delay;
+            while (std::chrono::steady_clock::now() < end) {
+                EXPECT_LE(builder->percentComplete(), 100);
+            }
+            builder->cancel();
+        });
+        builder->run();
+        canceller.join();
+        const std::string package = builder->createdDirectory();
+        ASSERT_FALSE(package.empty());
+        if (FileManager::exists(package + "/metadata.xml")) {
+            ASSERT_EQ(faultOf(package), "");
+            ASSERT_EQ(builder->packagePath(), package);
+        } else {
+            ASSERT_EQ(builder->packagePath(), "");
+        }
+        ASSERT_EQ(builder->percentComplete(), 100);
+        ASSERT_EQ(builder->statusMessage(), "Creation of video package cancelled");
+        ASSERT_TRUE(FileManager::remove(package));
+    }
+}
+
+/// Several builds of one video at once: each gets a folder of its own.
+TEST(VeltoVideoPackageBuilderWorker, SharesNoFolderWithAnotherBuild) {
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("movie.mov", "video");
+    std::vector<std::shared_ptr<Builder>> builders;
+    std::vector<std::thread> threads;
+    for (unsigned index = 0; index < 8; ++index) {
+        builders.push_back(builderFor(video));
+    }
+    for (const auto& builder : builders) {
+        threads.emplace_back([&] { builder->run(); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    std::set<std::string> packages;
+    for (const auto& builder : builders) {
+        EXPECT_FALSE(builder->hasErrors()) << builder->description();
+        EXPECT_EQ(faultOf(builder->packagePath()), "");
+        packages.insert(builder->packagePath());
+    }
+    EXPECT_EQ(packages.size(), builders.size());
+}
+
+/// A disk too small for the copy, and one too small for the metadata alone.
+TEST(VeltoVideoPackageBuilderWorker, LeavesNoMetadataOnAFullDisk) {
+    if (velto::testing::ranOnSmallDisk(4)) {
+        return;
+    }
+    const std::filesystem::path disk = velto::testing::smallDisk();
+    const std::string video = disk / "movie.mov";
+    for (const bool copyFits : {false, true}) {
+        SCOPED_TRACE(copyFits);
+        std::ofstream(video) << std::string((copyFits ? 1 : 3) * mebibyte, 'x');
+        if (copyFits) {
+            // Fills the disk but for what the copy needs.
+            std::ofstream filler(disk / "filler");
+            const std::string block(4096, 'f');
+            std::uint64_t room = std::filesystem::space(disk).available;
+            for (; room > mebibyte; room -= block.size()) {
+                filler << block;
+            }
+            ASSERT_TRUE(filler.flush());
+        }
+        const auto builder = builderFor(video);
+        builder->run();
+        ASSERT_EQ(builder->errors().size(), 1U);
+        const Error error = builder->errors().front();
+        const Error reason = copyFits ? error : error.underlyingError();
+        EXPECT_THAT(reason, IsError(velto::POSIXErrorDomain, ENOSPC));
+        EXPECT_NE(reason.localizedDescription().find(builder->createdDirectory()),
+                  std::string::npos)
+            << reason.localizedDescription();
+        EXPECT_EQ(error.localizedDescription() == "Failed to copy the file (err=28).", !copyFits);
+        EXPECT_EQ(builder->packagePath(), "");
+        EXPECT_THAT(*FileManager::namesInFolder(builder->createdDirectory()),
+                    ::testing::ElementsAre("movie.mov"));
+        ASSERT_TRUE(FileManager::remove(builder->createdDirectory()));
+    }
+}
+
+/// A build that is killed at any moment leaves a whole package or one without metadata, and does
+/// not stand in the way of the next. VELTO_TEST_KILLS asks for more kills.
+TEST(VeltoVideoPackageBuilderWorker, SurvivesBeingKilledAtAnyMoment) {
+    std::mt19937_64 random(velto::testing::randomSeed());
+    const char* const asked = std::getenv("VELTO_TEST_KILLS");
+    const int kills = asked != nullptr ? std::atoi(asked) : 200;
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("movie.mov", std::string(2 * mebibyte, 'x'));
+    const auto builder = builderFor(video);
+    const std::string package = folder.at("movie-UntitledVeltoStoreDelivery.velmp");
+    unsigned whole = 0, partial = 0;
+    for (int round = 0; round < kills; ++round) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            builder->run();
+            _exit(0);
+        }
+        const auto end =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 8000);
+        while (std::chrono::steady_clock::now() < end) {
+            std::this_thread::yield();
+        }
+        kill(child, SIGKILL);
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        if (!FileManager::exists(package)) {
+            continue;
+        }
+        if (FileManager::exists(package + "/metadata.xml")) {
+            ++whole;
+            ASSERT_EQ(faultOf(package), "");
+        } else {
+            ++partial;
+        }
+        if (round % 20 == 0) {
+            const auto next = builderFor(video);
+            next->run();
+            ASSERT_FALSE(next->hasErrors()) << next->description();
+            ASSERT_EQ(faultOf(next->packagePath()), "");
+            ASSERT_TRUE(FileManager::remove(next->packagePath()));
+        }
+        ASSERT_TRUE(FileManager::remove(package));
+    }
+    std::cout << whole << " whole, " << partial << " partial of " << kills << '\n';
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+#include <VeltoConnectFoundation/Files/MZFileCopyMD5Operation.h>
+
+#include <VeltoConnectFoundation/Platform/CopyFile.h>
+
+using velto::Error;
+
+MZFileCopyMD5Operation::MZFileCopyMD5Operation(velto::PassKey key,
+                                               std::string_view file,
+                                               velto::Value fileSize)
+    : MZFileCopyOperation(key, file, std::move(fileSize)) {
+}
+
+MZFileCopyMD5Operation::~MZFileCopyMD5Operation() = default;
+
+std::shared_ptr<MZFileCopyMD5Operation> MZFileCopyMD5Operation::initWithFile(std::string_view path,
+                                                                             Error& error) {
+    velto::Value size = computeFileSize(path, error);
+    return size ? velto::make<MZFileCopyMD5Operation>(path, std::move(size)) : nullptr;
+}
+
+std::shared_ptr<MZFileCopyMD5Operation> MZFileCopyMD5Operation::initWithFile(
+    std::string_view path) {
+    return velto::make<MZFileCopyMD5Operation>(path, computeFileSize(path));
+}
+
+Error MZFileCopyMD5Operation::copyToPath(std::string_view destination) {
+    md5_.reset();
+    context_ = MZMD5Context::context();
+    Error error = MZFileCopyOperation::copyToPath(destination);
+    if (const Error& digest = context_.error()) {
+        return digest;
+    }
+    if (!error) {
+        md5_ = context_.md5WithError(&error);
+    }
+    return error;
+}
+
+void MZFileCopyMD5Operation::prepare(velto::CopyFileObserver& observer) {
+    observer.bytes = [this](const std::uint8_t* bytes, std::size_t count) {
+        return !isCancelled() && !context_.updateWithBytes(bytes, count);
+    };
+}

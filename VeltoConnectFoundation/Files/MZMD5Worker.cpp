@@ -1,0 +1,111 @@
+#include <VeltoConnectFoundation/Files/MZMD5Worker.h>
+
+#include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/Stream.h>
+
+#include <filesystem>
+#include <utility>
+
+using velto::Error;
+using velto::FileManager;
+using velto::Guard;
+
+namespace {
+
+/// Passes a file's bytes on, and the worker's cancel with them: the operation forgets a cancel that
+/// comes before it begins.
+class WatchedStream final : public velto::InputStream {
+public:
+    WatchedStream(const std::string& file,
+                  const MZAbstractWorker& worker,
+                  MZMD5Operation& operation)
+        : stream_(InputStream::withFile(file)), worker_(worker), operation_(operation) {}
+
+    void open() override { stream_->open(); }
+    void close() override { stream_->close(); }
+    velto::StreamStatus streamStatus() const override { return stream_->streamStatus(); }
+    Error streamError() const override { return stream_->streamError(); }
+    bool hasBytesAvailable() const override { return stream_->hasBytesAvailable(); }
+    std::ptrdiff_t read(std::uint8_t* buffer, std::size_t length) override {
+        if (worker_.isCancelled()) {
+            operation_.cancel();
+        }
+        return stream_->read(buffer, length);
+    }
+
+private:
+    const std::shared_ptr<InputStream> stream_;
+    const MZAbstractWorker& worker_;
+    MZMD5Operation& operation_;
+};
+
+}  // namespace
+
+MZMD5Worker::MZMD5Worker(velto::PassKey, std::string_view file)
+    : file_(file), operation_(MZMD5Operation::operationWthFile(file)) {
+}
+
+MZMD5Worker::~MZMD5Worker() = default;
+
+void MZMD5Worker::run() {
+    if (isCancelled()) {
+        return;
+    }
+    setWorkStatus(MZWorkStatusStarted);
+    setStatusMessage(velto::localizedFormat("Computing the checksum of %@…",
+                                            std::filesystem::path(file_).filename().string()));
+    Error error;
+    std::optional<std::string> md5 = computeMD5(error);
+    if (!isCancelled()) {
+        addError(error);
+        {
+            Guard guard(resultLock_);
+            md5_ = std::move(md5);
+        }
+        setWorkStatus(MZWorkStatusFinished);
+    }
+    setPercentComplete(100);
+}
+
+std::optional<std::string> MZMD5Worker::computeMD5(Error& error) {
+    const auto attributes = FileManager::attributes(file_);
+    if (!attributes) {
+        return operation_->computeMD5WithError(&error);  // which words what is in the way
+    }
+    size_ = attributes->size;
+    WatchedStream stream(file_, *this, *operation_);
+    stream.open();
+    std::optional<std::string> md5 = operation_->computeMD5WithStream(&stream, &error);
+    stream.close();
+    return md5;
+}
+
+void MZMD5Worker::cancel() {
+    MZAbstractWorker::cancel();
+    operation_->cancel();
+}
+
+std::optional<std::string> MZMD5Worker::md5() const {
+    Guard guard(resultLock_);
+    return md5_;
+}
+
+double MZMD5Worker::percentComplete() const {
+    const double told = MZAbstractWorker::percentComplete();
+    const std::uint64_t total = size_;
+    if (told >= 100 || total == 0) {
+        return told;
+    }
+    // A file may grow while it is read.
+    return std::min(100.0, static_cast<double>(completed()) / static_cast<double>(total) * 100);
+}
+
+std::uint64_t MZMD5Worker::size() const {
+    return size_;
+}
+
+std::uint64_t MZMD5Worker::completed() const {
+    return operation_->bytesAnalyzed();
+}

@@ -1,0 +1,258 @@
+#include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
+
+#include <VeltoConnectFoundation/Files/MZFileCopyOperation.h>
+#include <VeltoConnectFoundation/Files/MZMD5Worker.h>
+#include <VeltoConnectFoundation/Files/VeltoVideoMetadataWorker.h>
+#include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <utility>
+
+using velto::Error;
+using velto::FileManager;
+using velto::format;
+using velto::Guard;
+using velto::localized;
+using velto::localizedFormat;
+using velto::Value;
+
+namespace {
+
+std::string withoutExtension(std::string_view path) {
+    return std::filesystem::path(path).replace_extension().string();
+}
+
+std::string lastComponent(std::string_view path) {
+    return std::filesystem::path(path).filename().string();
+}
+
+std::string inFolder(std::string_view folder, std::string_view name) {
+    return (std::filesystem::path(folder) / name).string();
+}
+
+}  // namespace
+
+VeltoVideoPackageBuilderWorker::VeltoVideoPackageBuilderWorker(
+    velto::PassKey,
+    std::shared_ptr<VeltoVideoMetadataWorker> metadataWorker,
+    std::shared_ptr<MZMD5Worker> md5Worker,
+    std::string_view assetType)
+    : videoMetadataWorker_(std::move(metadataWorker)),
+      md5Worker_(std::move(md5Worker)),
+      assetType_(assetType) {
+    velto::assertParameter(videoMetadataWorker_ != nullptr, "metadataWorker",
+                           "initWithMetadataWorker", "VeltoVideoPackageBuilderWorker.cpp");
+    velto::assertParameter(md5Worker_ != nullptr, "md5Worker", "initWithMetadataWorker",
+                           "VeltoVideoPackageBuilderWorker.cpp");
+    setStatusMessage(localized("Create Velto Store package"));
+}
+
+VeltoVideoPackageBuilderWorker::~VeltoVideoPackageBuilderWorker() = default;
+
+std::shared_ptr<VeltoVideoPackageBuilderWorker>
+VeltoVideoPackageBuilderWorker::initWithMetadataWorker(
+    std::shared_ptr<VeltoVideoMetadataWorker> metadataWorker,
+    std::shared_ptr<MZMD5Worker> md5Worker,
+    std::string_view assetType) {
+    return velto::make<VeltoVideoPackageBuilderWorker>(std::move(metadataWorker),
+                                                       std::move(md5Worker), assetType);
+}
+
+void VeltoVideoPackageBuilderWorker::run() {
+    if (!isCancelled()) {
+        setWorkStatus(MZWorkStatusStarted);
+    }
+    setPercentComplete(0);
+    try {
+        if (!videoMetadataWorker_->isValidVendorID()) {
+            addErrorMessage(localized("No valid metadata"));
+        } else if (!md5Worker_->md5()) {
+            addErrorMessage(localized("No valid MD5"));
+        } else {
+            addError(createPackage());
+        }
+    } catch (...) {
+        setPercentComplete(100);
+        throw;
+    }
+    setPercentComplete(100);
+    if (!isCancelled()) {
+        setWorkStatus(MZWorkStatusFinished);
+    }
+}
+
+void VeltoVideoPackageBuilderWorker::cancel() {
+    VeltoPackageBuilder::cancel();
+    if (const auto running = copy()) {
+        running->cancel();
+    }
+    setStatusMessage(localized("Creation of video package cancelled"));
+}
+
+Error VeltoVideoPackageBuilderWorker::createPackage() {
+    const std::string source = md5Worker_->file();
+    const std::string example = withoutExtension(source) + "-UntitledVeltoStoreDelivery.velmp";
+    std::string directory;
+    Error taken;
+    bool isNew = false;
+    do {
+        directory = uniqueDirectoryNameWithExample(example);
+        isNew = FileManager::createNewFolder(directory, 0777, &taken);
+        // Between asking and making, another build may have taken the name.
+    } while (!isNew && taken.code() == EEXIST);
+    if (isNew) {
+        Guard guard(copyLock_);
+        createdDirectory_ = directory;
+    }
+    Error error =
+        _createPackageAtDirectory(directory, source, md5Worker_->md5().value_or(std::string()));
+    if (!error && !hasErrors() && !isCancelled()) {
+        setStatusMessage(localizedFormat("Generated package: %@", directory));
+    }
+    return error;
+}
+
+std::string VeltoVideoPackageBuilderWorker::uniqueDirectoryNameWithExample(std::string_view path) {
+    // A link that leads nowhere takes its name, too.
+    std::string candidate(path);
+    const std::string stem = withoutExtension(path);
+    for (unsigned long number = 1; FileManager::linkAttributes(candidate); ++number) {
+        candidate = stem + format("-%lu.velmp", number);
+    }
+    return candidate;
+}
+
+Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view directory,
+                                                                std::string_view sourceFile,
+                                                                std::string_view md5) {
+    setStatusMessage(localized("Creating Velto Store package…"));
+    Error failure;
+    if (!FileManager::createFolder(directory, 0777, &failure)) {
+        addErrorMessage(localizedFormat("Unable to create directory: %@: %@", directory,
+                                        failure.localizedDescription()));
+        return {};
+    }
+    const std::string destination = inFolder(directory, lastComponent(sourceFile));
+    setStatusMessage(localized("Copying media to the package…"));
+    const Value size = fileCopy(sourceFile, destination, failure);
+    if (!size) {
+        return failure;
+    }
+    if (isCancelled()) {
+        return {};
+    }
+    setStatusMessage(localized("Generating metadata…"));
+    _generateMetadataXMLForSourceFile(destination, md5, size, directory);
+    return {};
+}
+
+Value VeltoVideoPackageBuilderWorker::fileCopy(std::string_view file,
+                                               std::string_view path,
+                                               Error& error) {
+    if (const auto previous = copy()) {
+        previous->cancel();
+    }
+    const auto operation = MZFileCopyOperation::initWithFile(file, error);
+    if (operation == nullptr) {
+        return {};
+    }
+    operation->setCopyFileProgressCallbackBlockPtr(
+        [this](std::uint64_t, std::uint64_t, bool&) { setPercentComplete(percentComplete()); });
+    {
+        Guard guard(copyLock_);
+        copy_ = operation;
+        size_ = operation->size();
+    }
+    if (isCancelled()) {
+        operation->cancel();  // which cancel() found no copy to do to
+    }
+    if (Error failure = operation->copyToPath(path)) {
+        error = std::move(failure);
+        return {};
+    }
+    return operation->fileSize();
+}
+
+void VeltoVideoPackageBuilderWorker::_generateMetadataXMLForSourceFile(std::string_view sourceFile,
+                                                                       std::string_view md5,
+                                                                       const Value& size,
+                                                                       std::string_view directory) {
+    setStatusMessage(localized("Generating metadata…"));
+    Error failure;
+    if (FileManager::writeAtomically(inFolder(directory, "metadata.xml"),
+                                     metadataXML(lastComponent(sourceFile), md5, size), 0666,
+                                     &failure)) {
+        setPackagePath(directory);
+    } else {
+        addError(failure);
+    }
+}
+
+std::string VeltoVideoPackageBuilderWorker::metadataXML(std::string_view fileName,
+                                                        std::string_view md5,
+                                                        const Value& size) const {
+    // Required: values stand as they are, without escaping.
+    std::string text;
+    text += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    text += "<package version=\"film2.3\">\n";
+    text += format("\t<provider>%@</provider>\n", providerShortName());
+    text += format("\t<assets media_type=\"%@\" vendor_id=\"%@\">\n",
+                   videoMetadataWorker_->mediaType(), videoMetadataWorker_->vendorIdentifier());
+    text += format("\t\t<asset type=\"%@\">\n", xmlAssetType());
+    text += format("\t\t\t<data_file role=\"%@\">\n", "source");
+    text += format("\t\t\t\t<file_name>%@</file_name>\n", fileName);
+    text += format("\t\t\t\t<size>%@</size>\n", size);
+    text += format("\t\t\t\t<checksum type=\"md5\">%@</checksum>\n", md5);
+    text += "\t\t\t</data_file>\n";
+    text += "\t\t</asset>\n";
+    text += "\t</assets>\n";
+    text += "</package>\n";
+    return text;
+}
+
+bool VeltoVideoPackageBuilderWorker::isMediaTypeMovie() const {
+    const std::string mediaType = videoMetadataWorker_->mediaType();
+    return mediaType == "Film" || mediaType == "Movie";
+}
+
+std::string VeltoVideoPackageBuilderWorker::xmlAssetType() const {
+    return isMediaTypeMovie() && assetType_ == "Trailer" ? "preview" : "full";
+}
+
+std::string VeltoVideoPackageBuilderWorker::providerShortName() const {
+    return videoMetadataWorker_->providerShortName();
+}
+
+std::string VeltoVideoPackageBuilderWorker::createdDirectory() const {
+    Guard guard(copyLock_);
+    return createdDirectory_;
+}
+
+std::shared_ptr<MZFileCopyOperation> VeltoVideoPackageBuilderWorker::copy() const {
+    Guard guard(copyLock_);
+    return copy_;
+}
+
+double VeltoVideoPackageBuilderWorker::percentComplete() const {
+    const double told = VeltoPackageBuilder::percentComplete();
+    if (told >= 100) {
+        return told;
+    }
+    const std::uint64_t total = size_;
+    if (total == 0) {
+        return hasErrors() ? 100 : 0;
+    }
+    return static_cast<double>(completed()) / static_cast<double>(total) * 100;
+}
+
+std::uint64_t VeltoVideoPackageBuilderWorker::size() const {
+    return size_;
+}
+
+std::uint64_t VeltoVideoPackageBuilderWorker::completed() const {
+    const auto running = copy();
+    return running == nullptr ? 0 : running->copied();
+}
