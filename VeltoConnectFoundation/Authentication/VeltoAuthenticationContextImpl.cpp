@@ -13,6 +13,7 @@
 #include <VeltoConnectFoundation/Work/MZStoreMessages.h>
 #include <VeltoConnectFoundation/Work/VeltoConnectFoundationErrors.h>
 
+#include <type_traits>
 #include <utility>
 
 using velto::Array;
@@ -67,6 +68,9 @@ Field VeltoAuthenticationContextImpl::get(Field Fields::*field) const {
 template <class Field, class NewValue>
 void VeltoAuthenticationContextImpl::set(Field Fields::*field, const NewValue& value) {
     const Guard guard(lock_);
+    if constexpr (std::is_same_v<Field, std::string>) {
+        velto::wipe(fields_.*field);  // Most texts are secrets.
+    }
     fields_.*field = value;
 }
 
@@ -170,18 +174,12 @@ VeltoAuthenticationContextImpl::contextWithErrorMessage(std::string_view message
 std::shared_ptr<VeltoAuthenticationContextImpl>
 VeltoAuthenticationContextImpl::newContextWithContext(
     const VeltoAuthenticationContextImpl& context) {
-    Fields fields;
-    {
-        const Guard guard(context.lock_);
-        fields = context.fields_;
+    auto result = contextWithToken(context.token(), context.username(), context.httpHeaders(),
+                                   context.apiKey(), context.issuerID(), context.delegate());
+    for (const auto field : {&Fields::serviceID, &Fields::altDSID, &Fields::pellmorToken,
+                             &Fields::deviceID, &Fields::clientInfo}) {
+        result->set(field, std::string_view(context.get(field)));
     }
-    auto result = contextWithToken(fields.token, fields.username, fields.httpHeaders, fields.apiKey,
-                                   fields.issuerID, fields.delegate);
-    result->set(&Fields::serviceID, fields.serviceID);
-    result->set(&Fields::altDSID, fields.altDSID);
-    result->set(&Fields::pellmorToken, fields.pellmorToken);
-    result->set(&Fields::deviceID, fields.deviceID);
-    result->set(&Fields::clientInfo, fields.clientInfo);
     return result;
 }
 
