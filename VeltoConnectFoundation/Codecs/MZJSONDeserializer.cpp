@@ -703,15 +703,13 @@ bool MZJSONDeserializer::pushBufferedText(ValueBuilder& values) const {
 }
 
 void MZJSONDeserializer::growBuffer() {
-    allocated_ *= 2;
-    auto* larger = static_cast<char*>(std::realloc(readBuffer_.get(), allocated_));
-    if (larger != nullptr) {
-        static_cast<void>(readBuffer_.release());
-        readBuffer_.reset(larger);
-    }
+    auto* larger = static_cast<char*>(std::realloc(readBuffer_.get(), allocated_ * 2));
     velto::assertParameter(
         larger != nullptr, "self->_readBuffer",
         "void ReadBufferResizeIfNeeded(MZJSONDeserializer *__strong, NSUInteger)", sourceFile);
+    static_cast<void>(readBuffer_.release());
+    readBuffer_.reset(larger);
+    allocated_ *= 2;
 }
 
 void MZJSONDeserializer::append(std::string_view text) {
