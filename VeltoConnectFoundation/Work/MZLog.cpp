@@ -1,6 +1,5 @@
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
-#include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/Lock.h>
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
@@ -8,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <utility>
 
 namespace velto::detail {
@@ -18,8 +18,6 @@ namespace {
 
 using velto::Array;
 using velto::Dictionary;
-using velto::Error;
-using velto::Exception;
 using velto::findIgnoringCase;
 using velto::FormatArguments;
 using velto::Guard;
@@ -27,7 +25,6 @@ using velto::Lock;
 using velto::replaceAll;
 using velto::Setting;
 using velto::SettingKind;
-using velto::UserDefaults;
 using velto::utf16Length;
 using velto::utf16Prefix;
 using velto::Value;
@@ -93,7 +90,7 @@ Switches& switches() {
 }
 
 Registry& registry() {
-    static Registry* const instance = new Registry;
+    static auto* const instance = new Registry;
     return *instance;
 }
 
@@ -432,8 +429,8 @@ std::string MZLoggableStringForStringWithMaxLength(std::string_view string, std:
             throw;
         }
     }
-    result = hidingJSONValue(std::move(result), "\"SharedSecret\":\"");
-    return hidingJSONValue(std::move(result), "\"SessionId\":\"");
+    result = hidingJSONValue(std::move(result), R"("SharedSecret":")");
+    return hidingJSONValue(std::move(result), R"("SessionId":")");
 }
 
 Value MZLoggableObjectForObjectAtLevel(const Value& object, std::size_t level) {

@@ -443,7 +443,7 @@ std::string MZWorkItem::completedStatus() const {
     if (done == 0) {
         return stringWithStatus(MZWorkItemStatus::completed);
     }
-    const std::string doneText = MZHumanReadableStringFromBytes(done);
+    std::string doneText = MZHumanReadableStringFromBytes(done);
     if (const std::optional<std::string> rate = finalRateString()) {
         return localizedFormat("%@ (%@/s)", doneText, *rate);
     }

@@ -23,7 +23,7 @@ struct DefaultManager {
 };
 
 DefaultManager& defaultManagerHolder() {
-    static DefaultManager* const holder = new DefaultManager;
+    static auto* const holder = new DefaultManager;
     return *holder;
 }
 
@@ -161,7 +161,7 @@ std::int64_t MZWorkSeriesManager::deactivate(const MZWorkSeries& series) {
 
 void MZWorkSeriesManager::addToHistory(std::shared_ptr<MZWorkSeries> series,
                                        SeriesList& forgotten) {
-    std::int64_t before = static_cast<std::int64_t>(completed_.size());
+    auto before = static_cast<std::int64_t>(completed_.size());
     completed_.push_back(std::move(series));
     // Required: counted before adding, so the history holds up to one more than the maximum.
     for (; before > std::max<std::int64_t>(maxCompletedWork_, 0); --before) {
