@@ -9,6 +9,7 @@
 #include <Tests/Support/FreshProcess.h>
 #include <Tests/Support/PrintValue.h>
 #include <Tests/Support/ProcessTable.h>
+#include <Tests/Support/RunTogether.h>
 #include <Tests/Support/WaitUntil.h>
 
 #include <gmock/gmock.h>
@@ -362,17 +363,21 @@ TEST_F(VeltoDrovanTest, ALaunchEndsTheOneBefore) {
 
 TEST_F(VeltoDrovanTest, AnEndThatComesDuringTheLaunchIsNotLost) {
     const auto tool = drovan("ClosesItsOutput");
-    std::atomic<bool> isLaunched = false;
-    std::thread other([&] {
-        while (!isLaunched && !tool->isRunning()) {
+    for (int round = 1; round <= 20; ++round) {
+        std::atomic<bool> isLaunched = false;
+        velto::testing::runTogether(2, [&](int thread) {
+            if (thread == 0) {
+                tool->executeAsynchronously();
+                isLaunched = true;
+                return;
+            }
+            while (!isLaunched) {
+                tool->terminate();
+            }
             tool->terminate();
-        }
-        tool->terminate();
-    });
-    tool->executeAsynchronously();
-    isLaunched = true;
-    other.join();
-    EXPECT_TRUE(endHasCome());
+        });
+        ASSERT_TRUE(waitUntil([&] { return receiver->ends == round; })) << round;
+    }
     EXPECT_FALSE(hasChildren());
 }
 

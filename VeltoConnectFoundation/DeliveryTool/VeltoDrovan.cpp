@@ -193,6 +193,12 @@ public:
     void setTellsEnd() { tellsEnd_ = true; }
     bool tellsEnd() const { return tellsEnd_; }
     velto::Process& process() const { return *process_; }
+    /// Also before the launch, which then ends what it has started.
+    void end() {
+        isUnwanted_ = true;
+        process_->terminate();
+    }
+    bool isUnwanted() const { return isUnwanted_.load(); }
     /// Once: the child's environment may hold secrets, and is not kept.
     velto::ProcessLaunch takeLaunch() { return std::exchange(launch_, {}); }
     /// The driver has all that the child printed, and its status.
@@ -242,6 +248,7 @@ private:
     const std::unique_ptr<velto::Process> process_;
     velto::ProcessLaunch launch_;
     bool tellsEnd_ = false;
+    std::atomic<bool> isUnwanted_{false};
     std::atomic<Progress> progress_{Progress::running};
     velto::Lock lock_;
     std::shared_ptr<velto::RunLoop> waiter_ VELTO_GUARDED_BY(lock_);
@@ -574,6 +581,9 @@ void VeltoDrovan::launch(const std::shared_ptr<Child>& child) {
             velto::InvalidArgumentException,
             format("%@ %@", error.localizedDescription(), error.localizedFailureReason()));
     }
+    if (child->isUnwanted()) {
+        child->process().terminate();
+    }
 }
 
 std::int32_t VeltoDrovan::execute() {
@@ -637,7 +647,7 @@ void VeltoDrovan::terminate() {
     }
     const std::shared_ptr<velto::RunLoop> loop = velto::RunLoop::current();
     child->setWaiter(loop);
-    child->process().terminate();
+    child->end();
     while (child->process().isRunning() &&
            !loop->run(terminateSlice, [&] { return child->hasEnded(); })) {
     }
