@@ -552,7 +552,7 @@ std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::createTask() {
         MZLogDebug("Sending request to VeltoDrovan…");
         MZLogDebug("    Command: %@", launch.path);
         MZLogDebug("  Arguments: %@", velto::maskedArguments(launch.arguments));
-        const auto child =
+        auto child =
             std::make_shared<Child>(weak_from_this(), std::move(process), std::move(launch));
         const Guard guard(lock_);
         lastTask_ = child;
