@@ -9,6 +9,7 @@
 #include <Tests/Support/SmallStack.h>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <array>
 #include <bit>
@@ -491,6 +492,31 @@ TEST(MZJSONDeserializer, AnyDepthNeedsNoStack) {
         EXPECT_EQ(readData(std::string(depth, '{')).error.code(), -10024);
         EXPECT_EQ(readData(brackets + "]").error.code(), -10021);
     });
+}
+
+std::size_t bytesInUse() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+TEST(MZJSONDeserializer, ATreeTakesLittleMemory) {
+    if (bytesInUse() == 0) {
+        GTEST_SKIP() << "a sanitizer's allocator does not tell";
+    }
+    std::string document = "[";
+    for (int i = 0; i < 10'000; ++i) {
+        document +=
+            R"({"id": )" + std::to_string(505'874'924'095'815'000 + i) +
+            R"(, "name": "a name", "text": "A text of some forty characters, as it may be",)"
+            R"( "place": [-65.613616999999977, 43.420273000000009], "seen": true},)";
+    }
+    document.back() = ']';
+    for (const bool isStream : {false, true}) {
+        const std::size_t before = bytesInUse();
+        const Outcome outcome = isStream ? readStream(document) : readData(document);
+        EXPECT_EQ(outcome.value.array().size(), 10'000U);
+        EXPECT_LT(bytesInUse() - before, 2 * document.size());
+    }
 }
 
 /// Documents of every kind of value and spelling, valid ones.

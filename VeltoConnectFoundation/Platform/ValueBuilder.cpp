@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t smallestChunk = 1024;
 constexpr std::size_t largestFirstChunk = std::size_t{64} << 10;
-constexpr std::size_t largestChunk = std::size_t{1} << 20;
+constexpr std::size_t largestChunk = std::size_t{256} << 10;
 
 std::uint32_t checkedCount(std::size_t count) {
     if (count >= std::numeric_limits<std::uint32_t>::max()) {
