@@ -168,6 +168,16 @@ private:
     velto::InputStream& stream_;
 };
 
+/// Character by character, `first` and then what the stream has.
+Value readCharacters(MZJSONDeserializer& deserializer,
+                     const std::shared_ptr<velto::InputStream>& stream,
+                     std::string_view first,
+                     Error* error) {
+    MZStringStreamReader reader(deserializer.encoding(), stream);
+    reader.pushBytes(reinterpret_cast<const std::uint8_t*>(first.data()), first.size());
+    return deserializer.deserializeJSONStringReader(reader, error);
+}
+
 }  // namespace
 
 bool IsWhitespaceCharacter(char16_t character) noexcept {
@@ -353,7 +363,7 @@ Value MZJSONDeserializer::deserializeJSONData(const velto::Data& data, Error* er
         const auto stream =
             velto::InputStream::withData(data.subdata(markLength, data.length() - markLength));
         const OpenStream open(*stream);
-        return readCharacters(stream, {}, error);
+        return readCharacters(*this, stream, {}, error);
     }
     const auto stream = velto::InputStream::withData(data);
     const OpenStream open(*stream);
@@ -395,16 +405,7 @@ Value MZJSONDeserializer::deserializeJSONStream(const std::shared_ptr<velto::Inp
     if (Value document = MZJSONDocumentReader::readWhole(source)) {
         return document;
     }
-    return readCharacters(source.stream(), source.bytes(), error);
-}
-
-/// Character by character, `first` and then what the stream has.
-Value MZJSONDeserializer::readCharacters(const std::shared_ptr<velto::InputStream>& stream,
-                                         std::string_view first,
-                                         Error* error) {
-    MZStringStreamReader reader(encoding_, stream);
-    reader.pushBytes(reinterpret_cast<const std::uint8_t*>(first.data()), first.size());
-    return deserializeJSONStringReader(reader, error);
+    return readCharacters(*this, source.stream(), source.bytes(), error);
 }
 
 Value MZJSONDeserializer::deserializeJSONStringReader(MZStringStreamReader& reader, Error* error) {

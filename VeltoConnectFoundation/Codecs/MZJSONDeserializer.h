@@ -70,9 +70,6 @@ private:
     enum class Context : std::uint8_t { none, array, dictionary };
     class Container;
 
-    velto::Value readCharacters(const std::shared_ptr<velto::InputStream>& stream,
-                                std::string_view first,
-                                velto::Error* error);
     velto::Value readValue(MZStringStreamReader& reader,
                            Context context,
                            std::vector<Container> containers,

@@ -2,7 +2,7 @@
 
 #include <VeltoConnectFoundation/Codecs/MZJSONNumber.h>
 #include <VeltoConnectFoundation/Codecs/MZJSONTextSource.h>
-#include <VeltoConnectFoundation/Platform/TextEncoding.h>
+#include <VeltoConnectFoundation/Platform/UTF8Text.h>
 
 #include <array>
 #include <bit>
@@ -469,7 +469,7 @@ const char* MZJSONDocumentReader::readEscapedText(const char* begin,
                         at += 6;
                     }
                 }
-                out = MZWriteUTF8(out, character);
+                out = velto::writeUTF8(out, character);
                 break;
             }
             default:

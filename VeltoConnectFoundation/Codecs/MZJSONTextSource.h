@@ -9,29 +9,6 @@
 #include <string>
 #include <string_view>
 
-/// Writes the character's UTF-8, one to four bytes; answers the end.
-inline char* MZWriteUTF8(char* out, char32_t character) noexcept {
-    const auto tail = [&](unsigned shift) {
-        return static_cast<char>(0x80 | ((character >> shift) & 0x3F));
-    };
-    if (character < 0x80) {
-        *out++ = static_cast<char>(character);
-    } else if (character < 0x800) {
-        *out++ = static_cast<char>(0xC0 | character >> 6);
-        *out++ = tail(0);
-    } else if (character < 0x10000) {
-        *out++ = static_cast<char>(0xE0 | character >> 12);
-        *out++ = tail(6);
-        *out++ = tail(0);
-    } else {
-        *out++ = static_cast<char>(0xF0 | character >> 18);
-        *out++ = tail(12);
-        *out++ = tail(6);
-        *out++ = tail(0);
-    }
-    return out;
-}
-
 /// The characters of a stream in UTF-8, UTF-16 or UTF-32 as a text in UTF-8 that grows, block by
 /// block as MZStringStreamReader reads the stream.
 ///

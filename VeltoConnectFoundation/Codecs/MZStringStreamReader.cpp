@@ -46,10 +46,10 @@ char32_t decodeLongUTF8(const std::uint8_t* bytes, std::size_t count) noexcept {
 }  // namespace
 
 bool MZReadBytesFromStream(velto::InputStream& stream,
-                         std::uint8_t* buffer,
-                         std::size_t maximum,
-                         std::size_t& obtained,
-                         Error& error) {
+                           std::uint8_t* buffer,
+                           std::size_t maximum,
+                           std::size_t& obtained,
+                           Error& error) {
     obtained = 0;
     error = {};
     if (stream.streamStatus() == StreamStatus::atEnd) {
