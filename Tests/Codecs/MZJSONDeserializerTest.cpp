@@ -377,22 +377,6 @@ TEST(MZJSONDeserializer, TellsTheEncodingByTheFirstBytes) {
     }
 }
 
-TEST(MZJSONDeserializer, AnyChunkingGivesTheSame) {
-    std::string document = "[\"" + std::string(5000, 'x') + "€😀\\u20ac\"";
-    for (int i = 0; i < 3000; ++i) {
-        document += ", {\"key " + std::to_string(i) + "\": [-1.5e3, true, \"é\"]}";
-    }
-    document += "] ";
-    const Value expected = readAllWays(document).value;
-    ASSERT_EQ(expected.array().size(), 3001U);
-    const std::vector<std::vector<std::size_t>> sizes = {{1}, {3, 0, 5}, {0, 0, 1, 8192}, {100000}};
-    for (const auto& row : sizes) {
-        const Outcome outcome = readStream(document, {.sizes = row});
-        EXPECT_EQ(outcome.value, expected);
-        EXPECT_FALSE(outcome.error);
-    }
-}
-
 TEST(MZJSONDeserializer, PassesTheStreamsErrorsOn) {
     const std::string document = "[" + std::string(20000, ' ') + "1]";
     for (const std::size_t bytes : {0U, 3U, 4U, 10000U}) {

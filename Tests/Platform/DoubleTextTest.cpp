@@ -22,38 +22,12 @@ std::string standard(double number) {
             std::to_chars(text, text + sizeof(text), number, std::chars_format::general, 16).ptr};
 }
 
-TEST(DoubleText, HasSixteenSignificantDigits) {
-    struct Row {
-        double number;
-        const char* text;
-    };
-    const Row rows[] = {
-        {0.0, "0"},
-        {-0.0, "-0"},
-        {0.1, "0.1"},
-        {1.0 / 3, "0.3333333333333333"},
-        {2.0 / 3, "0.6666666666666666"},
-        {9.95, "9.949999999999999"},
-        {-180.5, "-180.5"},
-        {0.0001, "0.0001"},
-        {0.00001, "1e-05"},
-        {1.5e-10, "1.5e-10"},
-        {0.9999999999999999, "0.9999999999999999"},
-        {999999999999999.9, "999999999999999.9"},
-        {9007199254740993.0, "9007199254740992"},
-        {9999999999999998.0, "9999999999999998"},
-        {1e16, "1e+16"},
-        {1e300, "1e+300"},
-        {5e-324, "4.940656458412465e-324"},
-        {std::numeric_limits<double>::max(), "1.797693134862316e+308"},
-    };
-    for (const Row& row : rows) {
-        EXPECT_EQ(ours(row.number), row.text);
-    }
-}
-
 /// The standard library's slower answer is the reference, also beside powers of ten and at ties.
 TEST(DoubleText, EqualsTheStandardLibrarysText) {
+    for (const double number : {0.0, -0.0, 0.1, 9.95, 1e-4, 1e-5, 9999999999999998.0, 1e16, 5e-324,
+                                std::numeric_limits<double>::max()}) {
+        EXPECT_EQ(ours(number), standard(number));
+    }
     std::mt19937_64 random(velto::testing::randomSeed());
     const auto below = [&random](std::uint64_t limit) { return random() % limit; };
     for (int round = 0; round < 200000; ++round) {
