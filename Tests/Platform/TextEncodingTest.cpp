@@ -76,6 +76,7 @@ TEST(TextEncoding, RefusesWhatIsNotValid) {
         EXPECT_EQ(decodeText(row.bytes, row.encoding), std::nullopt);
         if (row.encoding == TextEncoding::utf8) {
             EXPECT_FALSE(velto::isValidUTF8(row.bytes));
+            EXPECT_FALSE(velto::isValidUTF8("€" + row.bytes + "€€"));
         }
     }
     EXPECT_EQ(encodeText("é", TextEncoding::ascii), std::nullopt);

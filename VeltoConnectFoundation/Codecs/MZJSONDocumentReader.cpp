@@ -70,7 +70,9 @@ bool isControl(char character) noexcept {
 
 /// The first quotation mark, backslash or control character from `at` on, or `end`. `isPlain`
 /// becomes false when a character beyond ASCII stands before it.
-const char* findSpecial(const char* at, const char* end, bool& isPlain) noexcept {
+[[gnu::always_inline]] inline const char* findSpecial(const char* at,
+                                                      const char* end,
+                                                      bool& isPlain) noexcept {
     while (end - at >= static_cast<std::ptrdiff_t>(Block::size())) {
         const Block block(reinterpret_cast<const unsigned char*>(at), simd::element_aligned);
         const auto special = (block == quotationMark) || (block == backslash) ||

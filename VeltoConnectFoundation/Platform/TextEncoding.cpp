@@ -48,6 +48,21 @@ std::size_t asciiRun(const char* at, const char* end) noexcept {
     return static_cast<std::size_t>(at - begin);
 }
 
+/// The number of bytes at the beginning of [at, end) that are characters of three bytes, no
+/// surrogates among them. One that ends the text may be left out.
+std::size_t threeByteRun(const char* at, const char* end) noexcept {
+    const char* const begin = at;
+    if constexpr (std::endian::native == std::endian::little) {
+        std::uint32_t bytes = 0;
+        while (end - at >= 4 && (std::memcpy(&bytes, at, sizeof bytes), true) &&
+               (bytes & 0xC0C0F0) == 0x8080E0 && (bytes & 0x200F) != 0 &&
+               (bytes & 0x200F) != 0x200D) {
+            at += 3;
+        }
+    }
+    return static_cast<std::size_t>(at - begin);
+}
+
 /// The character at `at`, which moves past it; unpaired surrogates are let through. For a byte that
 /// begins no whole character: `invalid`, one byte further.
 char32_t nextCharacter(const char*& at, const char* end) noexcept {
@@ -441,6 +456,10 @@ bool isValidUTF8(std::string_view text) noexcept {
     while (at != end) {
         at += asciiRun(at, end);
         while (at != end && static_cast<signed char>(*at) < 0) {
+            at += threeByteRun(at, end);
+            if (at == end || static_cast<signed char>(*at) >= 0) {
+                break;
+            }
             const char32_t character = nextCharacter(at, end);
             if (character == invalid || isSurrogate(character)) {
                 return false;
