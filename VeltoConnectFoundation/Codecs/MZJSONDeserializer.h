@@ -27,10 +27,11 @@ public:
     // None without an error: there was no value. Nothing partial comes with an error.
 
     /// In UTF-8, UTF-16 or UTF-32, told by its first four bytes; a byte-order mark is no part of
-    /// it. The fastest way for a document in UTF-8: it is read in long runs into one arena.
+    /// it. Fastest for a document in UTF-8, which is read where it lies.
     [[nodiscard]] velto::Value deserializeJSONData(const velto::Data& data,
                                                    velto::Error* error = nullptr);
-    /// The stream is open and stays so.
+    /// The stream is open and stays so. It is read in blocks of 8192 bytes; the document's text is
+    /// held until the document has been read.
     [[nodiscard]] velto::Value deserializeJSONStream(
         const std::shared_ptr<velto::InputStream>& stream,
         velto::Error* error = nullptr);

@@ -24,10 +24,10 @@ private:
     /// `expectedBytes`: the document's size, about.
     explicit MZJSONDocumentReader(std::size_t expectedBytes);
 
-    /// Reads on, to the end of the document or of the text, and moves `at` past what has been
+    /// Reads on, to the end of the document or of the text, and moves `position` past what has been
     /// read: the next call begins with what is left then and has more behind it. At `end` a zero
     /// can be read, or a closing bracket stands before it.
-    Progress read(const char*& at, const char* end);
+    Progress read(const char*& position, const char* end);
 
     /// Once, after the end.
     velto::Value document() const { return builder_.finish(); }

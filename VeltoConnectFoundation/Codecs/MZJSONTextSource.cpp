@@ -98,7 +98,7 @@ void MZJSONTextSource::takeCharacters() {
 std::string MZJSONTextSource::bytes() const {
     return encoding_ == TextEncoding::utf8
                ? std::string(text())
-               : velto::encodeText(text(), encoding_).value().append(block_, 0, blockLength_);
+               : velto::encodeText(text(), encoding_).value_or("").append(block_, 0, blockLength_);
 }
 
 std::shared_ptr<velto::InputStream> MZJSONTextSource::stream() const {
