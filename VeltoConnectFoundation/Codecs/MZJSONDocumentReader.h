@@ -19,7 +19,14 @@ public:
     static velto::Value readWhole(MZJSONTextSource& source);
 
 private:
+    using Builder = velto::detail::ValueBuilder;
     enum class Progress : std::uint8_t { ended, wantsMore, unsure };
+    /// A container that is open.
+    struct Container {
+        std::size_t first = 0;  ///< Where its values begin on the builder's stack.
+        bool isDictionary = false;
+        bool isKey = false;  ///< Whether its value that is read or has just been read is a key.
+    };
 
     /// `expectedBytes`: the document's size, about.
     explicit MZJSONDocumentReader(std::size_t expectedBytes);
@@ -31,13 +38,6 @@ private:
 
     /// Once, after the end.
     velto::Value document() const { return builder_.finish(); }
-    using Builder = velto::detail::ValueBuilder;
-    /// A container that is open.
-    struct Container {
-        std::size_t first = 0;  ///< Where its values begin on the builder's stack.
-        bool isDictionary = false;
-        bool isKey = false;  ///< Whether its value that is read or has just been read is a key.
-    };
 
     // What stands at `at`; each answers where it ends, or null (see failure_).
     const char* readText(const char* at, const char* end);
