@@ -66,6 +66,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             error = {};
             compare("in UTF-16", fastValue, fastError, readStream(velto::Data(*wide), error),
                     error);
+            error = {};
+            compare("in UTF-16, by character", fastValue, fastError,
+                    readCharacters(velto::TextEncoding::utf16LittleEndian,
+                                   velto::Data(std::string_view(*wide).substr(2)), error),
+                    error);
         }
     }
     return 0;

@@ -123,6 +123,13 @@ Outcome readAllWays(std::string_view document) {
     expectAlike(document, readData(document), plain);
     expectAlike(document, readStream(document), plain);
     expectAlike(document, readStream(document, {.sizes = {5, 1, 0, 3}}), plain);
+    if (document.size() >= 4 && isValidUTF8(document) && !document.starts_with("\uFEFF") &&
+        document.substr(0, 4).find('\0') == std::string_view::npos) {
+        // Without the runs that UTF-8 is read by.
+        const auto wide =
+            encodeText("\uFEFF" + std::string(document), TextEncoding::utf16LittleEndian);
+        expectAlike(document, readPlainly(wide.value()), plain);
+    }
     return plain;
 }
 
