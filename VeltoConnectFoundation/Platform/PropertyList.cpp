@@ -463,14 +463,15 @@ std::string textOfReal(double number) {
         return number < 0 ? "-infinity" : "+infinity";
     }
     std::array<char, 32> buffer{};
-    const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number).ptr;
+    auto* const end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number).ptr;
     return std::string(buffer.data(), end);
 }
 
 /// none outside of the years 0 to 9999.
 std::optional<std::string> textOfDate(Date date) {
     const double seconds = std::floor(date.unixSeconds());
-    if (!(seconds >= -62167219200.0 && seconds < 253402300800.0)) {
+    const bool isInRange = seconds >= -62167219200.0 && seconds < 253402300800.0;
+    if (!isInRange) {
         return std::nullopt;
     }
     const std::chrono::sys_seconds time(std::chrono::seconds(static_cast<std::int64_t>(seconds)));
@@ -601,8 +602,9 @@ Node nodeFromValue(const Value& value, unsigned level) {
         case ValueKind::date: {
             const double seconds = value.date().secondsSinceReference;
             const double whole = std::floor(seconds);
-            if (!(whole >= std::numeric_limits<std::int32_t>::min() &&
-                  whole <= std::numeric_limits<std::int32_t>::max())) {
+            const bool isInRange = whole >= std::numeric_limits<std::int32_t>::min() &&
+                                   whole <= std::numeric_limits<std::int32_t>::max();
+            if (!isInRange) {
                 return nullptr;
             }
             return Node(plist_new_date(static_cast<std::int32_t>(whole),
