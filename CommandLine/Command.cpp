@@ -8,10 +8,10 @@ namespace velto::cli {
 
 std::span<const Command* const> allCommands() {
     static const std::vector<const Command*> commands{
-        &verifyCommand(),      &uploadCommand(),      &toolCommand(),        &toolLocateCommand(),
-        &toolVersionCommand(), &toolCommandCommand(), &configCommand(),      &configListCommand(),
-        &configGetCommand(),   &configSetCommand(),   &configUnsetCommand(), &configPathCommand(),
-        &completionCommand(),  &manCommand()};
+        &verifyCommand(),     &uploadCommand(),      &digestCommand(),      &toolCommand(),
+        &toolLocateCommand(), &toolVersionCommand(), &toolCommandCommand(), &configCommand(),
+        &configListCommand(), &configGetCommand(),   &configSetCommand(),   &configUnsetCommand(),
+        &configPathCommand(), &completionCommand(),  &manCommand()};
     return commands;
 }
 

@@ -73,6 +73,7 @@ const OptionGroup& commonOptions();
 // One for each source in Commands.
 const Command& verifyCommand();
 const Command& uploadCommand();
+const Command& digestCommand();
 const Command& toolCommand();
 const Command& toolLocateCommand();
 const Command& toolVersionCommand();
