@@ -121,12 +121,13 @@ std::optional<Data> MZBase64Coder::decodedValueWithBase64Data(std::string_view t
     ByteBlock block(text.size() / 4 * 3 + 3);
     Accumulator accumulator(block.bytes());
     const auto& blocks = velto::detail::base64Blocks();
+    const bool skipsLineFeeds = isAccepted('\n', flags_);
     for (std::size_t at = 0; at < text.size();) {
         if (accumulator.isBetweenGroups()) {
-            const std::size_t count =
-                blocks.decode(text.data() + at, text.size() - at, accumulator.next);
-            accumulator.next += count / 4 * 3;
-            at += count;
+            const auto taken =
+                blocks.decode(text.data() + at, text.size() - at, skipsLineFeeds, accumulator.next);
+            at += taken.characters;
+            accumulator.next += taken.bytes;
             if (at == text.size()) {
                 break;
             }

@@ -66,8 +66,8 @@ std::optional<Data> decodeBase64(std::string_view text, Base64Form form) {
         std::fill(digits.end() - static_cast<std::ptrdiff_t>(padding), digits.end(), 'A');
     }
     std::vector<std::uint8_t> bytes(digits.size() / 4 * 3);
-    if (detail::base64Blocks().decode(digits.data(), digits.size(), bytes.data()) !=
-        digits.size()) {
+    if (detail::base64Blocks().decode(digits.data(), digits.size(), false, bytes.data()).bytes !=
+        bytes.size()) {
         return std::nullopt;
     }
     bytes.resize(bytes.size() - padding);

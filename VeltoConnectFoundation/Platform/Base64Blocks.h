@@ -12,7 +12,13 @@ namespace velto::detail {
 /// How base64 text is broken; not at all by default.
 struct Base64Lines {
     std::size_t bytes = std::numeric_limits<std::size_t>::max() / 3 * 3;  ///< A multiple of 3.
-    std::string_view end;  ///< After every full line, the last one too.
+    std::string_view end;  ///< After every full line, the last one too; at most two characters.
+};
+
+/// How far a text has been read, and what came of it.
+struct Base64Taken {
+    std::size_t characters;
+    std::size_t bytes;
 };
 
 /// Whole groups of three bytes and four digits, in two ways that give the same. Both keep within
@@ -23,10 +29,13 @@ struct Base64Blocks {
                    std::size_t length,
                    const Base64Lines& lines,
                    char* text);
-    /// Decodes groups up to the first that holds anything but digits; how many characters that
-    /// were. `bytes` has room for three bytes per four characters; what follows the decoded ones
-    /// may be written to.
-    std::size_t (*decode)(const char* text, std::size_t length, std::uint8_t* bytes);
+    /// Decodes groups up to the first that holds anything but digits; with `skipsLineFeeds`, line
+    /// feeds may stand between groups. `bytes` has room for three bytes per four characters; what
+    /// follows the decoded ones may be written to.
+    Base64Taken (*decode)(const char* text,
+                          std::size_t length,
+                          bool skipsLineFeeds,
+                          std::uint8_t* bytes);
 };
 
 VELTO_EXPORT_INTERNAL const Base64Blocks& plainBase64Blocks() noexcept;

@@ -163,7 +163,9 @@ struct ValueAccess {
         Storage storage{};
         storage.kind = ValueKind::string;
         storage.form = static_cast<std::uint8_t>(length);
-        std::memcpy(storage.bytes, text, length);
+        if (length != 0) {  // An empty text may have no place at all.
+            std::memcpy(storage.bytes, text, length);
+        }
         return storage;
     }
 
