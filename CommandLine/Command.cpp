@@ -8,10 +8,12 @@ namespace velto::cli {
 
 std::span<const Command* const> allCommands() {
     static const std::vector<const Command*> commands{
-        &verifyCommand(),     &uploadCommand(),      &digestCommand(),      &toolCommand(),
-        &toolLocateCommand(), &toolVersionCommand(), &toolCommandCommand(), &configCommand(),
-        &configListCommand(), &configGetCommand(),   &configSetCommand(),   &configUnsetCommand(),
-        &configPathCommand(), &completionCommand(),  &manCommand()};
+        &packageCommand(),     &packageCreateCommand(), &packageInspectCommand(),
+        &verifyCommand(),      &uploadCommand(),        &digestCommand(),
+        &toolCommand(),        &toolLocateCommand(),    &toolVersionCommand(),
+        &toolCommandCommand(), &configCommand(),        &configListCommand(),
+        &configGetCommand(),   &configSetCommand(),     &configUnsetCommand(),
+        &configPathCommand(),  &completionCommand(),    &manCommand()};
     return commands;
 }
 

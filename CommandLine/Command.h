@@ -71,6 +71,9 @@ std::vector<const Command*> membersOf(std::string_view family);
 const OptionGroup& commonOptions();
 
 // One for each source in Commands.
+const Command& packageCommand();
+const Command& packageCreateCommand();
+const Command& packageInspectCommand();
 const Command& verifyCommand();
 const Command& uploadCommand();
 const Command& digestCommand();

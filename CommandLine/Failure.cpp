@@ -2,7 +2,9 @@
 
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Authentication/VeltoAuthenticationContextImpl.h>
+#include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanMessages.h>
+#include <VeltoConnectFoundation/Files/MZFileCopyOperation.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Work/MZAbstractWorker.h>
 
@@ -24,6 +26,9 @@ constexpr const char* correctFile = markLocalized(
     "verify it again.");
 constexpr const char* tryLater = markLocalized("Try again later.");
 constexpr const char* checkNetwork = markLocalized("Check the network, then try again.");
+constexpr const char* makeRoom = markLocalized("Make room on the disk, then try again.");
+constexpr const char* checkRights =
+    markLocalized("Check the permissions of the file and its folder, then try again.");
 constexpr const char* lookAtLog =
     markLocalized("Run it again with --verbose, or with --log-file FILE, to see more.");
 
@@ -76,6 +81,13 @@ constexpr FailureKind kinds[] = {
     {POSIXErrorDomain, EMFILE, ExitCode::tryAgain, tryLater},
     {POSIXErrorDomain, ENFILE, ExitCode::tryAgain, tryLater},
     {POSIXErrorDomain, ENOMEM, ExitCode::tryAgain, tryLater},
+    {POSIXErrorDomain, ENOSPC, ExitCode::failed, makeRoom},
+    {POSIXErrorDomain, EDQUOT, ExitCode::failed, makeRoom},
+    {POSIXErrorDomain, EACCES, ExitCode::failed, checkRights},
+    {POSIXErrorDomain, EPERM, ExitCode::failed, checkRights},
+    {POSIXErrorDomain, EROFS, ExitCode::failed, checkRights},
+    {MZFileCopyErrorDomain, any, ExitCode::failed, correctIt},
+    {MZMD5OperationErrorDomain, any, ExitCode::failed, correctIt},
     {"", any, ExitCode::failed, lookAtLog},
 };
 

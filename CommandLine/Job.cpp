@@ -100,10 +100,20 @@ private:
     bool changed_ = false;
 };
 
-Job::Job(Frontend& frontend, std::shared_ptr<VeltoDrovanWorker> worker)
-    : frontend_(frontend), worker_(std::move(worker)) {
-    hidePhase(worker_->storeMessages()->completedOperationWithStoreMessage());
-    hidePhase(worker_->storeMessages()->cancelledOperationWithStoreMessage());
+Job::Job(Frontend& frontend,
+         std::vector<std::shared_ptr<MZAbstractWorker>> workers,
+         std::string farewell)
+    : frontend_(frontend), workers_(std::move(workers)), farewell_(std::move(farewell)) {
+}
+
+Job::Job(Frontend& frontend, const std::shared_ptr<VeltoDrovanWorker>& worker)
+    : Job(frontend,
+          {worker},
+          localized("velto: ended at once; the delivery tool was killed, and "
+                    "the store may hold a part of the delivery.")) {
+    killTool_ = [worker] { worker->drovan()->kill(); };
+    hidePhase(worker->storeMessages()->completedOperationWithStoreMessage());
+    hidePhase(worker->storeMessages()->cancelledOperationWithStoreMessage());
 }
 
 void Job::hidePhase(const std::optional<std::string>& text) {
@@ -114,13 +124,22 @@ void Job::hidePhase(const std::optional<std::string>& text) {
 
 JobOutcome Job::run() {
     const auto watch = std::make_shared<Watch>();
-    const auto item = MZWorkItem::itemWithWorker(worker_);
-    const auto series = MZWorkSeries::seriesWithWorkItem(item);
-    const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(worker_.get());
+    const auto items = MZWorkItem::itemsWithWorkers(workers_);
+    const auto series = MZWorkSeries::seriesWithWorkItems(items);
+    // The one that runs, else the last one that ran.
+    const auto current = [&]() -> MZWorkItem& {
+        const auto pending = std::ranges::find(items, MZWorkItemStatus::pending,
+                                               [](const auto& item) { return item->status(); });
+        return pending == items.begin() ? *items.front() : **std::prev(pending);
+    };
 
-    const Observation phases = worker_->observe("statusMessage", [&, watch](const PropertyChange&) {
-        watch->addPhase(worker_->statusMessage().value_or(std::string()));
-    });
+    std::vector<Observation> phases;
+    for (const auto& worker : workers_) {
+        phases.push_back(
+            worker->observe("statusMessage", [source = worker.get(), watch](const PropertyChange&) {
+                watch->addPhase(source->statusMessage().value_or(std::string()));
+            }));
+    }
     const NotificationObservation ending =
         NotificationCenter::shared().observe(MZWorkSeriesCompletedNotification, series.get(),
                                              [watch](const Notification&) { watch->end(); });
@@ -129,12 +148,11 @@ JobOutcome Job::run() {
             watch->stop();
             return;
         }
-        worker_->drovan()->kill();
+        if (killTool_) {
+            killTool_();
+        }
         frontend_.console().setLiveLine({});
-        frontend_.console().line(
-            Console::Stream::errors,
-            localized("velto: ended at once; the delivery tool was killed, and "
-                      "the store may hold a part of the delivery."));
+        frontend_.console().line(Console::Stream::errors, farewell_);
         ::_exit(static_cast<int>(ExitCode::stopped));
     });
 
@@ -143,7 +161,9 @@ JobOutcome Job::run() {
     Extrapolation extrapolation;
     Progress progress;
     const auto measure = [&](Clock::time_point now) {
-        const double percent = worker_->percentComplete();
+        const MZWorkItem& item = current();
+        const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(item.worker().get());
+        const double percent = item.worker()->percentComplete();
         progress.elapsed = secondsBetween(start, now);
         progress.completed = transfer != nullptr ? transfer->completed() : 0;
         progress.size = transfer != nullptr ? transfer->size() : 0;
@@ -160,12 +180,12 @@ JobOutcome Job::run() {
             return;
         }
         if (progress.completed != 0) {
-            item->addRunningSample(progress.completed);
-            progress.rate = item->sampleRate();
+            item.addRunningSample(progress.completed);
+            progress.rate = item.sampleRate();
         }
         if (progress.rate != 0) {
             progress.remaining =
-                item->throughputEstimatedCompletionSecondsWithPercentComplete(percent);
+                item.throughputEstimatedCompletionSecondsWithPercentComplete(percent);
         }
     };
 
@@ -176,7 +196,7 @@ JobOutcome Job::run() {
         for (const std::string& text : news.phases) {
             const std::string phase = printable(text);
             if (isStopping || phase.empty() || phase == progress.phase ||
-                hiddenPhases_.contains(phase)) {
+                hiddenPhases_.contains(phase) || (isHidden_ && isHidden_(text))) {
                 continue;
             }
             const auto now = Clock::now();
@@ -200,22 +220,28 @@ JobOutcome Job::run() {
             display->progressed(progress, now);
         }
     }
-    if (isStopping) {
+    if (isStopping && killTool_) {
         // The tool has ended; a process that it left behind has no more time than it had.
-        worker_->drovan()->kill();
+        killTool_();
     }
     display->end();
     frontend_.interrupts().setHandler({});
 
     JobOutcome outcome;
-    outcome.isStopped = item->status() == MZWorkItemStatus::cancelled;
-    outcome.errors = item->errors();
-    outcome.warnings = item->warnings();
-    outcome.infoMessages = item->infoMessages();
+    for (const auto& item : items) {
+        const std::vector<Error> errors = item->errors();
+        outcome.errors.insert(outcome.errors.end(), errors.begin(), errors.end());
+        outcome.warnings.append(item->warnings());
+        outcome.infoMessages.append(item->infoMessages());
+        outcome.isStopped =
+            outcome.isStopped || (isStopping && item->status() == MZWorkItemStatus::cancelled);
+    }
+    const MZWorkItem& last = current();
+    const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(last.worker().get());
     outcome.seconds = secondsBetween(start, Clock::now());
     outcome.completed = transfer != nullptr ? transfer->completed() : 0;
     outcome.size = transfer != nullptr ? transfer->size() : 0;
-    outcome.rate = item->finalRateString().value_or(std::string());
+    outcome.rate = last.finalRateString().value_or(std::string());
     return outcome;
 }
 

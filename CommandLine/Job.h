@@ -3,17 +3,19 @@
 #include <CommandLine/Display.h>
 #include <VeltoConnectFoundation/Platform/Value.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+class MZAbstractWorker;
 class VeltoDrovanWorker;
 
 namespace velto::cli {
 
-/// How a job ended.
+/// How a job ended. Bytes and rate are those of the last worker that ran.
 struct JobOutcome {
     bool isStopped = false;  ///< By the user, before it was done.
     std::vector<Error> errors;
@@ -25,24 +27,34 @@ struct JobOutcome {
     std::string rate;  ///< Over the whole transfer; empty without.
 };
 
-/// Runs one worker through the default manager, as a series of its own, and shows it meanwhile.
+/// Runs workers through the default manager, as a series of their own, and shows them meanwhile.
 class Job {
 public:
-    Job(Frontend& frontend, std::shared_ptr<VeltoDrovanWorker> worker);
+    /// `farewell` is what a program says that a second wish to stop ends at once.
+    Job(Frontend& frontend,
+        std::vector<std::shared_ptr<MZAbstractWorker>> workers,
+        std::string farewell);
+    Job(Frontend& frontend, const std::shared_ptr<VeltoDrovanWorker>& worker);
 
     /// Status texts that are no phase: the sentences that end a job.
     void hidePhase(const std::optional<std::string>& text);
+    void hidePhase(std::function<bool(const std::string& text)> isHidden) {
+        isHidden_ = std::move(isHidden);
+    }
 
     /// Returns when nothing of the job runs any more. A wish to stop cancels it; a second one kills
-    /// the tool and ends the program at once.
+    /// the tool, if there is one, and ends the program at once.
     JobOutcome run();
 
 private:
     class Watch;
 
     Frontend& frontend_;
-    const std::shared_ptr<VeltoDrovanWorker> worker_;
+    const std::vector<std::shared_ptr<MZAbstractWorker>> workers_;
+    const std::string farewell_;
+    std::function<void()> killTool_;
     std::set<std::string, std::less<>> hiddenPhases_;
+    std::function<bool(const std::string& text)> isHidden_;
 };
 
 }  // namespace velto::cli

@@ -74,7 +74,7 @@ TEST_F(DescriptionTest, BashCompletesCommandsOptionsAndValues) {
         const char* line;  ///< The last word is being typed.
         const char* expected;
     } rows[] = {
-        {"velto '' ", "verify upload digest tool config completion man"},
+        {"velto '' ", "package verify upload digest tool config completion man"},
         {"velto up", "upload"},
         {"velto tool ''", "locate version command"},
         {"velto --config file tool l", "locate"},

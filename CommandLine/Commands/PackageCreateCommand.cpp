@@ -1,0 +1,251 @@
+#include <CommandLine/Frontend.h>
+#include <CommandLine/Invocation.h>
+#include <CommandLine/Job.h>
+#include <CommandLine/MetadataName.h>
+#include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/Files/MZMD5Worker.h>
+#include <VeltoConnectFoundation/Files/VeltoVideoMetadataWorker.h>
+#include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Utilities/MZHumanReadableBytes.h>
+#include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <utility>
+
+namespace velto::cli {
+
+namespace {
+
+constexpr std::array<std::string_view, 2> mediaTypes{"film", "movie"};
+constexpr std::array<std::string_view, 2> assetTypes{"main", "trailer"};
+
+constexpr Option providerOption{.name = "provider",
+                                .letter = 'p',
+                                .value = "NAME",
+                                .help = "the provider's short name (VeltoProviderShortname)"};
+constexpr Option vendorOption{.name = "vendor-id",
+                              .value = "ID",
+                              .help = "the vendor identifier of the title; needed"};
+constexpr Option mediaTypeOption{.name = "media-type",
+                                 .value = "TYPE",
+                                 .help = "film, if left out; or movie",
+                                 .choices = mediaTypes};
+constexpr Option assetOption{.name = "asset",
+                             .value = "TYPE",
+                             .help = "main, if left out; or trailer",
+                             .choices = assetTypes};
+
+/// "film" as metadata and builder have it: "Film".
+std::string capitalized(std::string text) {
+    text.front() = static_cast<char>(text.front() - 'a' + 'A');
+    return text;
+}
+
+/// What a package is made of, as the command line says.
+struct Plan {
+    std::string video;  ///< Absolute.
+    std::string provider;
+    std::string vendorID;
+    std::string mediaType;
+    std::string asset;
+
+    /// False, with the reason, when no package can be made of it.
+    bool make(const Invocation& invocation, Failure& failure) {
+        provider = invocation.value(providerOption).value_or(VeltoProviderShortname.stringValue());
+        vendorID = invocation.value(vendorOption).value_or(std::string());
+        mediaType = capitalized(
+            invocation.value(mediaTypeOption).value_or(std::string(mediaTypes.front())));
+        asset =
+            capitalized(invocation.value(assetOption).value_or(std::string(assetTypes.front())));
+        for (const auto& [option, value] :
+             {std::pair(&providerOption, &provider), std::pair(&vendorOption, &vendorID)}) {
+            const std::string name = "--" + std::string(option->name);
+            if (value->empty()) {
+                failure = usageFailure(localizedFormat("velto package create needs %@.", name),
+                                       localizedFormat("See %@.", "velto package create --help"));
+                return false;
+            }
+            if (std::string fault = faultOfMetadataName(*value); !fault.empty()) {
+                failure = usageFailure(
+                    localizedFormat("‘%@’ cannot be used for %@.", printable(*value), name),
+                    localized("Give the name as the store knows it."));
+                failure.why.push_back(std::move(fault));
+                return false;
+            }
+        }
+        return findVideo(invocation.operands.front(), failure);
+    }
+
+private:
+    bool findVideo(const std::string& path, Failure& failure) {
+        const std::filesystem::path whole = std::filesystem::absolute(path).lexically_normal();
+        video = whole.string();
+        const std::string name = whole.filename().string();
+        Error error;
+        const auto attributes = FileManager::linkAttributes(video, &error);
+        std::string why;
+        failure = {.what = localizedFormat("No package can be made of %@.", printable(path)),
+                   .next = localized("Give the path of a video file.")};
+        if (!attributes) {
+            why = error.localizedDescription();
+        } else if (attributes->kind == FileAttributes::Kind::symbolicLink) {
+            std::error_code problem;
+            why = localized("It is a symbolic link, and a package holds files.");
+            failure.next = localizedFormat(
+                "Give the file that it leads to: %@",
+                printable(std::filesystem::weakly_canonical(whole, problem).string()));
+        } else if (attributes->kind != FileAttributes::Kind::regular) {
+            why = localized("It is not a file.");
+        } else if (name == "metadata.xml") {
+            why = localized("A package's own metadata bears this name.");
+            failure.next = localized("Rename the video, then try again.");
+        } else if (const std::string fault = faultOfMetadataName(name); !fault.empty()) {
+            why = localizedFormat("Its name cannot stand in a package: %@", fault);
+            failure.next = localized("Rename the video, then try again.");
+        } else {
+            return true;
+        }
+        failure.why.push_back(printable(why));
+        return false;
+    }
+};
+
+Dictionary details(const Plan& plan,
+                   const MZMD5Worker& md5,
+                   const VeltoVideoPackageBuilderWorker& builder,
+                   const JobOutcome& outcome) {
+    Dictionary details{{"video", plan.video},
+                       {"provider", plan.provider},
+                       {"vendorId", plan.vendorID},
+                       {"mediaType", plan.mediaType},
+                       {"assetType", builder.xmlAssetType()},
+                       {"size", md5.size()},
+                       {"seconds", std::round(outcome.seconds * 1000) / 1000}};
+    if (const auto text = md5.md5()) {
+        details.set("md5", *text);
+    }
+    return details;
+}
+
+/// The system's reasons say more than the errors that hold them.
+std::vector<Error> withReasons(const std::vector<Error>& errors) {
+    std::vector<Error> all;
+    for (const Error& error : errors) {
+        if (const Error reason = error.underlyingError()) {
+            all.push_back(reason);
+        }
+        all.push_back(error);
+    }
+    return all;
+}
+
+/// Removes what an unfinished build left, and says so in the sentence that is answered.
+std::string cleanUp(const std::string& directory) {
+    if (directory.empty()) {
+        return localized("Nothing was made.");
+    }
+    Error error;
+    if (!FileManager::remove(directory, &error)) {
+        return localizedFormat("The unfinished package could not be removed: %@",
+                               printable(error.localizedDescription()));
+    }
+    return localizedFormat("The unfinished package was removed: %@", printable(directory));
+}
+
+void showSuccess(Frontend& frontend, const std::string& package, const JobOutcome& outcome) {
+    Console& console = frontend.console();
+    const auto output = Console::Stream::output;
+    std::string text;
+    if (console.isTerminal(output)) {
+        text = console.inked(output, Ink::good, console.speaksUTF8() ? "✓" : "*") + " ";
+    }
+    text += console.inked(output, Ink::bold,
+                          localizedFormat("Generated package: %@", printable(package)));
+    text += " " + MZHumanReadableStringFromBytes(outcome.size) +
+            localizedFormat(" in %@", durationText(std::max(outcome.seconds, 1.0)));
+    console.line(output, text);
+}
+
+ExitCode run(Frontend& frontend, const Invocation& invocation) {
+    Failure failure;
+    Plan plan;
+    if (!plan.make(invocation, failure)) {
+        return frontend.fail(failure);
+    }
+    const auto md5 = velto::make<MZMD5Worker>(plan.video);
+    const auto builder = VeltoVideoPackageBuilderWorker::initWithMetadataWorker(
+        std::make_shared<VeltoGivenVideoMetadata>(plan.mediaType, plan.provider, plan.vendorID),
+        md5, plan.asset);
+    Job job(frontend, {md5, builder},
+            localized("velto: ended at once; an unfinished package may be left beside the video."));
+    // The sentence that ends the job is printed at its end.
+    job.hidePhase([&](const std::string& text) {
+        return text == localizedFormat("Generated package: %@", builder->createdDirectory());
+    });
+    const JobOutcome outcome = job.run();
+    Dictionary known = details(plan, *md5, *builder, outcome);
+
+    if (outcome.isStopped) {
+        const std::string left =
+            localizedFormat("Stopped. %@", cleanUp(builder->createdDirectory()));
+        if (frontend.printsJSON()) {
+            return frontend.fail({.exitCode = ExitCode::stopped, .what = left}, known);
+        }
+        frontend.console().line(Console::Stream::errors, left);
+        return ExitCode::stopped;
+    }
+    if (!outcome.errors.empty()) {
+        failure = failureOfErrors(localized("The package could not be made."),
+                                  withReasons(outcome.errors));
+        if (outcome.errors.back().domain() == WorkerErrorDomain) {
+            // The builder's own error is about the folder that it could not make.
+            failure.exitCode = ExitCode::failed;
+            failure.next = localized("Check the folder of the video, then try again.");
+        }
+        failure.why.push_back(cleanUp(builder->createdDirectory()));
+        return frontend.fail(failure, known);
+    }
+    if (frontend.printsJSON()) {
+        JSONLine line = frontend.result("done", ExitCode::done);
+        line.add("package", builder->packagePath());
+        for (const DictionaryEntry& entry : known) {
+            line.add(entry.key.string(), entry.value);
+        }
+        frontend.answer(line);
+    } else if (frontend.style() == Frontend::Style::human) {
+        showSuccess(frontend, builder->packagePath(), outcome);
+    }
+    return ExitCode::done;
+}
+
+}  // namespace
+
+const Command& packageCreateCommand() {
+    static const Command command{
+        .name = "package create",
+        .summary = "make a package of a video",
+        .description =
+            "Makes a package of a video, beside it: a new folder "
+            "NAME-UntitledVeltoStoreDelivery.velmp that holds a copy of the video, and "
+            "metadata.xml with its names, size and checksum. Where the file system can, the copy "
+            "takes no room of its own. Names that could not stand in the metadata are refused. "
+            "Ctrl-C stops it and takes away what there is of the package.",
+        .operands = {{.name = "VIDEO", .kind = ArgumentKind::file}},
+        .groups = {{"What it is",
+                    {&providerOption, &vendorOption, &mediaTypeOption, &assetOption}}},
+        .examples =
+            {{"velto package create Film.mov --provider Studio --vendor-id FILM_1",
+              "Film-UntitledVeltoStoreDelivery.velmp"},
+             {"velto package create Teaser.mov -p Studio --vendor-id FILM_1 --asset trailer",
+              "a package of the film's trailer"}},
+        .run = &run,
+    };
+    return command;
+}
+
+}  // namespace velto::cli
