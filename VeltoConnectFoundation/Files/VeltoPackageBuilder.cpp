@@ -50,9 +50,9 @@ std::string VeltoPackageBuilder::packagePath() const {
     return packagePath_;
 }
 
-void VeltoPackageBuilder::setPackagePath(std::string_view text) {
+void VeltoPackageBuilder::setPackagePath(std::string_view path) {
     Guard guard(settingsLock_);
-    packagePath_ = text;
+    packagePath_ = path;
 }
 
 std::string VeltoPackageBuilder::username() const {
@@ -60,9 +60,9 @@ std::string VeltoPackageBuilder::username() const {
     return username_;
 }
 
-void VeltoPackageBuilder::setUsername(std::string_view text) {
+void VeltoPackageBuilder::setUsername(std::string_view username) {
     Guard guard(settingsLock_);
-    username_ = text;
+    username_ = username;
 }
 
 std::string VeltoPackageBuilder::password() const {
@@ -70,10 +70,10 @@ std::string VeltoPackageBuilder::password() const {
     return password_;
 }
 
-void VeltoPackageBuilder::setPassword(std::string_view text) {
+void VeltoPackageBuilder::setPassword(std::string_view password) {
     Guard guard(settingsLock_);
     velto::wipe(password_);
-    password_ = text;
+    password_ = password;
 }
 
 std::string VeltoPackageBuilder::providerShortName() const {
@@ -81,9 +81,9 @@ std::string VeltoPackageBuilder::providerShortName() const {
     return providerShortName_;
 }
 
-void VeltoPackageBuilder::setProviderShortName(std::string_view text) {
+void VeltoPackageBuilder::setProviderShortName(std::string_view name) {
     Guard guard(settingsLock_);
-    providerShortName_ = text;
+    providerShortName_ = name;
 }
 
 std::string VeltoPackageBuilder::VTCProviderShortName() const {
@@ -91,9 +91,9 @@ std::string VeltoPackageBuilder::VTCProviderShortName() const {
     return vtcProviderShortName_;
 }
 
-void VeltoPackageBuilder::setVTCProviderShortName(std::string_view text) {
+void VeltoPackageBuilder::setVTCProviderShortName(std::string_view name) {
     Guard guard(settingsLock_);
-    vtcProviderShortName_ = text;
+    vtcProviderShortName_ = name;
 }
 
 std::string VeltoPackageBuilder::transport() const {
@@ -101,9 +101,9 @@ std::string VeltoPackageBuilder::transport() const {
     return transport_;
 }
 
-void VeltoPackageBuilder::setTransport(std::string_view text) {
+void VeltoPackageBuilder::setTransport(std::string_view transport) {
     Guard guard(settingsLock_);
-    transport_ = text;
+    transport_ = transport;
 }
 
 std::string VeltoPackageBuilder::clientName() const {
@@ -111,9 +111,9 @@ std::string VeltoPackageBuilder::clientName() const {
     return client_.name;
 }
 
-void VeltoPackageBuilder::setClientName(std::string_view text) {
+void VeltoPackageBuilder::setClientName(std::string_view name) {
     Guard guard(settingsLock_);
-    client_.name = text;
+    client_.name = name;
 }
 
 std::int64_t VeltoPackageBuilder::major() const {
@@ -151,9 +151,9 @@ std::string VeltoPackageBuilder::clientBuild() const {
     return client_.build;
 }
 
-void VeltoPackageBuilder::setClientBuild(std::string_view text) {
+void VeltoPackageBuilder::setClientBuild(std::string_view build) {
     Guard guard(settingsLock_);
-    client_.build = text;
+    client_.build = build;
 }
 
 std::string VeltoPackageBuilder::applicationBundle() const {
@@ -161,9 +161,9 @@ std::string VeltoPackageBuilder::applicationBundle() const {
     return client_.applicationBundle;
 }
 
-void VeltoPackageBuilder::setApplicationBundle(std::string_view text) {
+void VeltoPackageBuilder::setApplicationBundle(std::string_view identifier) {
     Guard guard(settingsLock_);
-    client_.applicationBundle = text;
+    client_.applicationBundle = identifier;
 }
 
 std::string VeltoPackageBuilder::versionString() const {
@@ -171,7 +171,7 @@ std::string VeltoPackageBuilder::versionString() const {
     return client_.versionString;
 }
 
-void VeltoPackageBuilder::setVersionString(std::string_view text) {
+void VeltoPackageBuilder::setVersionString(std::string_view version) {
     Guard guard(settingsLock_);
-    client_.versionString = text;
+    client_.versionString = version;
 }

@@ -30,8 +30,8 @@ constexpr std::uint64_t stepBytes = std::uint64_t{8} << 20;
 /// Small enough that a block stays in the processor's cache between being read and written.
 constexpr std::size_t blockBytes = std::size_t{512} << 10;
 
-Error errorWithText(int code, std::string text) {
-    return {POSIXErrorDomain, code, {{LocalizedDescriptionKey, std::move(text)}}};
+Error errorWithText(int code, std::string_view text) {
+    return {POSIXErrorDomain, code, {{LocalizedDescriptionKey, text}}};
 }
 
 off_t offset(std::uint64_t position) {
