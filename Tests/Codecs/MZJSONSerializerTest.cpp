@@ -267,9 +267,9 @@ private:
 /// What sixteen digits of a number read back as.
 double roundTrip(const Value& number) {
     char text[64];
-    const auto end = std::to_chars(std::begin(text), std::end(text), number.doubleValue(),
-                                   std::chars_format::general, 16)
-                         .ptr;
+    auto* const end = std::to_chars(std::begin(text), std::end(text), number.doubleValue(),
+                                    std::chars_format::general, 16)
+                          .ptr;
     double result = 0;
     std::from_chars(text, end, result);
     return result;
