@@ -33,6 +33,10 @@ std::string inFolder(std::string_view folder, std::string_view name) {
     return (std::filesystem::path(folder) / name).string();
 }
 
+std::string cancelledMessage() {
+    return localized("Creation of video package cancelled");
+}
+
 }  // namespace
 
 VeltoVideoPackageBuilderWorker::VeltoVideoPackageBuilderWorker(
@@ -89,7 +93,17 @@ void VeltoVideoPackageBuilderWorker::cancel() {
     if (const auto running = copy()) {
         running->cancel();
     }
-    setStatusMessage(localized("Creation of video package cancelled"));
+    setStatusMessage(cancelledMessage());
+}
+
+/// The last word of a cancelled build is that it was cancelled, whoever comes first.
+void VeltoVideoPackageBuilderWorker::tellPhase(std::string message) {
+    if (!isCancelled()) {
+        setStatusMessage(std::move(message));
+    }
+    if (isCancelled()) {
+        setStatusMessage(cancelledMessage());
+    }
 }
 
 Error VeltoVideoPackageBuilderWorker::createPackage() {
@@ -109,8 +123,8 @@ Error VeltoVideoPackageBuilderWorker::createPackage() {
     }
     Error error =
         _createPackageAtDirectory(directory, source, md5Worker_->md5().value_or(std::string()));
-    if (!error && !hasErrors() && !isCancelled()) {
-        setStatusMessage(localizedFormat("Generated package: %@", directory));
+    if (!error && !hasErrors()) {
+        tellPhase(localizedFormat("Generated package: %@", directory));
     }
     return error;
 }
@@ -128,7 +142,7 @@ std::string VeltoVideoPackageBuilderWorker::uniqueDirectoryNameWithExample(std::
 Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view directory,
                                                                 std::string_view sourceFile,
                                                                 std::string_view md5) {
-    setStatusMessage(localized("Creating Velto Store package…"));
+    tellPhase(localized("Creating Velto Store package…"));
     Error failure;
     if (!FileManager::createFolder(directory, 0777, &failure)) {
         addErrorMessage(localizedFormat("Unable to create directory: %@: %@", directory,
@@ -136,7 +150,7 @@ Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view
         return {};
     }
     const std::string destination = inFolder(directory, lastComponent(sourceFile));
-    setStatusMessage(localized("Copying media to the package…"));
+    tellPhase(localized("Copying media to the package…"));
     const Value size = fileCopy(sourceFile, destination, failure);
     if (!size) {
         return failure;
@@ -144,7 +158,7 @@ Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view
     if (isCancelled()) {
         return {};
     }
-    setStatusMessage(localized("Generating metadata…"));
+    tellPhase(localized("Generating metadata…"));
     _generateMetadataXMLForSourceFile(destination, md5, size, directory);
     return {};
 }
@@ -180,7 +194,7 @@ void VeltoVideoPackageBuilderWorker::_generateMetadataXMLForSourceFile(std::stri
                                                                        std::string_view md5,
                                                                        const Value& size,
                                                                        std::string_view directory) {
-    setStatusMessage(localized("Generating metadata…"));
+    tellPhase(localized("Generating metadata…"));
     Error failure;
     if (FileManager::writeAtomically(inFolder(directory, "metadata.xml"),
                                      metadataXML(lastComponent(sourceFile), md5, size), 0666,

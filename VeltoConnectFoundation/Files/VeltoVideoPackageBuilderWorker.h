@@ -76,6 +76,7 @@ protected:
                                            std::string_view directory);
 
 private:
+    void tellPhase(std::string message);
     std::shared_ptr<MZFileCopyOperation> copy() const;
     std::string metadataXML(std::string_view fileName,
                             std::string_view md5,
