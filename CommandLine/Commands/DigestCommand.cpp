@@ -24,7 +24,7 @@ constexpr Option checkOption{.name = "check",
 constexpr std::string_view standardInputName = "-";
 
 std::shared_ptr<InputStream> openStream(std::string_view name) {
-    const std::shared_ptr<InputStream> stream =
+    std::shared_ptr<InputStream> stream =
         name == standardInputName ? std::make_shared<StandardInput>() : InputStream::withFile(name);
     stream->open();
     return stream;

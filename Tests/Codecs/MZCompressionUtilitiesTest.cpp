@@ -113,6 +113,10 @@ TEST(MZCompressionUtilities, WhatIsNoWholeBlockIsAnErrorThatSaysWhy) {
     const std::string gzip = bareDeflate("something to be cut short");
     std::string wrongSum = gzip;
     wrongSum[gzip.size() - 8] = static_cast<char>(wrongSum[gzip.size() - 8] ^ 1);
+    std::string wrongSize = gzip;
+    wrongSize[gzip.size() - 4] = static_cast<char>(wrongSize[gzip.size() - 4] + 1);
+    std::string hugeSize = gzip;
+    hugeSize.replace(gzip.size() - 4, 4, "\xff\xff\xff\xff");
     std::string dictionary = bareDeflate("x", 15);
     dictionary[1] = static_cast<char>(0xbb);
     struct Row {
@@ -123,6 +127,8 @@ TEST(MZCompressionUtilities, WhatIsNoWholeBlockIsAnErrorThatSaysWhy) {
     const Row rows[] = {
         {"neither gzip nor zlib", -3, "incorrect header check"},
         {wrongSum, -3, "incorrect data check"},
+        {wrongSize, -3, "incorrect length check"},
+        {hugeSize, -3, "incorrect length check"},
         {"", -5, "General buffer error"},
         {"\x1f", -5, "General buffer error"},
         {gzip.substr(0, gzip.size() / 2), -5, "General buffer error"},

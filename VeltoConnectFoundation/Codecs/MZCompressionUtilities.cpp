@@ -112,13 +112,30 @@ int deflateAll(Transfer& transfer) {
     return code;
 }
 
-int inflateAll(Transfer& transfer, std::size_t length) {
+/// What a gzip block says of its size at its end, which spares growing; 0 for what cannot be.
+std::size_t statedSize(const Data& block) {
+    constexpr std::size_t header = 10;
+    constexpr std::size_t trailer = 8;
+    constexpr std::size_t mostRatio = 1032;
+    const std::uint8_t* const bytes = block.bytes();
+    const std::size_t length = block.length();
+    if (length < header + trailer || bytes[0] != 0x1f || bytes[1] != 0x8b) {
+        return 0;
+    }
+    const std::uint8_t* const last = bytes + length - 4;
+    const std::size_t size = std::size_t{last[0]} | std::size_t{last[1]} << 8 |
+                             std::size_t{last[2]} << 16 | std::size_t{last[3]} << 24;
+    return size / mostRatio <= length ? size : 0;
+}
+
+int inflateAll(Transfer& transfer, const Data& block) {
+    const std::size_t length = block.length();
     const std::size_t limit =
         static_cast<std::size_t>(std::max<std::int64_t>(inflatedSizeLimit.integerValue(), 0));
     // One byte more, to tell a block that is just as long from a longer one.
     const std::size_t mostRoom = limit + 1;
     const std::size_t growth = std::max(length / 2, leastInflateGrowth);
-    std::size_t room = std::min(length * 2, mostRoom);
+    std::size_t room = std::min(std::max(length * 2, statedSize(block)), mostRoom);
     int code = Z_OK;
     while (code == Z_OK) {
         if (transfer.isFull()) {
@@ -161,7 +178,7 @@ std::optional<Data> MZCompressionUtilities::gzipInflate(const Data& data, Error*
     Transfer transfer(data);
     int code = inflateInit2(&transfer.stream, anyWindow);
     if (code == Z_OK) {
-        code = inflateAll(transfer, data.length());
+        code = inflateAll(transfer, data);
         const int endCode = inflateEnd(&transfer.stream);
         code = code == Z_STREAM_END && endCode != Z_OK ? endCode : code;
     }
