@@ -49,7 +49,7 @@ Error MZMD5Context::updateWithBytes(const void* bytes, std::size_t length) {
             return error;
         }
     }
-    if (state_ != MZMD5ContextState::open) {
+    if (state_ != MZMD5ContextState::open || !context_) {
         return fail(-19003,
                     markLocalized("MD5 conext must be open before attempting to update it."));
     }
@@ -63,7 +63,7 @@ Error MZMD5Context::close() {
     if (error_) {
         return error_;
     }
-    if (state_ != MZMD5ContextState::open) {
+    if (state_ != MZMD5ContextState::open || !context_) {
         return fail(-19004,
                     markLocalized("MD5 conext must be open before attempting to close it."));
     }
