@@ -69,7 +69,8 @@ _velto() {
     for (const Command* command : allCommands()) {
         collect(command);
     }
-    std::string names, actions;
+    std::string names;
+    std::string actions;
     for (const auto& [name, option] : withValue) {
         std::string pattern = "--" + std::string(name);
         if (option->letter != 0) {

@@ -22,8 +22,8 @@ namespace {
 constexpr const char* ways = markLocalized(
     "Set VELTO_PASSWORD or give --password-stdin; or VELTO_SESSION_ID with VELTO_SHARED_SECRET; or "
     "--token-file FILE; or --api-key ID with --issuer ID.");
-constexpr std::size_t longestPassword = 64 * 1024;
-constexpr std::size_t largestToken = 1024 * 1024;
+constexpr std::size_t longestPassword = std::size_t{64} * 1024;
+constexpr std::size_t largestToken = std::size_t{1024} * 1024;
 
 bool readPassword(Secret& password, Failure& failure) {
     if (::isatty(STDIN_FILENO) != 0) {
@@ -93,7 +93,7 @@ bool Credentials::read(const Invocation& invocation,
     }
     if (wantsToken) {
         form = Form::token;
-        return readToken(*invocation.value(tokenFileOption), token, failure);
+        return readToken(invocation.value(tokenFileOption).value_or(std::string()), token, failure);
     }
     if (wantsKey) {
         form = Form::apiKey;

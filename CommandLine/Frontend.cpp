@@ -32,7 +32,8 @@ void Frontend::configure(const Invocation& invocation) {
 
 ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
     if (printsJSON()) {
-        Array why, errors;
+        Array why;
+        Array errors;
         for (const std::string& reason : failure.why) {
             why.append(reason);
         }
@@ -54,7 +55,8 @@ ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
     const auto errors = Console::Stream::errors;
     std::string text = console_.inked(errors, Ink::bad, "velto:") + " " +
                        console_.inked(errors, Ink::bold, failure.what) + "\n";
-    const std::string why = localized("Why:"), next = localized("Next:");
+    const std::string why = localized("Why:");
+    const std::string next = localized("Next:");
     const std::size_t column = 2 + std::max(columnsOf(why), columnsOf(next)) + 1;
     const auto entry = [&](const std::string& label, std::string_view words) {
         text.append(2, ' ').append(console_.inked(errors, Ink::faint, label));

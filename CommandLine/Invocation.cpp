@@ -30,10 +30,11 @@ struct Node {
 
     void add(const OptionGroup& group) {
         for (const Option* option : group.options) {
-            std::string names = "--" + std::string(option->name);
+            std::string names;
             if (option->letter != 0) {
-                names = "-" + std::string(1, option->letter) + "," + names;
+                names = {'-', option->letter, ','};
             }
+            names.append("--").append(option->name);
             CLI::Option* parsed =
                 option->takesValue() ? app->add_option(names) : app->add_flag(names);
             parsed->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);

@@ -30,7 +30,8 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         frontend.answer(frontend.result("done", ExitCode::done).add("settings", list));
         return ExitCode::done;
     }
-    std::size_t keyWidth = 0, layerWidth = 0;
+    std::size_t keyWidth = 0;
+    std::size_t layerWidth = 0;
     for (const Setting* setting : settings) {
         keyWidth = std::max(keyWidth, setting->key().size());
         layerWidth = std::max(layerWidth, layerName(setting->layer()).size());

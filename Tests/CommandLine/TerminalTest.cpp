@@ -11,7 +11,8 @@ using ::testing::Not;
 
 /// What each drawing of the live line showed, without its codes.
 Strings drawnLines(const std::string& screen) {
-    constexpr std::string_view start = "\r\x1b[?7l", end = "\x1b[K\x1b[?7h";
+    constexpr std::string_view start = "\r\x1b[?7l";
+    constexpr std::string_view end = "\x1b[K\x1b[?7h";
     Strings lines;
     for (std::size_t at = screen.find(start); at != std::string::npos;
          at = screen.find(start, at + 1)) {
