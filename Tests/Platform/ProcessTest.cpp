@@ -22,6 +22,7 @@
 #include <future>
 #include <random>
 #include <thread>
+#include <utility>
 
 namespace velto {
 namespace {
@@ -209,11 +210,18 @@ TEST_F(ProcessTest, ASecondLaunchRaises) {
 }
 
 TEST_F(ProcessTest, NoPipesAreAnError) {
+    // A sanitizer checks each class once by means of a pipe of its own: now, by another failure.
+    ProcessLaunch nowhere = child("ShowsItself");
+    nowhere.folder = "/no/such/folder";
+    Error error;
+    EXPECT_FALSE(process->launch(nowhere, RunLoop::current(), receiver, &error));
+    process.reset();
+    EXPECT_THAT(std::exchange(error, Error()), IsError(POSIXErrorDomain, ENOENT));
+
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit none{0, limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
-    Error error;
     const auto pipeless = Process::make(&error);
     setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_EQ(pipeless, nullptr);
