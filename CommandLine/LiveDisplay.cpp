@@ -101,7 +101,8 @@ std::string LiveDisplay::line(const Progress& progress, std::size_t width, const
     }
     std::string text = phase;
     if (barColumns != 0) {
-        text.append(gap).append(bar(*progress.percent, barColumns - gap.size() - frame, console));
+        text.append(gap).append(
+            bar(progress.percent.value_or(0), barColumns - gap.size() - frame, console));
     }
     for (const Field* each : fields) {
         if (each->columns != 0) {
