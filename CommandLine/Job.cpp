@@ -134,6 +134,7 @@ JobOutcome Job::run() {
     };
 
     std::vector<Observation> phases;
+    phases.reserve(workers_.size());
     for (const auto& worker : workers_) {
         phases.push_back(
             worker->observe("statusMessage", [source = worker.get(), watch](const PropertyChange&) {

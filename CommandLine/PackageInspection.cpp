@@ -217,7 +217,7 @@ void PackageInspection::inspect(InspectedFile& file) {
     }
     const Guard guard(currentLock_);
     current_ = nullptr;
-    done_ += *file.size;
+    done_ += file.size.value_or(0);
 }
 
 void PackageInspection::cancel() {

@@ -13,7 +13,8 @@ namespace velto::cli {
 namespace {
 
 Dictionary details(const InspectedPackage& package) {
-    Array files, strangers, faults;
+    Array files;
+    Array strangers;
     for (const InspectedFile& file : package.files) {
         Dictionary entry{{"name", file.name},
                          {"assetType", file.assetType},
