@@ -37,7 +37,8 @@ using Builder = VeltoVideoPackageBuilderWorker;
 constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
 
 std::string md5Of(const std::string& bytes) {
-    return velto::hexadecimal(velto::Digest::of(velto::Digest::Algorithm::md5, bytes)->view());
+    return velto::hexadecimal(
+        velto::Digest::of(velto::Digest::Algorithm::md5, bytes).value().view());
 }
 
 /// A builder whose MD5 worker has run.
@@ -104,7 +105,7 @@ TEST(VeltoVideoPackageBuilderWorker, BuildsAPackageBesideTheVideo) {
               "\t\t</asset>\n"
               "\t</assets>\n"
               "</package>\n");
-    EXPECT_EQ(FileManager::namesInFolder(package)->size(), 2U);
+    EXPECT_EQ(FileManager::namesInFolder(package).value().size(), 2U);
 }
 
 TEST(VeltoVideoPackageBuilderWorker, NamesTheAssetByMediaAndAssetType) {
@@ -259,6 +260,7 @@ TEST(VeltoVideoPackageBuilderWorker, SharesNoFolderWithAnotherBuild) {
     const std::string video = folder.write("movie.mov", "video");
     std::vector<std::shared_ptr<Builder>> builders;
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (unsigned index = 0; index < 8; ++index) {
         builders.push_back(builderFor(video));
     }
@@ -319,13 +321,14 @@ TEST(VeltoVideoPackageBuilderWorker, LeavesNoMetadataOnAFullDisk) {
 TEST(VeltoVideoPackageBuilderWorker, SurvivesBeingKilledAtAnyMoment) {
     std::mt19937_64 random(velto::testing::randomSeed());
     const char* const asked = std::getenv("VELTO_TEST_KILLS");
-    const int kills = asked != nullptr ? std::atoi(asked) : 200;
+    const auto kills = asked != nullptr ? std::strtol(asked, nullptr, 10) : 200;
     const TemporaryDirectory folder;
     const std::string video = folder.write("movie.mov", std::string(2 * mebibyte, 'x'));
     const auto builder = builderFor(video);
     const std::string package = folder.at("movie-UntitledVeltoStoreDelivery.velmp");
-    unsigned whole = 0, partial = 0;
-    for (int round = 0; round < kills; ++round) {
+    unsigned whole = 0;
+    unsigned partial = 0;
+    for (std::int64_t round = 0; round < kills; ++round) {
         const pid_t child = fork();
         ASSERT_GE(child, 0);
         if (child == 0) {

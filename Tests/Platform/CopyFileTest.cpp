@@ -61,7 +61,7 @@ std::string makeFile(const TemporaryDirectory& folder, std::mt19937_64& random, 
         const std::uint64_t word = random();
         std::memcpy(&bytes[place], &word, std::min(sizeof word, bytes.size() - place));
     }
-    const std::string path =
+    std::string path =
         folder.write("source/" + std::to_string(index) + names[index % std::size(names)], bytes);
     const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_GE(file, 0);
@@ -97,7 +97,8 @@ std::string makeFile(const TemporaryDirectory& folder, std::mt19937_64& random, 
 TEST(CopyFile, CopiesBytesHolesAndAttributes) {
     std::mt19937_64 random(velto::testing::randomSeed());
     const char* const asked = std::getenv("VELTO_TEST_COPIES");
-    const unsigned count = asked != nullptr ? static_cast<unsigned>(std::atoi(asked)) : 300;
+    const unsigned count =
+        asked != nullptr ? static_cast<unsigned>(std::strtoul(asked, nullptr, 10)) : 300;
     const TemporaryDirectory folder;
     ASSERT_TRUE(FileManager::createFolder(folder.at("copy")));
     for (unsigned index = 0; index < count; ++index) {
@@ -142,7 +143,7 @@ TEST(CopyFile, LeavesBehindWhatGivesRights) {
     const std::string source = folder.write("source", "x");
     ASSERT_EQ(chmod(source.c_str(), 06755), 0);
     ASSERT_TRUE(velto::copyFile(source, folder.at("copy")));
-    EXPECT_EQ(FileManager::attributes(folder.at("copy"))->mode, 0755U);
+    EXPECT_EQ(FileManager::attributes(folder.at("copy")).value().mode, 0755U);
 }
 
 TEST(CopyFile, CopiesALinkAsALink) {
