@@ -8,9 +8,7 @@
 
 #include <string>
 
-namespace velto {
-
-namespace testing {
+namespace velto::testing {
 
 /// EXPECT_THAT(error, IsError("SomeDomain", -10000));
 MATCHER_P2(IsError,
@@ -25,5 +23,4 @@ MATCHER(IsNoError, "is no error") {
     return !static_cast<bool>(arg);
 }
 
-}  // namespace testing
-}  // namespace velto
+}  // namespace velto::testing
