@@ -140,6 +140,7 @@ const Setting* declaredSetting(std::string_view key, Failure& failure) {
         return *found;
     }
     std::vector<std::string_view> keys;
+    keys.reserve(settings.size());
     for (const Setting* setting : settings) {
         keys.push_back(setting->key());
     }

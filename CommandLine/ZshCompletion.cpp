@@ -53,9 +53,10 @@ std::string optionSpecifications(const Command* command) {
         if (option->takesValue()) {
             rest += ":" + escaped(option->value) + ":" + action(option->kind, option->choices);
         }
-        text += "        '*" + name + rest + "' \\\n";
+        rest += "' \\\n";
+        text += "        '*" + name + rest;
         if (option->letter != 0) {
-            text += "        '*-" + std::string(1, option->letter) + rest + "' \\\n";
+            text.append("        '*-").append(1, option->letter).append(rest);
         }
     }
     return text;

@@ -14,10 +14,10 @@
 namespace sandbox {
 
 /// Throws std::runtime_error with the reason.
-Accounts parseAccounts(const std::string& text);
+Accounts parseAccounts(const std::string& source);
 
 /// An object whose values are strings; none for anything else.
-std::optional<std::map<std::string, std::string>> parseHeaders(const std::string& text);
+std::optional<std::map<std::string, std::string>> parseHeaders(const std::string& source);
 
 struct TokenText {
     std::string algorithm, keyID;            // header

@@ -64,6 +64,10 @@ public:
     }
 
 private:
+    struct Texts {
+        std::string name, size, md5;
+    };
+
     void fault(std::string text, std::string detail = {}) {
         faults_.push_back(
             {MetadataIncomplete, "metadata.xml: " + std::move(text), std::move(detail)});
@@ -117,8 +121,8 @@ private:
     void end() {
         if (path_ == "package/provider") {
             take(package_.provider, "provider");
-        } else if (path_ == "package/assets/asset/data_file") {
-            takeFile();
+        } else if (file_ && path_ == "package/assets/asset/data_file") {
+            takeFile(*file_);
         } else if (file_ && path_.ends_with("/data_file/file_name")) {
             take(file_->name, "file_name");
         } else if (file_ && path_.ends_with("/data_file/size")) {
@@ -139,8 +143,7 @@ private:
             fault("an element is empty", element);
     }
 
-    void takeFile() {
-        Texts& texts = *file_;
+    void takeFile(const Texts& texts) {
         DataFile file{texts.name, 0, texts.md5, {}};
         for (char& digit : file.md5)
             if (digit >= 'A' && digit <= 'F')
@@ -183,10 +186,6 @@ private:
             total += file.size;
         }
     }
-
-    struct Texts {
-        std::string name, size, md5;
-    };
 
     Package& package_;
     XML_Parser parser_ = nullptr;

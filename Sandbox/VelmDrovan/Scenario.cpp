@@ -152,7 +152,8 @@ void Scenario::take(const std::string& key, const std::string& value) {
         misuse("a value is not known", key + "=" + value);
     };
 
-    if (const auto kind = std::ranges::find(kinds, key, &std::pair<std::string_view, Kind>::first);
+    if (const auto* const kind =
+            std::ranges::find(kinds, key, &std::pair<std::string_view, Kind>::first);
         kind != std::end(kinds)) {
         const std::size_t at = std::min(value.find('@'), value.size());
         const std::string_view what = std::string_view(value).substr(0, at);

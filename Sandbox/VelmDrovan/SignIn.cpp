@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view nobody = "zarnet";
 
 constexpr std::string_view audience = "velto-connect";
-constexpr std::int64_t longestLife = 20 * 60;
+constexpr std::int64_t longestLife = std::int64_t{20} * 60;
 constexpr std::int64_t clockSkew = 60;
 
 [[noreturn]] void refuse(std::string text, std::string detail = {}) {
@@ -55,7 +55,7 @@ Identity identityOf(const CommandLine& line, const User& user) {
 }
 
 Identity byPassword(const CommandLine& line, const Accounts& accounts) {
-    const std::string password = secret("-p", *line.password);
+    const std::string password = secret("-p", line.password.value_or(""));
     for (const User& user : accounts.users) {
         if (user.name != line.user)
             continue;
@@ -87,7 +87,7 @@ Identity bySession(const CommandLine& line, const Accounts& accounts) {
 }
 
 Identity byToken(const CommandLine& line, const Accounts& accounts) {
-    const std::string token = secret("-dsToken", *line.token);
+    const std::string token = secret("-dsToken", line.token.value_or(""));
     const auto matches = [&](const User& user) { return user.token == token; };
     return identityOf(line, findUser(accounts, matches, "The token is not known or has expired"));
 }
@@ -137,7 +137,7 @@ Identity byBearer(std::string_view token, const Accounts& accounts, const Consol
 }
 
 Identity byHeaders(const CommandLine& line, const Accounts& accounts, const Console& console) {
-    const auto text = decodeBase64Lines(*line.headers);
+    const auto text = decodeBase64Lines(line.headers.value_or(""));
     const auto headers = text ? parseHeaders(*text) : std::nullopt;
     if (!headers)
         refuse("The value of -hsa2headers is not base64 text of a JSON object of headers");

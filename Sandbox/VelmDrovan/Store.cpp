@@ -14,7 +14,6 @@
 #include <climits>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -46,7 +45,7 @@ public:
     explicit Unfinished(const std::string& path) : path_(path) {
         // The first byte last: the handler sees no path or all of it.
         if (path.size() < sizeof unfinishedPath) {
-            std::strcpy(unfinishedPath + 1, path.c_str() + 1);
+            std::copy_n(path.c_str() + 1, path.size(), unfinishedPath + 1);
             std::atomic_signal_fence(std::memory_order_seq_cst);
             unfinishedPath[0] = path[0];
         }

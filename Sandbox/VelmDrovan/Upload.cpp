@@ -121,8 +121,9 @@ private:
             return true;
         }
         console_.line("The connection to the store broke off.");
-        console_.line("Scheduling automatic restart in " + std::to_string(*restart) + " seconds");
-        std::this_thread::sleep_for(std::chrono::seconds(*restart));
+        console_.line("Scheduling automatic restart in " + std::to_string(restart.value_or(0)) +
+                      " seconds");
+        std::this_thread::sleep_for(std::chrono::seconds(restart.value_or(0)));
         return false;
     }
 

@@ -43,6 +43,7 @@ void run(const CommandLine& line, Scenario& scenario, const Console& console) {
     (line.mode == "verify" ? verify : upload)(line, identity, scenario, console);
     if (!scenario.errors.empty()) {
         std::vector<Fault> faults;
+        faults.reserve(scenario.errors.size());
         for (const auto& error : scenario.errors)
             faults.push_back({Unworded, error, {}});
         throw Failure(std::move(faults));

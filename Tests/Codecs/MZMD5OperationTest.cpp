@@ -17,7 +17,6 @@ using velto::StreamStatus;
 using velto::testing::ChunkedInputStream;
 using velto::testing::Chunks;
 using velto::testing::IsError;
-using velto::testing::IsNoError;
 using velto::testing::TemporaryDirectory;
 
 constexpr std::string_view nothing = "d41d8cd98f00b204e9800998ecf8427e";

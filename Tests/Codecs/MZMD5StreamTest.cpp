@@ -15,7 +15,6 @@ using velto::StreamStatus;
 using velto::testing::ChunkedInputStream;
 using velto::testing::ChunkedOutputStream;
 using velto::testing::IsError;
-using velto::testing::IsNoError;
 
 constexpr std::string_view abc = "900150983cd24fb0d6963f7d28e17f72";
 

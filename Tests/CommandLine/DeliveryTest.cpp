@@ -8,9 +8,7 @@ namespace cli_test {
 namespace {
 
 using ::testing::AllOf;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 using DeliveryTest = VeltoTest;

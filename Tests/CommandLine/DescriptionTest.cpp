@@ -22,7 +22,7 @@ TEST_F(DescriptionTest, EveryCommandHasHelpWithExamples) {
             words.push_back(text.substr(at, end - at));
             at = end + 1;
         }
-        words.push_back("--help");
+        words.emplace_back("--help");
         Child child = velto(words);
         child.finish();
         EXPECT_EQ(child.exitCode, 0);

@@ -10,7 +10,6 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 class PackageTest : public VeltoTest {
 protected:

@@ -6,7 +6,6 @@ namespace cli_test {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 class StoppingTest : public VeltoTest {
 protected:

@@ -50,7 +50,8 @@ inline bool groupIsGone(pid_t group) {
             continue;
         std::istringstream fields(text.substr(name + 1));
         char state = 0;
-        pid_t parent = 0, own = 0;
+        pid_t parent = 0;
+        pid_t own = 0;
         fields >> state >> parent >> own;
         if (own == group && state != 'Z' && state != 'X')
             return false;
@@ -122,7 +123,7 @@ public:
         }
         return *this;
     }
-    void type(std::string_view keys) {
+    void type(std::string_view keys) const {
         EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
     }
 

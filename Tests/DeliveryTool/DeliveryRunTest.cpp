@@ -17,7 +17,6 @@
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 using velto::testing::CapturedLog;
 using velto::testing::Sandbox;
 using velto::testing::SeriesRun;
@@ -206,7 +205,7 @@ TEST_F(DeliveryRun, AThousandCancelsLeaveNothingBehind) {
     EXPECT_EQ(children(), 0U);
     // The pool's lasting threads, one for each core, keep the run loops that they have used; those
     // of the others go when they have been idle for a while.
-    const std::size_t lasting = before + 2 * (std::thread::hardware_concurrency() + 1);
+    const std::size_t lasting = before + 2 * (std::size_t{std::thread::hardware_concurrency()} + 1);
     EXPECT_TRUE(velto::testing::waitUntil([&] { return openDescriptors() <= lasting; }))
         << openDescriptors() << " descriptors, " << before << " before";
 }

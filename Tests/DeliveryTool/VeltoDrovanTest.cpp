@@ -33,7 +33,6 @@ using velto::Dictionary;
 using velto::testing::CapturedLog;
 using velto::testing::childProgram;
 using velto::testing::hasChildren;
-using velto::testing::isFreshProcess;
 using velto::testing::openDescriptors;
 using velto::testing::ranInFreshProcess;
 using velto::testing::ScopedEnvironment;

@@ -17,7 +17,6 @@ namespace {
 
 using testing::ChangeRecorder;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class Subject final : public Observable {
 public:

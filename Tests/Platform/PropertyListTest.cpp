@@ -165,7 +165,7 @@ TEST(PropertyList, RefusesDamagedBinaryForms) {
     for (int i = 1; i <= 30; ++i) {
         bomb.push_back("\xaa" + std::string(10, static_cast<char>(i)));
     }
-    bomb.push_back("\x09");
+    bomb.emplace_back("\x09");
     const struct {
         const char* name;
         std::string list;

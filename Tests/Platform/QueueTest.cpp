@@ -19,7 +19,6 @@ namespace velto {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 constexpr Seconds forever{1e9};
 

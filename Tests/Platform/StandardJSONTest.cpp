@@ -13,7 +13,6 @@ using velto::Dictionary;
 using velto::Error;
 using velto::parseJSON;
 using velto::Value;
-using velto::ValueKind;
 using velto::testing::IsError;
 
 TEST(StandardJSON, ReadsEveryKind) {

@@ -41,7 +41,8 @@ public:
         Strings variables;
         for (const auto& [name, value] : environment)
             variables.push_back(name + "=" + value);
-        int out[2], err[2];
+        int out[2];
+        int err[2];
         EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
         EXPECT_EQ(pipe2(err, O_CLOEXEC), 0);
         posix_spawn_file_actions_t actions;

@@ -66,12 +66,12 @@ Field VeltoAuthenticationContextImpl::get(Field Fields::*field) const {
 }
 
 template <class Field, class NewValue>
-void VeltoAuthenticationContextImpl::set(Field Fields::*field, const NewValue& value) {
+void VeltoAuthenticationContextImpl::set(Field Fields::*field, NewValue&& value) {
     const Guard guard(lock_);
     if constexpr (std::is_same_v<Field, std::string>) {
         velto::wipe(fields_.*field);  // Most texts are secrets.
     }
-    fields_.*field = value;
+    fields_.*field = std::forward<NewValue>(value);
 }
 
 VeltoAuthenticationContextImpl::VeltoAuthenticationContextImpl(velto::PassKey, Delegate delegate) {
@@ -368,7 +368,7 @@ std::shared_ptr<VeltoAuthenticationContextDelegate> VeltoAuthenticationContextIm
 }
 
 void VeltoAuthenticationContextImpl::setDelegate(Delegate delegate) {
-    set(&Fields::delegate, delegate);
+    set(&Fields::delegate, std::move(delegate));
 }
 
 std::string VeltoAuthenticationContextImpl::username() const {

@@ -158,7 +158,7 @@ private:
     template <class Field>
     Field get(Field Fields::*field) const;
     template <class Field, class NewValue>
-    void set(Field Fields::*field, const NewValue& value);
+    void set(Field Fields::*field, NewValue&& value);
     void createJWTTokenWithApiKey(const std::string& apiKey, const std::string& issuerID);
 
     mutable velto::Lock lock_;

@@ -362,7 +362,7 @@ Error Writer::writeNumber(const Value& number) {
     char text[velto::DoubleTextSize];
     const bool isUTF8 = encoding_ == TextEncoding::utf8;
     char* const place = isUTF8 ? sink_.room(sizeof(text)) : text;
-    char* end = place;
+    char* end = nullptr;
     switch (number.kind()) {
         case ValueKind::boolean:
             writeText(number.boolValue() ? "true"sv : "false"sv);

@@ -135,11 +135,15 @@ std::string VeltoDrovanWorker::parseErrorFromString(std::string_view output) con
 }
 
 void VeltoDrovanWorker::didReceiveDrovanOutput(std::string_view bytes) {
-    stdoutFilter_->appendData(bytes);
+    if (stdoutFilter_) {
+        stdoutFilter_->appendData(bytes);
+    }
 }
 
 void VeltoDrovanWorker::didReceiveDrovanErrorOutput(std::string_view bytes) {
-    stderrFilter_->appendData(bytes);
+    if (stderrFilter_) {
+        stderrFilter_->appendData(bytes);
+    }
 }
 
 void VeltoDrovanWorker::drovanCompleted(VeltoDrovan& drovan) {
@@ -156,7 +160,7 @@ void VeltoDrovanWorker::filterDidFilterString(NSDataToStringFilter& filter,
     if (logsDrovanOutput()) {
         MZLogInfo("%@", line ? *line : std::string_view("(null)"));
     }
-    if (&filter == &*stdoutFilter_) {
+    if (stdoutFilter_ && &filter == &*stdoutFilter_) {
         didReceiveDrovanLine(line);
     } else {
         didReceiveDrovanErrorLine(line);

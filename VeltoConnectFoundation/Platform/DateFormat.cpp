@@ -93,7 +93,8 @@ std::string isoStringFromDate(Date date) {
     constexpr double first = -12219292800000;
     constexpr double last = 253402300799999;
     const double milliseconds = unixMilliseconds(date);
-    if (!(milliseconds >= first && milliseconds <= last)) {
+    const bool isSimple = milliseconds >= first && milliseconds <= last;
+    if (!isSimple) {
         static const DateFormat format("yyyy-MM-dd'T'HH:mm:ss.SSS'Z'", "en_US_POSIX", "GMT");
         return format.stringFromDate(date);
     }

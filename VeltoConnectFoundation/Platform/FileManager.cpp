@@ -157,7 +157,7 @@ bool FileManager::read(std::string_view path,
     }
     // Sizes of files of the kernel read 0: the end alone decides, with a byte of room to see it.
     std::size_t used = 0;
-    std::size_t room = static_cast<std::size_t>(status.st_size);
+    auto room = static_cast<std::size_t>(status.st_size);
     for (;;) {
         bytes.resize(std::min(room, limit) + 1);
         const ssize_t count = ::read(file.number(), bytes.data() + used, bytes.size() - used);

@@ -170,15 +170,16 @@ ProxyResolver::~ProxyResolver() {
 
 std::vector<Proxy> ProxyResolver::proxiesForURL(std::string_view url, Seconds limit, Error* error) {
     const auto question = state_->ask(url, limit);
+    const auto answer = question != nullptr ? question->answer : std::nullopt;
     std::vector<Proxy> result;
-    if (question == nullptr || !question->answer) {
+    if (!answer) {
         fail(error, Error::make(ProxyErrorDomain, question == nullptr ? 2 : 1,
                                 localized("The system's proxy could not be found out."),
                                 question == nullptr
                                     ? localized("The look-up did not end in time.")
                                     : localized("The system's proxy settings are of no use.")));
     } else {
-        for (const std::string& text : *question->answer) {
+        for (const std::string& text : *answer) {
             if (auto proxy = Proxy::fromText(text)) {
                 result.push_back(std::move(*proxy));
             }

@@ -205,7 +205,7 @@ std::optional<std::string> decodeUTF32(std::string_view bytes, std::endian order
     std::string out;
     out.reserve(bytes.size() / 2);
     for (std::size_t at = 0; at < bytes.size(); at += 4) {
-        const char32_t character = loadUnit<char32_t>(bytes.data() + at, order);
+        const auto character = loadUnit<char32_t>(bytes.data() + at, order);
         if (character > 0x10FFFF || isSurrogate(character)) {
             return std::nullopt;
         }

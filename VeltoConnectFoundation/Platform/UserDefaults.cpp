@@ -108,7 +108,8 @@ std::optional<toml::table> parseTable(std::string_view text, std::string_view pa
 /// In universal time; none for what TOML cannot write (years before 0 and after 9999).
 std::optional<toml::date_time> dateTime(Date date) {
     const double seconds = date.unixSeconds();
-    if (!(seconds >= -62167219200.0 && seconds < 253402300800.0)) {
+    const bool isWritable = seconds >= -62167219200.0 && seconds < 253402300800.0;
+    if (!isWritable) {
         return std::nullopt;
     }
     const auto whole = std::chrono::sys_seconds(
