@@ -145,9 +145,11 @@ TEST_F(MZTaskTest, ATaskThatWasNeverLaunchedSaysSoWhenItGoes) {
 
 TEST_F(MZTaskTest, WithoutPipesItAnswersMinusOne) {
     // A sanitizer checks each class once by means of a pipe of its own: now, by another failure.
-    const auto nowhere = task("ShowsItself");
-    nowhere->setLaunchPath("/nowhere/tool");
-    EXPECT_THROW(nowhere->execute(), velto::Exception);
+    {
+        const auto nowhere = task("ShowsItself");
+        nowhere->setLaunchPath("/nowhere/tool");
+        EXPECT_THROW(nowhere->execute(), velto::Exception);
+    }
     log.clear();
 
     rlimit limit{};
