@@ -54,7 +54,7 @@ std::string optionSpecifications(const Command* command) {
             rest += ":" + escaped(option->value) + ":" + action(option->kind, option->choices);
         }
         rest += "' \\\n";
-        text += "        '*" + name + rest;
+        text.append("        '*").append(name).append(rest);
         if (option->letter != 0) {
             text.append("        '*-").append(1, option->letter).append(rest);
         }
