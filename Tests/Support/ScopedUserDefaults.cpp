@@ -2,6 +2,7 @@
 
 namespace velto::testing {
 
+// NOLINTNEXTLINE(modernize-pass-by-value): most callers keep their own, and a handle copies cheaply
 ScopedUserDefaults::ScopedUserDefaults(const Dictionary& values)
     : before_(UserDefaults::shared().layers()), values_(values) {
     UserDefaults::shared().loadUserFile("/nonexistent/velto/config.toml");
