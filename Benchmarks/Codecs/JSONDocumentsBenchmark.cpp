@@ -19,6 +19,7 @@
 #include <rapidjson/document.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace {
@@ -49,6 +50,10 @@ velto::Value readData(const velto::Data& data) {
     return MZJSONDeserializer().deserializeJSONData(data);
 }
 
+bool isRead(const velto::Data& data) {
+    return !readData(data).isNone();
+}
+
 /// Gives at most 8192 bytes at a time.
 class BlockStream final : public velto::InputStream {
 public:
@@ -75,6 +80,16 @@ bool readStream(const std::string& bytes) {
     return !MZJSONDeserializer()
                 .deserializeJSONStream(std::make_shared<BlockStream>(bytes))
                 .isNone();
+}
+
+/// What the caller's stream takes by itself.
+bool drainStream(const std::string& bytes) {
+    BlockStream stream(bytes);
+    std::array<std::uint8_t, 8192> block;
+    while (stream.read(block.data(), block.size()) != 0) {
+        benchmark::DoNotOptimize(block);
+    }
+    return true;
 }
 
 template <unsigned flags>
@@ -151,22 +166,28 @@ int main(int argc, char** argv) {
     const struct {
         const char* name;
         TextEncoding encoding;
-    } streams[] = {
-        {"ours, stream of UTF-8", TextEncoding::utf8},
-        {"ours, stream of UTF-16LE", TextEncoding::utf16LittleEndian},
-        {"ours, stream of UTF-16BE", TextEncoding::utf16BigEndian},
-        {"ours, stream of UTF-32LE", TextEncoding::utf32LittleEndian},
-        {"ours, stream of UTF-32BE", TextEncoding::utf32BigEndian},
+    } encodings[] = {
+        {"UTF-8", TextEncoding::utf8},
+        {"UTF-16LE", TextEncoding::utf16LittleEndian},
+        {"UTF-16BE", TextEncoding::utf16BigEndian},
+        {"UTF-32LE", TextEncoding::utf32LittleEndian},
+        {"UTF-32BE", TextEncoding::utf32BigEndian},
     };
     std::map<std::string, std::string> encoded;
+    std::map<std::string, velto::Data> datas;
     std::map<std::string, simdjson::padded_string> padded;
     for (const auto& [document, text] : documents) {
         benchmark::RegisterBenchmark((document + "/ours").c_str(), readOurs, text)
             ->Unit(benchmark::kMicrosecond);
-        for (const auto& stream : streams) {
-            const std::string name = document + '/' + stream.name;
-            const auto& bytes = encoded[name] = velto::encodeText(text, stream.encoding).value();
-            add(name, bytes, text.size(), readStream);
+        const velto::Data& inUTF8 = datas[document] = velto::Data(text);
+        for (const auto& [name, encoding] : encodings) {
+            const std::string group = document + " by a stream of " + name;
+            const auto& bytes = encoded[group] = velto::encodeText(text, encoding).value();
+            const velto::Data& data = datas[group] = velto::Data(bytes);
+            add(group + "/ours", bytes, text.size(), readStream);
+            add(group + "/the stream alone", bytes, text.size(), drainStream);
+            add(group + "/as data", data, text.size(), isRead);
+            add(group + "/as data in UTF-8", inUTF8, text.size(), isRead);
         }
         add(document + "/RapidJSON", text, text.size(), readRapidJSON<rapidjson::kParseNoFlags>);
         // Numbers to the last bit and texts that are checked, as ours does.

@@ -666,8 +666,12 @@ TEST(MZJSONDeserializer, AllWaysAgreeOnLongDocumentsOfBrokenStreams) {
     DocumentWriter writer(random);
     for (int round = 0; round < 60 && !::testing::Test::HasFailure(); ++round) {
         std::string document = "[";
-        while (document.size() < 20'000 + random() % 30'000) {
+        const std::size_t size = 20'000 + random() % 200'000;
+        while (document.size() < size) {
             document += writer.write() + ',';
+            if (random() % 200 == 0) {
+                document += '"' + std::string(random() % 150'000, 'x') + "\",";
+            }
         }
         document += "0]";
         if (random() % 2 == 0) {

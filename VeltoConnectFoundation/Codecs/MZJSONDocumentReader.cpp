@@ -228,12 +228,10 @@ Value MZJSONDocumentReader::readWhole(std::string_view text) {
 
 Value MZJSONDocumentReader::readWhole(MZJSONTextSource& source) {
     MZJSONDocumentReader reader(0);
-    std::size_t offset = 0;
     auto progress = Progress::wantsMore;
-    for (bool hasMore = true; hasMore; hasMore = source.readMore(source.text().size() - offset)) {
-        const char* const text = source.text().data();
-        const char* const end = text + source.text().size();
-        const char* at = text + offset;
+    for (;;) {
+        const char* at = source.text().data();
+        const char* const end = at + source.text().size();
         if (progress == Progress::wantsMore) {
             progress = reader.read(at, end);
         }
@@ -244,7 +242,9 @@ Value MZJSONDocumentReader::readWhole(MZJSONTextSource& source) {
         if (progress == Progress::unsure) {
             return {};
         }
-        offset = static_cast<std::size_t>(at - text);
+        if (!source.readMore(static_cast<std::size_t>(end - at))) {
+            break;
+        }
     }
     return progress == Progress::ended && source.isComplete() ? reader.document() : Value();
 }

@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 namespace {
 
 using velto::TextEncoding;
 
 constexpr std::size_t blockSize = 8192;
+constexpr std::size_t segmentSize = 65536;
 /// No character is longer, in any encoding.
 constexpr std::size_t longestCharacter = 4;
 
@@ -39,17 +39,19 @@ MZJSONTextSource::MZJSONTextSource(TextEncoding encoding,
     if (encoding_ == TextEncoding::utf8) {
         commit(std::copy(first.begin(), first.end(), room(first.size())));
     } else {
-        block_.resize(blockSize + longestCharacter);
-        blockLength_ = first.copy(block_.data(), first.size());
+        undecoded_.resize(blockSize + longestCharacter);
+        undecodedLength_ = first.copy(undecoded_.data(), first.size());
         takeCharacters();
     }
 }
 
-bool MZJSONTextSource::readMore(std::size_t bytes) {
+bool MZJSONTextSource::readMore(std::size_t unread) {
+    begin_ = length_ - unread;
     std::size_t sum = 0;
-    while (!isEnded_ && !error_ && blockLength_ < longestCharacter && (sum == 0 || sum < bytes)) {
+    while (!isEnded_ && !error_ && undecodedLength_ < longestCharacter &&
+           (sum == 0 || sum < unread)) {
         const bool isUTF8 = encoding_ == TextEncoding::utf8;
-        char* const place = isUTF8 ? room(blockSize) : block_.data() + blockLength_;
+        char* const place = isUTF8 ? room(blockSize) : undecoded_.data() + undecodedLength_;
         std::size_t obtained = 0;
         isEnded_ = !MZReadBytesFromStream(*stream_, reinterpret_cast<std::uint8_t*>(place),
                                           blockSize, obtained, error_);
@@ -60,7 +62,7 @@ bool MZJSONTextSource::readMore(std::size_t bytes) {
         if (isUTF8) {
             commit(place + obtained);
         } else {
-            blockLength_ += obtained;
+            undecodedLength_ += obtained;
             takeCharacters();
         }
     }
@@ -69,36 +71,44 @@ bool MZJSONTextSource::readMore(std::size_t bytes) {
 
 /// Where that many bytes may be written behind the text, and a zero.
 char* MZJSONTextSource::room(std::size_t count) {
-    const std::size_t needed = length_ + count + 1;
-    if (needed > capacity_) {
-        const std::size_t capacity = std::max(needed, capacity_ * 2);
-        auto* larger = static_cast<char*>(std::realloc(text_.get(), capacity));
-        if (larger == nullptr) {
-            throw std::bad_alloc();
+    if (length_ + count + 1 > capacity_) {
+        const std::string_view unread = block_ ? text() : std::string_view();
+        const std::size_t capacity = std::max(segmentSize, 2 * (unread.size() + count + 1));
+        auto next = std::make_unique_for_overwrite<char[]>(capacity);
+        unread.copy(next.get(), unread.size());
+        if (begin_ != 0) {
+            read_.push_back({std::move(block_), begin_});
         }
-        static_cast<void>(text_.release());
-        text_.reset(larger);
+        block_ = std::move(next);
         capacity_ = capacity;
+        begin_ = 0;
+        length_ = unread.size();
     }
-    return text_.get() + length_;
+    return &block_[length_];
 }
 
 void MZJSONTextSource::commit(char* end) noexcept {
-    length_ = static_cast<std::size_t>(end - text_.get());
+    length_ = static_cast<std::size_t>(end - block_.get());
     *end = '\0';
 }
 
 void MZJSONTextSource::takeCharacters() {
-    std::string_view bytes(block_.data(), blockLength_);
-    commit(velto::writeUTF8(room(blockLength_ + blockLength_ / 2), bytes, encoding_));
-    blockLength_ = bytes.size();
-    std::memmove(block_.data(), bytes.data(), bytes.size());
+    std::string_view bytes(undecoded_.data(), undecodedLength_);
+    commit(velto::writeUTF8(room(undecodedLength_ + undecodedLength_ / 2), bytes, encoding_));
+    undecodedLength_ = bytes.size();
+    std::memmove(undecoded_.data(), bytes.data(), bytes.size());
 }
 
 std::string MZJSONTextSource::bytes() const {
-    return encoding_ == TextEncoding::utf8
-               ? std::string(text())
-               : velto::encodeText(text(), encoding_).value_or("").append(block_, 0, blockLength_);
+    std::string text;
+    for (const Segment& segment : read_) {
+        text.append(segment.block.get(), segment.length);
+    }
+    text.append(block_.get(), length_);
+    return encoding_ == TextEncoding::utf8 ? text
+                                           : velto::encodeText(text, encoding_)
+                                                 .value_or("")
+                                                 .append(undecoded_, 0, undecodedLength_);
 }
 
 std::shared_ptr<velto::InputStream> MZJSONTextSource::stream() const {
