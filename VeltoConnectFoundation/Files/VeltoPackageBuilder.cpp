@@ -21,157 +21,144 @@ const velto::Setting packagePathSetting("VeltoPackagePath",
 
 }  // namespace
 
-VeltoPackageBuilder::VeltoPackageBuilder()
-    : packagePath_(packagePathSetting.stringValue()),
-      username_(VeltoUsername.stringValue()),
-      password_(VeltoPassword.stringValue()),
-      providerShortName_(VeltoProviderShortname.stringValue()),
-      vtcProviderShortName_(VeltoVTCProviderShortname.stringValue()),
-      transport_(transportSetting.stringValue()) {
+template <class Field>
+Field VeltoPackageBuilder::get(Field Fields::*field) const {
+    const Guard guard(fieldsLock_);
+    return fields_.*field;
+}
+
+template <class Field, class NewValue>
+void VeltoPackageBuilder::set(Field Fields::*field, NewValue&& value) {
+    const Guard guard(fieldsLock_);
+    fields_.*field = std::forward<NewValue>(value);
+}
+
+VeltoPackageBuilder::VeltoPackageBuilder() {
+    const Guard guard(fieldsLock_);
+    fields_.packagePath = packagePathSetting.stringValue();
+    fields_.username = VeltoUsername.stringValue();
+    fields_.password = VeltoPassword.stringValue();
+    fields_.providerShortName = VeltoProviderShortname.stringValue();
+    fields_.vtcProviderShortName = VeltoVTCProviderShortname.stringValue();
+    fields_.transport = transportSetting.stringValue();
 }
 
 VeltoPackageBuilder::~VeltoPackageBuilder() {
-    velto::wipe(password_);
+    const Guard guard(fieldsLock_);
+    velto::wipe(fields_.password);
 }
 
 std::shared_ptr<VeltoAuthenticationContextImpl> VeltoPackageBuilder::authentication() const {
-    Guard guard(settingsLock_);
-    return authentication_;
+    return get(&Fields::authentication);
 }
 
 void VeltoPackageBuilder::setAuthentication(
     std::shared_ptr<VeltoAuthenticationContextImpl> authentication) {
-    Guard guard(settingsLock_);
-    authentication_ = std::move(authentication);
-}
-
-std::string VeltoPackageBuilder::packagePath() const {
-    Guard guard(settingsLock_);
-    return packagePath_;
-}
-
-void VeltoPackageBuilder::setPackagePath(std::string_view path) {
-    Guard guard(settingsLock_);
-    packagePath_ = path;
-}
-
-std::string VeltoPackageBuilder::username() const {
-    Guard guard(settingsLock_);
-    return username_;
-}
-
-void VeltoPackageBuilder::setUsername(std::string_view username) {
-    Guard guard(settingsLock_);
-    username_ = username;
-}
-
-std::string VeltoPackageBuilder::password() const {
-    Guard guard(settingsLock_);
-    return password_;
+    set(&Fields::authentication, std::move(authentication));
 }
 
 void VeltoPackageBuilder::setPassword(std::string_view password) {
-    Guard guard(settingsLock_);
-    velto::wipe(password_);
-    password_ = password;
+    const Guard guard(fieldsLock_);
+    velto::wipe(fields_.password);
+    fields_.password = password;
+}
+
+std::string VeltoPackageBuilder::packagePath() const {
+    return get(&Fields::packagePath);
+}
+
+void VeltoPackageBuilder::setPackagePath(std::string_view path) {
+    set(&Fields::packagePath, path);
+}
+
+std::string VeltoPackageBuilder::username() const {
+    return get(&Fields::username);
+}
+
+void VeltoPackageBuilder::setUsername(std::string_view username) {
+    set(&Fields::username, username);
+}
+
+std::string VeltoPackageBuilder::password() const {
+    return get(&Fields::password);
 }
 
 std::string VeltoPackageBuilder::providerShortName() const {
-    Guard guard(settingsLock_);
-    return providerShortName_;
+    return get(&Fields::providerShortName);
 }
 
 void VeltoPackageBuilder::setProviderShortName(std::string_view name) {
-    Guard guard(settingsLock_);
-    providerShortName_ = name;
+    set(&Fields::providerShortName, name);
 }
 
 std::string VeltoPackageBuilder::VTCProviderShortName() const {
-    Guard guard(settingsLock_);
-    return vtcProviderShortName_;
+    return get(&Fields::vtcProviderShortName);
 }
 
 void VeltoPackageBuilder::setVTCProviderShortName(std::string_view name) {
-    Guard guard(settingsLock_);
-    vtcProviderShortName_ = name;
+    set(&Fields::vtcProviderShortName, name);
 }
 
 std::string VeltoPackageBuilder::transport() const {
-    Guard guard(settingsLock_);
-    return transport_;
+    return get(&Fields::transport);
 }
 
 void VeltoPackageBuilder::setTransport(std::string_view transport) {
-    Guard guard(settingsLock_);
-    transport_ = transport;
+    set(&Fields::transport, transport);
 }
 
 std::string VeltoPackageBuilder::clientName() const {
-    Guard guard(settingsLock_);
-    return client_.name;
+    return get(&Fields::clientName);
 }
 
 void VeltoPackageBuilder::setClientName(std::string_view name) {
-    Guard guard(settingsLock_);
-    client_.name = name;
+    set(&Fields::clientName, name);
 }
 
 std::int64_t VeltoPackageBuilder::major() const {
-    Guard guard(settingsLock_);
-    return client_.major;
+    return get(&Fields::major);
 }
 
 void VeltoPackageBuilder::setMajor(std::int64_t number) {
-    Guard guard(settingsLock_);
-    client_.major = number;
+    set(&Fields::major, number);
 }
 
 std::int64_t VeltoPackageBuilder::minor() const {
-    Guard guard(settingsLock_);
-    return client_.minor;
+    return get(&Fields::minor);
 }
 
 void VeltoPackageBuilder::setMinor(std::int64_t number) {
-    Guard guard(settingsLock_);
-    client_.minor = number;
+    set(&Fields::minor, number);
 }
 
 std::int64_t VeltoPackageBuilder::patch() const {
-    Guard guard(settingsLock_);
-    return client_.patch;
+    return get(&Fields::patch);
 }
 
 void VeltoPackageBuilder::setPatch(std::int64_t number) {
-    Guard guard(settingsLock_);
-    client_.patch = number;
+    set(&Fields::patch, number);
 }
 
 std::string VeltoPackageBuilder::clientBuild() const {
-    Guard guard(settingsLock_);
-    return client_.build;
+    return get(&Fields::clientBuild);
 }
 
 void VeltoPackageBuilder::setClientBuild(std::string_view build) {
-    Guard guard(settingsLock_);
-    client_.build = build;
+    set(&Fields::clientBuild, build);
 }
 
 std::string VeltoPackageBuilder::applicationBundle() const {
-    Guard guard(settingsLock_);
-    return client_.applicationBundle;
+    return get(&Fields::applicationBundle);
 }
 
 void VeltoPackageBuilder::setApplicationBundle(std::string_view identifier) {
-    Guard guard(settingsLock_);
-    client_.applicationBundle = identifier;
+    set(&Fields::applicationBundle, identifier);
 }
 
 std::string VeltoPackageBuilder::versionString() const {
-    Guard guard(settingsLock_);
-    return client_.versionString;
+    return get(&Fields::versionString);
 }
 
 void VeltoPackageBuilder::setVersionString(std::string_view version) {
-    Guard guard(settingsLock_);
-    client_.versionString = version;
+    set(&Fields::versionString, version);
 }

@@ -47,23 +47,28 @@ protected:
     VeltoPackageBuilder();
 
 private:
-    struct Client {
-        std::string name;
+    struct Fields {
+        std::string packagePath;
+        std::string username;
+        std::string password;
+        std::shared_ptr<VeltoAuthenticationContextImpl> authentication;
+        std::string providerShortName;
+        std::string vtcProviderShortName;
+        std::string transport;
+        std::string clientName;
         std::int64_t major = 0;
         std::int64_t minor = 0;
         std::int64_t patch = 0;
-        std::string build;
+        std::string clientBuild;
         std::string applicationBundle;
         std::string versionString;
     };
 
-    mutable velto::Lock settingsLock_;
-    std::string packagePath_ VELTO_GUARDED_BY(settingsLock_);
-    std::string username_ VELTO_GUARDED_BY(settingsLock_);
-    std::string password_ VELTO_GUARDED_BY(settingsLock_);
-    std::shared_ptr<VeltoAuthenticationContextImpl> authentication_ VELTO_GUARDED_BY(settingsLock_);
-    std::string providerShortName_ VELTO_GUARDED_BY(settingsLock_);
-    std::string vtcProviderShortName_ VELTO_GUARDED_BY(settingsLock_);
-    std::string transport_ VELTO_GUARDED_BY(settingsLock_);
-    Client client_ VELTO_GUARDED_BY(settingsLock_);
+    template <class Field>
+    Field get(Field Fields::*field) const;
+    template <class Field, class NewValue>
+    void set(Field Fields::*field, NewValue&& value);
+
+    mutable velto::Lock fieldsLock_;
+    Fields fields_ VELTO_GUARDED_BY(fieldsLock_);
 };

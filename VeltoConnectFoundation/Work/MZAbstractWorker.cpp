@@ -58,6 +58,18 @@ MZAbstractWorker::Callbacks& MZAbstractWorker::callbacks() {
     return *callbacks_;
 }
 
+template <class Member>
+Member MZAbstractWorker::get(Member Callbacks::*member) const {
+    const Guard guard(lock_);
+    return callbacks_ == nullptr ? Member() : (*callbacks_).*member;
+}
+
+template <class Member>
+void MZAbstractWorker::set(Member Callbacks::*member, Member value) {
+    const Guard guard(lock_);
+    (callbacks().*member).swap(value);  // What was set before is let go of after the lock.
+}
+
 std::function<void()> MZAbstractWorker::dispatch(std::function<void()> work) {
     velto::Queue& queue = *callbacks_->queue;
     if (queue.isCurrent()) {
@@ -306,65 +318,51 @@ std::shared_ptr<velto::SharedDictionary> MZAbstractWorker::userInfo() const {
 }
 
 std::shared_ptr<velto::Queue> MZAbstractWorker::callbackQueue() const {
-    Guard guard(lock_);
-    return callbacks_ == nullptr ? nullptr : callbacks_->queue;
+    return get(&Callbacks::queue);
 }
 
-// What was set before is swapped out, so that it is let go of after the lock.
-
 void MZAbstractWorker::setCallbackQueue(std::shared_ptr<velto::Queue> queue) {
-    Guard guard(lock_);
-    callbacks().queue.swap(queue);
+    set(&Callbacks::queue, std::move(queue));
 }
 
 MZAbstractWorker::Callback MZAbstractWorker::startedCallback() const {
-    Guard guard(lock_);
-    return callbacks_ == nullptr ? Callback() : callbacks_->started;
+    return get(&Callbacks::started);
 }
 
 void MZAbstractWorker::setStartedCallback(Callback callback) {
-    Guard guard(lock_);
-    callbacks().started.swap(callback);
+    set(&Callbacks::started, std::move(callback));
 }
 
 MZAbstractWorker::Callback MZAbstractWorker::cancelledCallback() const {
-    Guard guard(lock_);
-    return callbacks_ == nullptr ? Callback() : callbacks_->cancelled;
+    return get(&Callbacks::cancelled);
 }
 
 void MZAbstractWorker::setCancelledCallback(Callback callback) {
-    Guard guard(lock_);
-    callbacks().cancelled.swap(callback);
+    set(&Callbacks::cancelled, std::move(callback));
 }
 
 MZAbstractWorker::Callback MZAbstractWorker::finishedCallback() const {
-    Guard guard(lock_);
-    return callbacks_ == nullptr ? Callback() : callbacks_->finished;
+    return get(&Callbacks::finished);
 }
 
 void MZAbstractWorker::setFinishedCallback(Callback callback) {
-    Guard guard(lock_);
-    callbacks().finished.swap(callback);
+    set(&Callbacks::finished, std::move(callback));
 }
 
 MZAbstractWorker::StatusMessageCallback MZAbstractWorker::statusMessageCallback() const {
-    Guard guard(lock_);
-    return callbacks_ == nullptr ? StatusMessageCallback() : callbacks_->statusMessage;
+    return get(&Callbacks::statusMessage);
 }
 
 void MZAbstractWorker::setStatusMessageCallback(StatusMessageCallback callback) {
-    Guard guard(lock_);
-    callbacks().statusMessage.swap(callback);
+    set(&Callbacks::statusMessage, std::move(callback));
 }
 
 MZAbstractWorker::PercentCompleteCallback MZAbstractWorker::percentCompleteCallback() const {
-    Guard guard(lock_);
-    return callbacks_ == nullptr ? PercentCompleteCallback() : callbacks_->percentComplete;
+    return get(&Callbacks::percentComplete);
 }
 
 void MZAbstractWorker::setPercentCompleteCallback(PercentCompleteCallback callback) {
-    Guard guard(lock_);
-    callbacks().percentComplete.swap(callback);
+    set(&Callbacks::percentComplete, std::move(callback));
 }
 
 std::string MZAbstractWorker::descriptionWithLocale(std::size_t indent) const {

@@ -131,6 +131,10 @@ protected:
 private:
     struct Callbacks;
     Callbacks& callbacks() VELTO_REQUIRES(lock_);
+    template <class Member>
+    Member get(Member Callbacks::*member) const;
+    template <class Member>
+    void set(Member Callbacks::*member, Member value);
     /// Queues `work`, or gives it back when the caller has to run it after releasing the lock.
     std::function<void()> dispatch(std::function<void()> work) VELTO_REQUIRES(lock_);
 
