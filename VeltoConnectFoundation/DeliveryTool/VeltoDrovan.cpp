@@ -1,143 +1,37 @@
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovan.h>
 
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
-#include <VeltoConnectFoundation/Platform/Bundle.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
-#include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/Format.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Process.h>
-#include <VeltoConnectFoundation/Platform/ProcessInfo.h>
-#include <VeltoConnectFoundation/Platform/ProxyResolver.h>
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
 #include <VeltoConnectFoundation/Platform/Thread.h>
 #include <VeltoConnectFoundation/Platform/TypeName.h>
-#include <VeltoConnectFoundation/Platform/UserDefaults.h>
-#include <VeltoConnectFoundation/WebService/VeltoServiceAddresses.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <system_error>
 #include <utility>
 
-using velto::Array;
-using velto::Bundle;
 using velto::ChannelReport;
 using velto::Dictionary;
 using velto::Exception;
-using velto::FileManager;
 using velto::Finally;
 using velto::format;
 using velto::Guard;
 using velto::ProcessExit;
 using velto::ProcessStream;
 using velto::Seconds;
-using velto::Setting;
-using velto::SettingKind;
-using velto::Value;
 
 namespace {
 
-const Setting appendServiceAddress(
-    "DrovanAppendServiceAddress",
-    SettingKind::boolean,
-    "NO",
-    "Append the service addresses to every command line of the delivery tool");
-const Setting proxyDiscoveryEnabled(
-    VeltoDrovanProxyDiscoveryEnabled,
-    SettingKind::boolean,
-    "YES",
-    "Ask the system for a proxy for the delivery tool when none is set");
-const Setting executablePath(VeltoDrovanExecutablePath,
-                             SettingKind::string,
-                             DROVAN_PATH,
-                             "First place where the delivery tool is looked for");
-const Setting javaExecutablePath(VeltoDrovanJavaExecutablePathRelativeToDrovanExecutable,
-                                 SettingKind::string,
-                                 "../java/bin/java",
-                                 "The delivery tool's Java runtime, relative to the tool");
-const Setting javaVersionSearchStrings(
-    VeltoDrovanJavaVersionSearchStrings,
-    SettingKind::array,
-    Array{"java version \"", "openjdk version \""},
-    "What stands before the version in a Java runtime's version output");
-const Setting additionalPaths(VeltoDrovanAdditionalPathsToVELMDrovan,
-                              SettingKind::array,
-                              Array{},
-                              "Further places where the delivery tool is looked for");
-const Setting defaultsURL(VeltoDrovanDefaultsURL,
-                          SettingKind::string,
-                          "https://content.velto.invalid/drovan/Defaults.properties",
-                          "Where the delivery tool's published defaults are");
-const Setting proxyHost(VeltoDrovanProxyHost,
-                        SettingKind::string,
-                        {},
-                        "Proxy host for the delivery tool");
-const Setting proxyPort(VeltoDrovanProxyPort,
-                        SettingKind::string,
-                        {},
-                        "Proxy port for the delivery tool");
-const Setting extraArgs(VeltoDrovanExtraArgs,
-                        SettingKind::stringOrArray,
-                        {},
-                        "Further arguments for the delivery tool, as one text or a list");
-
-constexpr std::string_view parcelwrightIdentifier = "parcelwright.velto.invalid";
-constexpr std::string_view kodriftIdentifier = "kodrift.velto.invalid";
-constexpr std::string_view parcelwrightInKodrift =
-    "Contents/SharedFrameworks/Parcelwright.framework";
-
 constexpr Seconds terminateSlice{0.1};
 constexpr Seconds lastDelivery{1.0};
-
-/// Joined as path components, with one separator between.
-std::string joined(std::string_view folder, std::string_view rest) {
-    std::string path(folder);
-    while (path.size() > 1 && path.ends_with('/')) {
-        path.pop_back();
-    }
-    if (!path.ends_with('/')) {
-        path += '/';
-    }
-    return path += rest;
-}
-
-/// The folder and those above it, until it is empty or the root.
-template <class Visit>
-void walkUp(std::string folder, const Visit& visit) {
-    while (!folder.empty() && folder != "/") {
-        if (visit(folder)) {
-            return;
-        }
-        folder = std::filesystem::path(folder).parent_path().string();
-    }
-}
-
-/// Of the tool beside a bundle that the program lies in.
-std::optional<std::string> pathInBundleAbove(const std::string& executableFolder) {
-    std::optional<std::string> found;
-    walkUp(executableFolder, [&](const std::string& folder) {
-        const std::optional<Bundle> bundle = Bundle::atPath(folder);
-        if (bundle && bundle->identifier() == parcelwrightIdentifier) {
-            found = joined(folder, VeltoDrovanRelativeExecutablePath);
-        } else if (bundle && bundle->identifier() == kodriftIdentifier) {
-            found =
-                joined(joined(folder, parcelwrightInKodrift), VeltoDrovanRelativeExecutablePath);
-        }
-        return found.has_value();
-    });
-    return found;
-}
-
-bool isNumber(std::string_view text) {
-    return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
-}
 
 std::string decoded(const std::string& bytes) {
     if (velto::isValidUTF8(bytes)) {
@@ -254,11 +148,6 @@ private:
     std::shared_ptr<velto::RunLoop> waiter_ VELTO_GUARDED_BY(lock_);
 };
 
-std::optional<std::string> LookupServiceAddressWithKey(std::string_view key) {
-    std::string address = velto::UserDefaults::shared().stringValue(key);
-    return address.empty() ? std::nullopt : std::optional(std::move(address));
-}
-
 VeltoDrovan::VeltoDrovan(velto::PassKey, std::vector<std::string> arguments)
     : arguments_(std::move(arguments)) {
 }
@@ -272,139 +161,6 @@ VeltoDrovan::~VeltoDrovan() {
 
 std::shared_ptr<VeltoDrovan> VeltoDrovan::initWithArguments(std::vector<std::string> arguments) {
     return velto::make<VeltoDrovan>(std::move(arguments));
-}
-
-bool VeltoDrovan::isExecutableAtPath(std::string_view path) {
-    if (FileManager::isExecutable(path)) {
-        return true;
-    }
-    if (FileManager::exists(path)) {
-        MZLogWarning("%@ is not executable", path);
-    }
-    return false;
-}
-
-std::vector<std::string> VeltoDrovan::drovanPaths() {
-    std::vector<std::string> paths;
-    const std::string configured = FileManager::expandingTilde(executablePath.stringValue());
-    if (isExecutableAtPath(configured)) {
-        MZLogDebug("Found drovan at path specified by %@ in user defaults: %@",
-                   VeltoDrovanExecutablePath, configured);
-        paths.push_back(configured);
-    }
-    walkUp(Bundle::library().path(), [&](const std::string& folder) {
-        const std::string path = joined(folder, VeltoDrovanRelativeExecutablePath);
-        if (!FileManager::exists(path)) {
-            return false;
-        }
-        MZLogDebug("Found drovan at class bundle relative path: %@", path);
-        paths.push_back(path);
-        return true;
-    });
-    const std::string executableFolder = Bundle::executableFolder();
-    if (const std::optional<std::string> path = pathInBundleAbove(executableFolder)) {
-        MZLogDebug("Will look for drovan at executable bundle relative path: %@", *path);
-        paths.push_back(*path);
-    }
-    paths.push_back(joined(joined(executableFolder, "../SharedFrameworks/Parcelwright.framework"),
-                           VeltoDrovanRelativeExecutablePath));
-    paths.push_back(joined(joined(executableFolder, "../"), VeltoDrovanRelativeExecutablePath));
-    paths.push_back(
-        joined("/Applications/Sendrix.app/Contents", VeltoDrovanRelativeExecutablePath));
-    for (const Value& path : additionalPaths.arrayValue()) {
-        paths.emplace_back(path.string());
-    }
-    if (std::ranges::find(paths, DROVAN_PATH) == paths.end()) {
-        paths.emplace_back(DROVAN_PATH);
-    }
-    return paths;
-}
-
-std::optional<std::string> VeltoDrovan::overridenDrovanPath() {
-    for (std::string& path : drovanPaths()) {
-        MZLogDebug("Looking for Drovan at path: %@", path);
-        if (isExecutableAtPath(path)) {
-            return std::move(path);
-        }
-    }
-    return std::nullopt;
-}
-
-void VeltoDrovan::setupDrovanLocationIfAvailable() {
-    std::string path(DROVAN_PATH);
-    if (const std::optional<std::string> found = overridenDrovanPath()) {
-        MZLogDebug("Overriding drovan location: %@", *found);
-        path = *found;
-    } else {
-        MZLogDebug("Using default drovan location: %@", path);
-    }
-    velto::UserDefaults::shared().registerDefaults({{VeltoDrovanExecutablePath, path}});
-}
-
-std::string VeltoDrovan::drovanPath() {
-    return executablePath.stringValue();
-}
-
-std::optional<std::string> VeltoDrovan::executableDrovanPath() {
-    for (std::string& path : drovanPaths()) {
-        if (FileManager::isExecutable(path)) {
-            return std::move(path);
-        }
-    }
-    return std::nullopt;
-}
-
-const std::vector<std::string>& VeltoDrovan::defaultClientArguments() {
-    static const auto* const arguments = [] {
-        const Bundle host = Bundle::application();
-        std::string name(host.infoValue("MZClientName").string());
-        if (name.empty()) {
-            name = host.name();
-        }
-        if (name.empty()) {
-            name = velto::ProcessInfo::processName();
-        }
-        // The quotes are part of the arguments: no shell takes them off.
-        return new std::vector<std::string>{format("-Ddrovan.client='%@'", name),
-                                            format("-Ddrovan.client.version='%@'", host.version())};
-    }();
-    return *arguments;
-}
-
-std::vector<std::string> VeltoDrovan::proxyArguments() {
-    std::string host = proxyHost.stringValue();
-    std::string port = proxyPort.stringValue();
-    if (host.empty() && port.empty() && proxyDiscoveryEnabled.boolValue()) {
-        const std::string url = VeltoProducerServiceAddress.stringValue();
-        const std::vector<velto::Proxy> proxies = velto::ProxyResolver::shared().proxiesForURL(url);
-        const auto usable = std::ranges::find_if(proxies, [](const velto::Proxy& proxy) {
-            return !proxy.host.empty() && proxy.port != 0;
-        });
-        if (usable != proxies.end()) {
-            host = usable->host;
-            port = format("%u", static_cast<unsigned>(usable->port));
-        }
-    }
-    if (host.empty() || port.empty()) {
-        return {};
-    }
-    MZLogInfo("Using the proxy host '%@' for delivery.", host);
-    MZLogInfo("Using the proxy port '%@' for delivery.", port);
-    return {"-DproxySet=true",
-            format("-DproxyHost='%@'", host),
-            format("-Dhttp.proxyHost='%@'", host),
-            format("-DproxyPort=%@", port),  // Required: without quotes, unlike the others.
-            format("-Dhttp.proxyPort='%@'", port),
-            format("-Dhttps.proxyHost='%@'", host),
-            format("-Dhttps.proxyPort='%@'", port)};
-}
-
-std::optional<std::string> VeltoDrovan::encodingHouseServiceEndpoint() {
-    return LookupServiceAddressWithKey("VeltoConnectServiceAddress");
-}
-
-std::optional<std::string> VeltoDrovan::veltoProducerServiceEndpoint() {
-    return LookupServiceAddressWithKey("VeltoProducerServiceAddress");
 }
 
 std::vector<std::string> VeltoDrovan::arguments() const {
@@ -440,82 +196,6 @@ std::shared_ptr<VeltoDrovanDelegate> VeltoDrovan::delegate() const {
 void VeltoDrovan::setServiceAddress(std::string_view address) {
     Guard guard(lock_);
     serviceAddress_ = address;
-}
-
-bool VeltoDrovan::containsClientName(const std::vector<std::string>& arguments) {
-    return std::ranges::any_of(arguments, [](const std::string& argument) {
-        return argument.starts_with("-Ddrovan.client=");
-    });
-}
-
-std::vector<std::string> VeltoDrovan::parseExtraArgumentsString(std::string_view text) {
-    std::vector<std::string> arguments;
-    std::string current;
-    char quote = 0;
-    for (const char c : text) {
-        if (c == ' ' && quote == 0) {
-            if (!current.empty()) {
-                arguments.push_back(std::exchange(current, {}));
-            }
-            continue;
-        }
-        current += c;
-        if (c == '\'' || c == '"') {
-            quote = quote == 0 ? c : quote == c ? '\0' : quote;
-        }
-    }
-    if (!current.empty()) {
-        arguments.push_back(std::move(current));
-    }
-    return arguments;
-}
-
-std::vector<std::string> VeltoDrovan::augmentedArguments() const {
-    std::vector<std::string> all;
-    std::string serviceAddress;
-    {
-        Guard guard(lock_);
-        all = arguments_;
-        serviceAddress = serviceAddress_;
-    }
-    const auto append = [&](const std::vector<std::string>& more) {
-        all.insert(all.end(), more.begin(), more.end());
-    };
-    if (appendServiceAddress.boolValue()) {
-        if (const auto producer = veltoProducerServiceEndpoint()) {
-            append({"-vTPServiceAddress", *producer});
-        }
-        if (const auto encodingHouse = encodingHouseServiceEndpoint()) {
-            append({"-encodingHouseServiceAddress", *encodingHouse});
-        }
-        if (!serviceAddress.empty()) {
-            append({"-serviceAddress", serviceAddress});
-        }
-    }
-    if (!containsClientName(all)) {
-        append(defaultClientArguments());
-    }
-    append(proxyArguments());
-    const Value extra = extraArgs.value();
-    if (!extra) {
-        return all;
-    }
-    std::vector<std::string> words;
-    if (extra.isArray()) {
-        for (const Value& word : extra.array()) {
-            words.emplace_back(word.string());
-        }
-        MZLogInfo("Found %@: %@", VeltoDrovanExtraArgs, velto::maskedArguments(words));
-    } else {
-        words = parseExtraArgumentsString(extra.string());
-        const std::string masked = velto::maskedArguments(words);
-        MZLogInfo("Found %@: %@", VeltoDrovanExtraArgs, masked);
-        if (!words.empty()) {
-            MZLogInfo("Parsed %@ to: %@", VeltoDrovanExtraArgs, masked);
-        }
-    }
-    append(words);
-    return all;
 }
 
 std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::createTask() {
@@ -806,42 +486,6 @@ std::string VeltoDrovan::allOutput() const {
         error = errorData_;
     }
     return format("%@\n%@", decoded(error), decoded(output));
-}
-
-bool VeltoDrovan::isVersionLessThanVersion(std::string_view version, std::string_view other) {
-    if (version.empty() || other.empty()) {
-        return version.empty() && !other.empty();
-    }
-    const std::vector<std::string_view> left = velto::split(version, ".");
-    const std::vector<std::string_view> right = velto::split(other, ".");
-    for (std::size_t index = 0; index < std::min(left.size(), right.size()); ++index) {
-        const bool leftIsNumber = isNumber(left[index]);
-        const bool rightIsNumber = isNumber(right[index]);
-        if (leftIsNumber != rightIsNumber) {
-            return rightIsNumber;
-        }
-        if (leftIsNumber) {
-            const std::int64_t a = velto::leadingInteger(left[index]);
-            const std::int64_t b = velto::leadingInteger(right[index]);
-            if (a != b) {
-                return a < b;
-            }
-        }
-    }
-    return left.size() < right.size();
-}
-
-std::optional<std::string> VeltoDrovan::extractJavaVersion(std::string_view output) {
-    for (const Value& prefix : javaVersionSearchStrings.arrayValue()) {
-        const std::size_t found = output.find(prefix.string());
-        if (found != std::string_view::npos) {
-            const std::string_view rest = output.substr(found + prefix.string().size());
-            const std::size_t end = rest.find('"');
-            return end == std::string_view::npos ? std::nullopt
-                                                 : std::optional(std::string(rest.substr(0, end)));
-        }
-    }
-    return std::nullopt;
 }
 
 std::string VeltoDrovan::description() const {
