@@ -83,6 +83,12 @@ std::string Console::inked(Stream stream, Ink ink, std::string_view text) const 
     return result;
 }
 
+std::string Console::successHeadline(Stream stream, std::string_view text) const {
+    const std::string headline = inked(stream, Ink::bold, text);
+    return isTerminal(stream) ? inked(stream, Ink::good, speaksUTF8() ? "✓" : "*") + " " + headline
+                              : headline;
+}
+
 bool Console::hasColours(Stream stream) const {
     return coloursAllowed_ && isTerminal(stream);
 }

@@ -30,6 +30,8 @@ public:
 
     /// Text in a colour where the stream shows colours, else as it is.
     std::string inked(Stream stream, Ink ink, std::string_view text) const;
+    /// A text in bold; on a terminal behind a tick.
+    std::string successHeadline(Stream stream, std::string_view text) const;
     bool hasColours(Stream stream) const;
     bool isTerminal(Stream stream) const { return isTerminal_[index(stream)]; }
     bool speaksUTF8() const { return speaksUTF8_; }

@@ -97,12 +97,8 @@ void showSuccess(Frontend& frontend,
     }
     Console& console = frontend.console();
     const auto output = Console::Stream::output;
-    std::string text;
-    if (console.isTerminal(output)) {
-        text = console.inked(output, Ink::good, console.speaksUTF8() ? "✓" : "*") + " ";
-    }
-    text +=
-        console.inked(output, Ink::bold, printable(worker.statusMessage().value_or(std::string())));
+    const std::string headline =
+        console.successHeadline(output, printable(worker.statusMessage().value_or(std::string())));
     std::string name = nameOf(plan.packagePath);
     if (const auto uploaded = worker.uploadedPackageName(); uploaded && !uploaded->empty()) {
         name = nameOf(*uploaded);
@@ -115,7 +111,7 @@ void showSuccess(Frontend& frontend,
     if (outcome.size != 0 && !outcome.rate.empty()) {
         details += ", " + outcome.rate + "/s";
     }
-    console.line(output, text + details);
+    console.line(output, headline + details);
 }
 
 Dictionary details(const VeltoDrovanUploadWorker& worker,

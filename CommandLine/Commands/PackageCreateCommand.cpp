@@ -160,12 +160,8 @@ std::string cleanUp(const std::string& directory) {
 void showSuccess(Frontend& frontend, const std::string& package, const JobOutcome& outcome) {
     Console& console = frontend.console();
     const auto output = Console::Stream::output;
-    std::string text;
-    if (console.isTerminal(output)) {
-        text = console.inked(output, Ink::good, console.speaksUTF8() ? "✓" : "*") + " ";
-    }
-    text += console.inked(output, Ink::bold,
-                          localizedFormat("Generated package: %@", printable(package)));
+    std::string text = console.successHeadline(
+        output, localizedFormat("Generated package: %@", printable(package)));
     text += " " + MZHumanReadableStringFromBytes(outcome.size) +
             localizedFormat(" in %@", durationText(std::max(outcome.seconds, 1.0)));
     console.line(output, text);

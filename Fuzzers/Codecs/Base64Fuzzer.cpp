@@ -5,19 +5,10 @@
 #include <VeltoConnectFoundation/Platform/Base64.h>
 #include <VeltoConnectFoundation/Platform/Base64Blocks.h>
 
+#include <Fuzzers/Support/Require.h>
+
 #include <algorithm>
-#include <cstdlib>
 #include <vector>
-
-namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 2) {

@@ -5,17 +5,11 @@
 #include <VeltoConnectFoundation/Codecs/MZCompressionUtilities.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
-#include <cstdlib>
+#include <Fuzzers/Support/Require.h>
 
 namespace {
 
 constexpr std::int64_t limit = 1 << 16;
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 bool setLimit() {
     velto::UserDefaults::shared().setArguments({{MZInflatedSizeLimit, limit}});

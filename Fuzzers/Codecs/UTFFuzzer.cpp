@@ -3,19 +3,10 @@
 
 #include <VeltoConnectFoundation/Codecs/MZUTF.h>
 
+#include <Fuzzers/Support/Require.h>
+
 #include <algorithm>
-#include <cstdlib>
 #include <vector>
-
-namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::size_t markLength = 77;

@@ -2,19 +2,9 @@
 
 #include <VeltoConnectFoundation/Platform/PropertyList.h>
 
-#include <cstdlib>
+#include <Fuzzers/Support/Require.h>
 
 using velto::PropertyList;
-
-namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     velto::Error error;

@@ -3,6 +3,8 @@
 
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
+#include <Fuzzers/Support/Require.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -19,12 +21,6 @@ const Setting list("FuzzList", SettingKind::array, {}, "A list.");
 const Setting table("FuzzTable", SettingKind::dictionary, {}, "A table.");
 const Setting text("FuzzText", SettingKind::string, {}, "A text.");
 const Setting number("FuzzNumber", SettingKind::number, {}, "A number.");
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 /// A folder for the process's life.
 struct Folder {

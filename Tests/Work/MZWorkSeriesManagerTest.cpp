@@ -7,23 +7,12 @@
 
 namespace {
 
-using velto::testing::CountDown;
+using velto::testing::EndCounter;
 using velto::testing::FunctionWorker;
 using velto::testing::Gate;
 using velto::testing::seriesOf;
 using velto::testing::worker;
 using Status = MZWorkItemStatus;
-
-class EndCounter : public MZWorkSeriesDelegate {
-public:
-    explicit EndCounter(std::size_t count) : ended(count) {}
-    void workSeriesStatusChanged(MZWorkSeries&, Status status) override {
-        if (status == Status::completed) {
-            ended.hit();
-        }
-    }
-    CountDown ended;
-};
 
 std::shared_ptr<MZWorkSeries> typed(std::shared_ptr<MZWorkSeries> series, std::int64_t type) {
     series->setType(type);

@@ -65,6 +65,18 @@ private:
     std::size_t left_;
 };
 
+/// Waits for the end of a number of series.
+class EndCounter : public MZWorkSeriesDelegate {
+public:
+    explicit EndCounter(std::size_t count) : ended(count) {}
+    void workSeriesStatusChanged(MZWorkSeries&, MZWorkItemStatus status) override {
+        if (status == MZWorkItemStatus::completed) {
+            ended.hit();
+        }
+    }
+    CountDown ended;
+};
+
 inline std::shared_ptr<FunctionWorker> worker(std::function<void(FunctionWorker&)> work = {}) {
     return std::make_shared<FunctionWorker>(std::move(work));
 }

@@ -17,6 +17,7 @@
 namespace {
 
 using velto::testing::CountDown;
+using velto::testing::EndCounter;
 using velto::testing::FunctionWorker;
 using velto::testing::seriesOf;
 using velto::testing::worker;
@@ -42,17 +43,6 @@ public:
 private:
     std::atomic<std::uint32_t> inside_{0};
     std::atomic<bool> exceeded_{false};
-};
-
-class EndCounter : public MZWorkSeriesDelegate {
-public:
-    explicit EndCounter(std::size_t count) : ended(count) {}
-    void workSeriesStatusChanged(MZWorkSeries&, Status status) override {
-        if (status == Status::completed) {
-            ended.hit();
-        }
-    }
-    CountDown ended;
 };
 
 TEST(WorkStress, EveryItemAndSeriesCompletesOnceUnderAnyMix) {

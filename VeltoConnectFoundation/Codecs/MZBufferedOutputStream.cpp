@@ -1,21 +1,10 @@
 #include <VeltoConnectFoundation/Codecs/MZBufferedOutputStream.h>
+#include <VeltoConnectFoundation/Codecs/WriteAllPrivate.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
-#include <VeltoConnectFoundation/Platform/LocalizedText.h>
 
 #include <algorithm>
 
 using velto::Error;
-
-namespace {
-
-Error exhausted() {
-    return Error::make(
-        MZBufferedOutputStreamErrorDomain, -10000,
-        velto::localized("The output stream is exhausted and won’t allow additional writes."),
-        velto::localized("Output stream exhausted"));
-}
-
-}  // namespace
 
 MZBufferedOutputStream::MZBufferedOutputStream(std::shared_ptr<velto::OutputStream> output,
                                                std::size_t bufferSize)
@@ -50,7 +39,8 @@ std::ptrdiff_t MZBufferedOutputStream::write(const std::uint8_t* bytes, std::siz
 }
 
 Error MZBufferedOutputStream::flushByteQueue() {
-    Error error = writeOut();
+    Error error =
+        writeAll(*output_, opaque_->head, opaque_->length, MZBufferedOutputStreamErrorDomain);
     MZByteQueueRemoveAllBytes(opaque_);
     if (error) {
         error_ = error;
@@ -59,28 +49,6 @@ Error MZBufferedOutputStream::flushByteQueue() {
         }
     }
     return error;
-}
-
-Error MZBufferedOutputStream::writeOut() {
-    const std::uint8_t* next = opaque_->head;
-    std::size_t left = opaque_->length;
-    int emptyWrites = 0;
-    while (left != 0) {
-        const std::ptrdiff_t count = output_->write(next, left);
-        if (count < 0) {
-            // A stream that fails must not pass for one that took everything.
-            Error error = output_->streamError();
-            return error ? error : exhausted();
-        }
-        if (count > 0) {
-            emptyWrites = 0;
-        } else if (++emptyWrites == 1001) {
-            return exhausted();
-        }
-        next += count;
-        left -= static_cast<std::size_t>(count);
-    }
-    return {};
 }
 
 bool MZBufferedOutputStream::hasSpaceAvailable() const {

@@ -36,8 +36,6 @@ public:
     void setDelegate(std::weak_ptr<velto::StreamDelegate> delegate) override;
 
 private:
-    velto::Error writeOut();
-
     std::shared_ptr<velto::OutputStream> output_;
     MZSimpleCByteQueue* opaque_;  ///< Owned. Filled from the start of its storage, then emptied.
     velto::Error error_;

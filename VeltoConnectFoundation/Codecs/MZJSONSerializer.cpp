@@ -2,6 +2,7 @@
 #include <VeltoConnectFoundation/Codecs/MZMemoryOutputStream.h>
 #include <VeltoConnectFoundation/Codecs/MZStringStreamReader.h>
 #include <VeltoConnectFoundation/Codecs/MZUTF.h>
+#include <VeltoConnectFoundation/Codecs/WriteAllPrivate.h>
 #include <VeltoConnectFoundation/Platform/DateFormat.h>
 #include <VeltoConnectFoundation/Platform/DoubleText.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
@@ -28,34 +29,6 @@ using namespace std::string_view_literals;
 
 Error writerError(std::int64_t code, std::string_view description, const char* reason) {
     return Error::make(MZJSONSerlizationErrorDomain, code, description, velto::localized(reason));
-}
-
-Error exhausted() {
-    return writerError(
-        -10000,
-        velto::localized("The output stream is exhausted and won’t allow additional writes."),
-        "Output stream exhausted");
-}
-
-Error writeBytesToStream(velto::OutputStream& stream, const char* bytes, std::size_t length) {
-    int emptyWrites = 0;
-    while (length != 0) {
-        const std::ptrdiff_t count =
-            stream.write(reinterpret_cast<const std::uint8_t*>(bytes), length);
-        if (count < 0) {
-            // A stream that fails must not pass for one that took everything.
-            Error error = stream.streamError();
-            return error ? error : exhausted();
-        }
-        if (count > 0) {
-            emptyWrites = 0;
-        } else if (++emptyWrites == 1001) {
-            return exhausted();
-        }
-        bytes += count;
-        length -= static_cast<std::size_t>(count);
-    }
-    return {};
 }
 
 /// Gathers bytes into runs for a stream. The first failure sticks, and what follows is dropped.
@@ -91,8 +64,9 @@ public:
 
     Error flush() {
         if (!failed_) {
-            error_ = writeBytesToStream(stream_, buffer_.data(),
-                                        static_cast<std::size_t>(next_ - buffer_.data()));
+            error_ = writeAll(stream_, reinterpret_cast<const std::uint8_t*>(buffer_.data()),
+                              static_cast<std::size_t>(next_ - buffer_.data()),
+                              MZJSONSerlizationErrorDomain);
             failed_ = static_cast<bool>(error_);
         }
         next_ = buffer_.data();

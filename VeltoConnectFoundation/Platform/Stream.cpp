@@ -68,47 +68,38 @@ private:
 };
 
 /// An open file and what became of it, for both directions.
-class FileState {
+template <class Base>
+class FileStream : public Base {
 public:
-    explicit FileState(std::string_view path) : path_(path) {}
-    ~FileState() { closeFile(); }
-    FileState(const FileState&) = delete;
-    FileState& operator=(const FileState&) = delete;
+    FileStream(std::string_view path, int flags) : path_(path), flags_(flags) {}
+    ~FileStream() override { closeFile(); }
+    FileStream(const FileStream&) = delete;
+    FileStream& operator=(const FileStream&) = delete;
 
-    /// Whether there is an event to tell: openCompleted, or errorOccurred, else none.
-    StreamEvent openFile(int flags) {
-        if (status != StreamStatus::notOpen) {
-            return StreamEvent::none;
+    void open() override {
+        if (status_ != StreamStatus::notOpen) {
+            return;
         }
         do {
-            descriptor_ = ::open(path_.c_str(), flags | O_CLOEXEC, 0666);
+            descriptor_ = ::open(path_.c_str(), flags_ | O_CLOEXEC, 0666);
         } while (descriptor_ < 0 && errno == EINTR);
         if (descriptor_ < 0) {
-            return fail();
+            fail();
+            return;
         }
-        status = StreamStatus::open;
-        return StreamEvent::openCompleted;
+        status_ = StreamStatus::open;
+        this->tellDelegate(StreamEvent::openCompleted);
     }
 
-    void closeFile() noexcept {
-        if (descriptor_ >= 0) {
-            ::close(descriptor_);
-            descriptor_ = -1;
-        }
-    }
-
-    void close() noexcept {
+    void close() override {
         closeFile();
-        status = StreamStatus::closed;
+        status_ = StreamStatus::closed;
     }
 
-    StreamEvent fail() {
-        error = Error::posix(errno, path_);
-        status = StreamStatus::error;
-        return StreamEvent::errorOccurred;
-    }
+    StreamStatus streamStatus() const override { return status_; }
+    Error streamError() const override { return error_; }
 
-    Value offset(std::string_view key) const {
+    Value propertyForKey(std::string_view key) const override {
         if (key != StreamFileCurrentOffsetKey || descriptor_ < 0) {
             return {};
         }
@@ -116,104 +107,83 @@ public:
         return at < 0 ? Value() : Value(std::int64_t{at});
     }
 
-    bool setOffset(const Value& value, std::string_view key) {
+    bool setProperty(const Value& value, std::string_view key) override {
         if (key != StreamFileCurrentOffsetKey || descriptor_ < 0 || !value.isNumber() ||
             ::lseek(descriptor_, value.integerValue(), SEEK_SET) < 0) {
             return false;
         }
-        status = StreamStatus::open;
+        status_ = StreamStatus::open;
         return true;
     }
 
-    int descriptor() const noexcept { return descriptor_; }
+protected:
+    /// What `transfer` answers, which is asked again when a signal interrupts it; negative when it
+    /// failed.
+    template <class Transfer>
+    std::ptrdiff_t uninterrupted(const Transfer& transfer) {
+        ssize_t count = 0;
+        do {
+            count = transfer(descriptor_);
+        } while (count < 0 && errno == EINTR);
+        if (count < 0) {
+            fail();
+        }
+        return count;
+    }
 
-    StreamStatus status = StreamStatus::notOpen;
-    Error error;
+    StreamStatus status_ = StreamStatus::notOpen;
 
 private:
-    std::string path_;
+    void closeFile() noexcept {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+            descriptor_ = -1;
+        }
+    }
+
+    void fail() {
+        error_ = Error::posix(errno, path_);
+        status_ = StreamStatus::error;
+        this->tellDelegate(StreamEvent::errorOccurred);
+    }
+
+    const std::string path_;
+    const int flags_;
     int descriptor_ = -1;
+    Error error_;
 };
 
-class FileInputStream final : public InputStream {
+class FileInputStream final : public FileStream<InputStream> {
 public:
-    explicit FileInputStream(std::string_view path) : file_(path) {}
-
-    void open() override { tell(file_.openFile(O_RDONLY)); }
-    void close() override { file_.close(); }
-    StreamStatus streamStatus() const override { return file_.status; }
-    Error streamError() const override { return file_.error; }
+    explicit FileInputStream(std::string_view path) : FileStream(path, O_RDONLY) {}
 
     std::ptrdiff_t read(std::uint8_t* buffer, std::size_t length) override {
-        if (!isUsable(file_.status)) {
+        if (!isUsable(status_)) {
             return -1;
         }
-        ssize_t count = 0;
-        do {
-            count = ::read(file_.descriptor(), buffer, length);
-        } while (count < 0 && errno == EINTR);
-        if (count < 0) {
-            tell(file_.fail());
-        } else if (count == 0 && length != 0 && file_.status == StreamStatus::open) {
-            file_.status = StreamStatus::atEnd;
-            tell(StreamEvent::endEncountered);
+        const std::ptrdiff_t count =
+            uninterrupted([&](int descriptor) { return ::read(descriptor, buffer, length); });
+        if (count == 0 && length != 0 && status_ == StreamStatus::open) {
+            status_ = StreamStatus::atEnd;
+            tellDelegate(StreamEvent::endEncountered);
         }
         return count;
     }
-    bool hasBytesAvailable() const override { return file_.status == StreamStatus::open; }
-    Value propertyForKey(std::string_view key) const override { return file_.offset(key); }
-    bool setProperty(const Value& value, std::string_view key) override {
-        return file_.setOffset(value, key);
-    }
-
-private:
-    void tell(StreamEvent event) {
-        if (event != StreamEvent::none) {
-            tellDelegate(event);
-        }
-    }
-
-    FileState file_;
+    bool hasBytesAvailable() const override { return status_ == StreamStatus::open; }
 };
 
-class FileOutputStream final : public OutputStream {
+class FileOutputStream final : public FileStream<OutputStream> {
 public:
     FileOutputStream(std::string_view path, bool append)
-        : file_(path), flags_(O_WRONLY | O_CREAT | (append ? O_APPEND : O_TRUNC)) {}
-
-    void open() override { tell(file_.openFile(flags_)); }
-    void close() override { file_.close(); }
-    StreamStatus streamStatus() const override { return file_.status; }
-    Error streamError() const override { return file_.error; }
+        : FileStream(path, O_WRONLY | O_CREAT | (append ? O_APPEND : O_TRUNC)) {}
 
     std::ptrdiff_t write(const std::uint8_t* bytes, std::size_t length) override {
-        if (file_.status != StreamStatus::open) {
+        if (status_ != StreamStatus::open) {
             return -1;
         }
-        ssize_t count = 0;
-        do {
-            count = ::write(file_.descriptor(), bytes, length);
-        } while (count < 0 && errno == EINTR);
-        if (count < 0) {
-            tell(file_.fail());
-        }
-        return count;
+        return uninterrupted([&](int descriptor) { return ::write(descriptor, bytes, length); });
     }
-    bool hasSpaceAvailable() const override { return file_.status == StreamStatus::open; }
-    Value propertyForKey(std::string_view key) const override { return file_.offset(key); }
-    bool setProperty(const Value& value, std::string_view key) override {
-        return file_.setOffset(value, key);
-    }
-
-private:
-    void tell(StreamEvent event) {
-        if (event != StreamEvent::none) {
-            tellDelegate(event);
-        }
-    }
-
-    FileState file_;
-    int flags_;
+    bool hasSpaceAvailable() const override { return status_ == StreamStatus::open; }
 };
 
 }  // namespace
