@@ -1,5 +1,4 @@
 #include <Tests/Support/IsError.h>
-#include <Tests/Support/RandomSeed.h>
 #include <Tests/Support/ScopedUserDefaults.h>
 #include <Tests/Support/TemporaryDirectory.h>
 #include <VeltoConnectFoundation/Codecs/MZBase64EncodingUtilities.h>
@@ -39,23 +38,6 @@ TEST(MZBase64EncodingUtilities, HoldsTheChecksumAndOneContent) {
     EXPECT_EQ((*content)["Checksum"].string(), abc);
     EXPECT_TRUE((*content)["GzipContent"].string().starts_with("H4sI"));
     EXPECT_TRUE((*content)["GzipContent"].string().ends_with("\n"));
-}
-
-TEST(MZBase64EncodingUtilities, ReadsWhatItWrites) {
-    std::mt19937_64 random(velto::testing::randomSeed());
-    for (int round = 0; round < 300; ++round) {
-        auto utilities = MZBase64EncodingUtilities::utilities();
-        utilities.setCompressing(random() % 2 == 0);
-        std::string bytes(random() % 10000, '\0');
-        for (char& byte : bytes) {
-            byte = static_cast<char>(random() % 20);
-        }
-        const auto content = utilities.encodedData(Data(std::string_view(bytes)));
-        ASSERT_TRUE(content);
-        const auto back = utilities.decodedData(*content);
-        ASSERT_TRUE(back);
-        ASSERT_EQ(back->view(), bytes);
-    }
 }
 
 TEST(MZBase64EncodingUtilities, ChecksWhatItReads) {

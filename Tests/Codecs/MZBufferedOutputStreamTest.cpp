@@ -13,10 +13,7 @@ using velto::Error;
 using velto::StreamStatus;
 using velto::testing::ChunkedOutputStream;
 using velto::testing::Chunks;
-
-std::ptrdiff_t write(velto::OutputStream& stream, std::string_view text) {
-    return stream.write(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-}
+using velto::testing::write;
 
 TEST(MZBufferedOutputStream, TakesAtMostItsBuffer) {
     const auto output = std::make_shared<ChunkedOutputStream>();

@@ -3,7 +3,6 @@
 #include <VeltoConnectFoundation/Codecs/MZUTF.h>
 
 #include <Tests/Support/ChunkedStream.h>
-#include <Tests/Support/Paths.h>
 #include <Tests/Support/PrintValue.h>
 #include <Tests/Support/RandomSeed.h>
 #include <Tests/Support/SmallStack.h>
@@ -14,8 +13,6 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <limits>
 
@@ -712,18 +709,6 @@ TEST(MZJSONDeserializer, DecimalsAreRoundedAlikeAllWays) {
     }
     document += "]";
     EXPECT_EQ(readAllWays(document).value.array().size(), 200'001U);
-}
-
-TEST(MZJSONDeserializer, AllWaysAgreeOnTheFuzzersCorpus) {
-    std::size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(
-             velto::testing::sourceFolder() / "Fuzzers/Corpora/JSONReaderFuzzer")) {
-        SCOPED_TRACE(entry.path());
-        std::ifstream file(entry.path(), std::ios::binary);
-        readAllWays(std::string(std::istreambuf_iterator<char>(file), {}));
-        ++count;
-    }
-    EXPECT_GT(count, 0U);
 }
 
 }  // namespace

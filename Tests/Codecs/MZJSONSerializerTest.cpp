@@ -4,7 +4,6 @@
 #include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
 #include <VeltoConnectFoundation/Codecs/MZJSONSerializer.h>
 #include <VeltoConnectFoundation/Codecs/MZStringStreamReader.h>
-#include <VeltoConnectFoundation/Platform/DateFormat.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -163,50 +162,6 @@ TEST(MZJSONSerializer, AStreamsFailureEndsTheOutput) {
     ChunkedOutputStream slow(Chunks{sizes});
     EXPECT_FALSE(serializer.serializeToJSON(Array{"some", "text"}, slow));
     EXPECT_EQ(slow.written(), R"(["some","text"])");
-}
-
-TEST(MZJSONSerializer, DepthTakesNoStack) {
-    constexpr std::size_t depth = 300000;
-    Value value = Array{};
-    std::string opening;
-    std::string closing;
-    for (std::size_t i = 0; i < depth; ++i) {
-        if (i % 2 == 0) {
-            value = Dictionary{{"k", std::move(value)}};
-        } else {
-            value = Array{std::move(value)};
-        }
-    }
-    for (std::size_t i = 0; i < depth; ++i) {
-        opening += i % 2 == depth % 2 ? "[" : "{\"k\":";
-        closing += i % 2 == depth % 2 ? "}" : "]";
-    }
-    EXPECT_EQ(written(value), opening + "[]" + closing);
-}
-
-/// The own formatting of dates against the platform's formatter, also beyond the years that it
-/// does itself.
-TEST(MZJSONSerializer, DatesReadAsThePlatformsFormatter) {
-    const velto::DateFormat format("yyyy-MM-dd'T'HH:mm:ss.SSS'Z'", "en_US_POSIX", "GMT");
-    const auto check = [&format](double unixSeconds) {
-        const Date date = Date::fromUnixSeconds(unixSeconds);
-        ASSERT_EQ(written(date), '"' + format.stringFromDate(date) + '"') << unixSeconds;
-    };
-    for (const double seconds :
-         {0.0, -1.0, -0.001, 951782400.0, 4107542400.0, 1709164800.0, -12219292800.0,
-          -12219292800.001, -12219292801.0, 253402300799.999, 253402300799.9996, 253402300800.0,
-          -62135596800.0, -62135596801.0, 1e13}) {
-        check(seconds);
-    }
-    std::mt19937_64 random(velto::testing::randomSeed());
-    std::uniform_real_distribution<double> plain(-1.3e10, 2.6e11);
-    std::uniform_real_distribution<double> near(-4e9, 4e9);
-    for (int i = 0; i < 3000; ++i) {
-        check(plain(random));
-        check(near(random));
-        check(std::round(near(random) * 1000) / 1000);
-    }
-    EXPECT_EQ(written(Date::fromUnixSeconds(1699999999.123)), R"("2023-11-14T22:13:19.123Z")");
 }
 
 class RandomTree {

@@ -15,12 +15,9 @@ using velto::StreamStatus;
 using velto::testing::ChunkedInputStream;
 using velto::testing::ChunkedOutputStream;
 using velto::testing::IsError;
+using velto::testing::write;
 
 constexpr std::string_view abc = "900150983cd24fb0d6963f7d28e17f72";
-
-std::ptrdiff_t write(velto::OutputStream& stream, std::string_view text) {
-    return stream.write(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-}
 
 TEST(MZMD5InputStream, DigestsExactlyWhatIsRead) {
     std::array<std::uint8_t, 16> buffer{};

@@ -10,10 +10,7 @@ namespace {
 
 using velto::StreamEvent;
 using velto::StreamStatus;
-
-std::ptrdiff_t write(velto::OutputStream& stream, std::string_view text) {
-    return stream.write(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-}
+using velto::testing::write;
 
 TEST(MZMemoryOutputStream, KeepsWhatIsWritten) {
     for (const std::size_t capacity : {0U, 1U, 7U, 1024U}) {

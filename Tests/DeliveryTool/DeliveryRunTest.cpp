@@ -6,6 +6,7 @@
 #include <VeltoConnectFoundation/Platform/Queue.h>
 
 #include <Tests/Support/CapturedLog.h>
+#include <Tests/Support/ProcessTable.h>
 #include <Tests/Support/WaitUntil.h>
 
 #include <gmock/gmock.h>
@@ -18,6 +19,8 @@ namespace {
 
 using ::testing::HasSubstr;
 using velto::testing::CapturedLog;
+using velto::testing::hasChildren;
+using velto::testing::openDescriptors;
 using velto::testing::Sandbox;
 using velto::testing::SeriesRun;
 
@@ -28,27 +31,6 @@ std::shared_ptr<Worker> finished(std::shared_ptr<Worker> worker) {
     const auto series = SeriesRun::start(worker, run);
     EXPECT_EQ(run->waitForEnd(), 1);
     return worker;
-}
-
-std::size_t openDescriptors() {
-    const auto folder = std::filesystem::directory_iterator("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
-}
-
-/// Our children by what /proc tells, ended and unreaped ones included.
-std::size_t children() {
-    std::size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        std::ifstream file(entry.path() / "stat");
-        std::string line;
-        if (std::getline(file, line)) {
-            const std::size_t name = line.rfind(')');
-            if (name != std::string::npos && std::stol(line.substr(name + 4)) == ::getpid()) {
-                ++count;
-            }
-        }
-    }
-    return count;
 }
 
 class DeliveryRun : public ::testing::Test {
@@ -171,7 +153,7 @@ TEST_F(DeliveryRun, ACancelEndsTheToolAndSaysSo) {
         EXPECT_TRUE(series->isCancelled());
         EXPECT_EQ(worker->statusMessage(), "Cancelled Ovalis operation.");
         EXPECT_NE(worker->workStatus(), MZWorkStatusFinished);
-        EXPECT_EQ(children(), 0U);
+        EXPECT_FALSE(hasChildren());
     }
 }
 
@@ -202,7 +184,7 @@ TEST_F(DeliveryRun, AThousandCancelsLeaveNothingBehind) {
         thread.join();
     }
     EXPECT_EQ(ends, threads * cancelsEach);
-    EXPECT_EQ(children(), 0U);
+    EXPECT_FALSE(hasChildren());
     // The pool's lasting threads, one for each core, keep the run loops that they have used; those
     // of the others go when they have been idle for a while.
     const std::size_t lasting = before + 2 * (std::size_t{std::thread::hardware_concurrency()} + 1);

@@ -99,12 +99,6 @@ TEST_F(MZTaskTest, ASignalAdds128) {
     EXPECT_EQ(task("DiesBySignal", {std::to_string(SIGUSR1)})->execute(), 128 + SIGUSR1);
 }
 
-TEST_F(MZTaskTest, FloodsOnBothPipesArriveWhole) {
-    EXPECT_EQ(task("FloodsBothPipes", {"3000000"})->execute(), 3);
-    EXPECT_EQ(receiver->output, std::string(3'000'000, 'o'));
-    EXPECT_EQ(receiver->error, std::string(3'000'000, 'e'));
-}
-
 TEST_F(MZTaskTest, FolderAndEnvironmentReachTheChild) {
     const auto child = task("ShowsItself", {"a b"});
     velto::testing::ChangeRecorder recorder(*child, {"environment"});

@@ -35,6 +35,13 @@ TEST(DateFormat, TheFastISOFormAgreesWithThePattern) {
     EXPECT_EQ(velto::isoStringFromDate(Date{0}), "2001-01-01T00:00:00.000Z");
     EXPECT_EQ(velto::isoStringFromDate(Date{0.123}), "2001-01-01T00:00:00.123Z");
     EXPECT_EQ(velto::isoStringFromDate(Date{-0.0006}), "2000-12-31T23:59:59.999Z");
+    for (const double unixSeconds :
+         {0.0, -1.0, -0.001, 951782400.0, 4107542400.0, 1709164800.0, -12219292800.0,
+          -12219292800.001, -12219292801.0, 253402300799.999, 253402300799.9996, 253402300800.0,
+          -62135596800.0, -62135596801.0, 1e13}) {
+        const Date date = Date::fromUnixSeconds(unixSeconds);
+        EXPECT_EQ(velto::isoStringFromDate(date), pattern.stringFromDate(date)) << unixSeconds;
+    }
     const std::uint64_t seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937_64 engine(seed);

@@ -115,37 +115,18 @@ TEST(PropertyList, RefusesWhatIsNoXMLForm) {
     }
 }
 
+/// What the writer has no use for; the rest is read back from it below.
 TEST(PropertyList, ReadsTheBinaryForm) {
     const struct {
         const char* name;
         std::string list;
         Value expected;
     } rows[] = {
-        {"true", binary({"\x09"}), true},
-        {"byte", binary({"\x10\xff"}), 255},
-        {"negative", binary({bytes({0x13, 255, 255, 255, 255, 255, 255, 255, 251})}), -5},
         {"large unsigned", binary({"\x14" + std::string(8, '\0') + std::string(8, '\xff')}),
          std::numeric_limits<std::uint64_t>::max()},
         {"float", binary({bytes({0x22, 0x3f, 0xc0, 0, 0})}), 1.5F},
-        {"date", binary({bytes({0x33, 0x3f, 0xf0, 0, 0, 0, 0, 0, 0})}), Date{1}},
-        {"data",
-         binary({"\x43"
-                 "abc"}),
-         Data(std::string_view("abc"))},
-        {"text",
-         binary({"\x53"
-                 "abc"}),
-         "abc"},
         {"wide text", binary({bytes({0x62, 0xd8, 0x3d, 0xde, 0x00})}), "😀"},
         {"long text", binary({bytes({0x5f, 0x10, 16}) + "0123456789abcdef"}), "0123456789abcdef"},
-        {"dictionary",
-         binary({bytes({0xd2, 1, 2, 3, 1}),
-                 "\x51"
-                 "a",
-                 "\x51"
-                 "b",
-                 "\x09"}),
-         Dictionary{{"a", true}, {"b", "a"}}},
         {"shared", binary({bytes({0xa2, 1, 1}), bytes({0xa1, 2}), "\x08"}),
          Array{Array{false}, Array{false}}},
         {"another top", binary({"\x09", bytes({0xa1, 0})}, 1), Array{true}},

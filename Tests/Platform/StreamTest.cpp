@@ -1,5 +1,6 @@
 #include <VeltoConnectFoundation/Platform/Stream.h>
 
+#include <Tests/Support/ChunkedStream.h>
 #include <Tests/Support/PrintValue.h>
 
 #include <gtest/gtest.h>
@@ -12,13 +13,7 @@
 namespace {
 
 using namespace velto;
-
-class Events : public StreamDelegate {
-public:
-    void streamHandleEvent(Stream&, StreamEvent event) override { seen.push_back(event); }
-
-    std::vector<StreamEvent> seen;
-};
+using velto::testing::StreamEventRecorder;
 
 const std::uint8_t* bytes(const char* text) {
     return reinterpret_cast<const std::uint8_t*>(text);
@@ -38,7 +33,7 @@ std::string readAll(InputStream& stream, std::size_t step) {
 
 TEST(DataStream, KnowsItsEndWithTheLastByte) {
     const auto stream = InputStream::withData(Data("abcde"));
-    const auto events = std::make_shared<Events>();
+    const auto events = std::make_shared<StreamEventRecorder>();
     stream->setDelegate(events);
     std::uint8_t buffer[8];
     EXPECT_EQ(stream->read(buffer, 1), -1);
@@ -56,7 +51,8 @@ TEST(DataStream, KnowsItsEndWithTheLastByte) {
     EXPECT_FALSE(stream->getBuffer(view, length));
     stream->close();
     EXPECT_EQ(stream->read(buffer, 8), -1);
-    EXPECT_EQ(events->seen, (std::vector{StreamEvent::openCompleted, StreamEvent::endEncountered}));
+    EXPECT_EQ(events->events,
+              (std::vector{StreamEvent::openCompleted, StreamEvent::endEncountered}));
 }
 
 TEST(FileStream, ReadsBackWhatWasWritten) {
@@ -85,17 +81,17 @@ TEST(FileStream, ReadsBackWhatWasWritten) {
 }
 
 TEST(FileStream, FailsWithTheSystemsError) {
-    const auto events = std::make_shared<Events>();
+    const auto events = std::make_shared<StreamEventRecorder>();
     const std::shared_ptr<Stream> streams[] = {InputStream::withFile("/nonexistent/file"),
                                                OutputStream::toFile("/nonexistent/file")};
     for (const auto& stream : streams) {
-        events->seen.clear();
+        events->events.clear();
         stream->setDelegate(events);
         stream->open();
         EXPECT_EQ(stream->streamStatus(), StreamStatus::error);
         EXPECT_EQ(stream->streamError().domain(), POSIXErrorDomain);
         EXPECT_EQ(stream->streamError().code(), ENOENT);
-        EXPECT_EQ(events->seen, std::vector{StreamEvent::errorOccurred});
+        EXPECT_EQ(events->events, std::vector{StreamEvent::errorOccurred});
     }
 }
 

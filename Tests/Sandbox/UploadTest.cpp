@@ -152,41 +152,6 @@ TEST_F(UploadTest, AFileSentBeforeTheBreakIsSkippedAfterIt) {
     expectDelivered(folder / "P.velmp", "V1");
 }
 
-TEST_F(UploadTest, TheScenarioCanClaimAFile) {
-    useScenario("skip=first.mov\n");
-    Child run = tool(arguments("upload", makePackage()));
-    EXPECT_EQ(Progress(run.finish().output).skips, 1);
-    EXPECT_FALSE(std::filesystem::exists(folder / "store/DemoStudio/V1.velmp/first.mov"));
-}
-
-TEST_F(UploadTest, KeepsToTheSlowestRate) {
-    const auto package = makeLargePackage(1);
-    int allLines = 0;
-    struct Row {
-        const char* scenario;
-        const char* throttle;  ///< kbit/s
-        double seconds;        ///< at least
-    };
-    for (const Row& row : {Row{"", "16777", 0.49}, Row{"slow=2097152", "0", 0.49},
-                           Row{"slow=2097152", "1000000", 0.49}}) {
-        SCOPED_TRACE(std::string(row.scenario) + " -k " + row.throttle);
-        useScenario(row.scenario);
-        std::filesystem::remove_all(folder / "store");
-        Strings words = arguments("upload", package);
-        words.insert(words.end(), {"-k", row.throttle});
-        const auto start = std::chrono::steady_clock::now();
-        Child run = tool(words);
-        run.finish();
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-        EXPECT_EQ(run.exitCode, 0);
-        EXPECT_GE(taken.count(), row.seconds);
-        const int lines = Progress(run.output).percentLines;
-        EXPECT_LE(lines, 2 + static_cast<int>(taken.count() * 10)) << run.all();
-        allLines += lines;
-    }
-    EXPECT_GT(allLines, 3 * 2);  // More than the closing line of each of the two files.
-}
-
 TEST_F(UploadTest, IsAloneWithItsPackageAndLeavesNothingWhenToldToEnd) {
     useScenario("hang=yes@transfer:50\n");
     const auto package = makeLargePackage(4);
@@ -216,19 +181,4 @@ TEST_F(UploadTest, RecoversFromACrash) {
     environment["VELM_SANDBOX_SCENARIO"] = "";
     EXPECT_EQ(tool(arguments("upload", package)).finish().exitCode, 0);
     expectDelivered(package, "LARGE");
-}
-
-TEST_F(UploadTest, FindsTheStoreByTheUsersFolders) {
-    const auto package = makePackage();
-    environment["VELM_SANDBOX_STORE"] = "";
-    environment["HOME"] = folder / "home";
-    environment["XDG_DATA_HOME"] = "";
-    ASSERT_EQ(tool(arguments("upload", package)).finish().exitCode, 0);
-    EXPECT_TRUE(std::filesystem::exists(
-        folder / "home/.local/share/velto-sandbox/store/DemoStudio/V1.velmp/first.mov"));
-    write(folder / "blocked", "a file where the store should be");
-    environment["VELM_SANDBOX_STORE"] = folder / "blocked";
-    Child run = tool(arguments("upload", package));
-    EXPECT_EQ(run.finish().exitCode, 1);
-    EXPECT_NE(run.errors.find("(-24201)"), std::string::npos) << run.all();
 }

@@ -133,6 +133,10 @@ private:
     StreamStatus status_ = StreamStatus::notOpen;
 };
 
+inline std::ptrdiff_t write(velto::OutputStream& stream, std::string_view text) {
+    return stream.write(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+}
+
 /// Notes what a stream tells its delegate.
 class StreamEventRecorder final : public StreamDelegate {
 public:
