@@ -6,6 +6,7 @@
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 
 #include <cerrno>
+#include <new>
 #include <utility>
 
 using velto::Clock;
@@ -90,7 +91,13 @@ Error MZFileCopyOperation::copyToPath(std::string_view destination) {
     };
     prepare(observer);
     Error failure;
-    if (!velto::copyFile(file_, destination, observer, &failure)) {
+    bool isCopied = false;
+    try {
+        isCopied = velto::copyFile(file_, destination, observer, &failure);
+    } catch (const std::bad_alloc&) {
+        return copyError(localized("Failed to create the copy_file_state."));
+    }
+    if (!isCopied) {
         return copyError(isCancelled() ? localized("The user canceled the file copy.")
                                        : localizedFormat("Failed to copy the file (err=%d).",
                                                          static_cast<int>(failure.code())),

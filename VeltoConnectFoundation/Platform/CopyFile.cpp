@@ -45,6 +45,22 @@ public:
         : source_(source), destination_(destination), observer_(observer) {}
 
     Error run() {
+        try {
+            return runAll();
+        } catch (const std::bad_alloc&) {
+            return exhausted_;
+        }
+    }
+
+private:
+    struct Block {
+        std::unique_ptr<std::uint8_t[]> bytes;
+        std::size_t count = 0;
+        bool isHole = false;
+    };
+    class Ring;
+
+    Error runAll() {
         if (fstatat(AT_FDCWD, source_.c_str(), &status_, AT_SYMLINK_NOFOLLOW) != 0) {
             return sourceError();
         }
@@ -69,14 +85,6 @@ public:
         const int failure = output_.close();
         return failure == 0 ? Error() : Error::posix(failure, destination_);
     }
-
-private:
-    struct Block {
-        std::unique_ptr<std::uint8_t[]> bytes;
-        std::size_t count = 0;
-        bool isHole = false;
-    };
-    class Ring;
 
     std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
 
@@ -393,6 +401,8 @@ private:
     const std::string source_;
     const std::string destination_;
     const CopyFileObserver& observer_;
+    /// Made before memory lacks.
+    const Error exhausted_ = Error::posix(ENOMEM, source_);
     FileDescriptor input_;
     FileDescriptor output_;
     struct stat status_ {};
@@ -517,7 +527,7 @@ Error Copy::copyWithBytes(bool isClone) {
             try {
                 failure = fill(*ring, isClone);
             } catch (const std::bad_alloc&) {
-                failure = Error::posix(ENOMEM, source_);
+                failure = exhausted_;
             }
             ring->end(std::move(failure));
         });

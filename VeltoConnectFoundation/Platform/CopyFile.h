@@ -28,7 +28,8 @@ struct CopyFileObserver {
 /// other failure a part of the copy may stay there, with mode 0600 unless it was complete. Nothing
 /// is synchronized with the disk. Errors are of the POSIX domain and name the path they are about:
 /// EINVAL for what is no file, EIO also for a source that became shorter meanwhile, ECANCELED for a
-/// copy that the observer stopped. Any thread; blocks.
+/// copy that the observer stopped, ENOMEM where memory lacked; std::bad_alloc where it lacked
+/// before anything was begun. Any thread; blocks.
 [[nodiscard]] VELTO_EXPORT bool copyFile(std::string_view source,
                                          std::string_view destination,
                                          const CopyFileObserver& observer = {},

@@ -122,16 +122,16 @@ std::optional<FileAttributes> FileManager::linkAttributes(std::string_view path,
     return attributesAt(path, AT_SYMLINK_NOFOLLOW, error);
 }
 
-bool FileManager::exists(std::string_view path) noexcept {
+bool FileManager::exists(std::string_view path) {
     return faccessat(AT_FDCWD, std::string(path).c_str(), F_OK, AT_EACCESS) == 0;
 }
 
-bool FileManager::isFolder(std::string_view path) noexcept {
+bool FileManager::isFolder(std::string_view path) {
     const auto found = attributes(path);
     return found && found->kind == FileAttributes::Kind::folder;
 }
 
-bool FileManager::isExecutable(std::string_view path) noexcept {
+bool FileManager::isExecutable(std::string_view path) {
     const auto found = attributes(path);
     return found && found->kind == FileAttributes::Kind::regular &&
            faccessat(AT_FDCWD, std::string(path).c_str(), X_OK, AT_EACCESS) == 0;
@@ -201,9 +201,9 @@ bool FileManager::writeAtomically(std::string_view path,
     }
     if (!writeAll(file.number(), bytes) || fsync(file.number()) != 0 || file.close() != 0 ||
         rename(temporary.c_str(), target.c_str()) != 0) {
-        failWithErrno(error, path);
+        const int reason = errno;
         unlink(temporary.c_str());
-        return false;
+        return fail(error, Error::posix(reason, path));
     }
     // The new name is on the disk once its folder is; the content is safe either way.
     const Descriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -31,10 +31,10 @@ public:
     /// Of the path itself: a link is a link.
     [[nodiscard]] static std::optional<FileAttributes> linkAttributes(std::string_view path,
                                                                       Error* error = nullptr);
-    static bool exists(std::string_view path) noexcept;  ///< A dangling link does not.
-    static bool isFolder(std::string_view path) noexcept;
+    static bool exists(std::string_view path);  ///< A dangling link does not.
+    static bool isFolder(std::string_view path);
     /// A regular file that this process may execute.
-    static bool isExecutable(std::string_view path) noexcept;
+    static bool isExecutable(std::string_view path);
 
     /// A whole regular file; a longer one than `limit` bytes is an error (EFBIG).
     [[nodiscard]] static std::optional<Data> read(std::string_view path,
