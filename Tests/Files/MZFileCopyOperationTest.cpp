@@ -1,10 +1,14 @@
+#include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
+#include <VeltoConnectFoundation/Files/MZFileCopyMD5Operation.h>
 #include <VeltoConnectFoundation/Files/MZFileCopyOperation.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 
+#include <Tests/Support/FileBlocks.h>
 #include <Tests/Support/IsError.h>
 #include <Tests/Support/ManualClock.h>
 #include <Tests/Support/RandomSeed.h>
+#include <Tests/Support/SmallDisk.h>
 #include <Tests/Support/TemporaryDirectory.h>
 #include <Tests/Support/WaitUntil.h>
 
@@ -89,6 +93,9 @@ TEST(MZFileCopyOperation, WordsItsFailures) {
 /// only what the test adds counts.
 TEST(MZFileCopyOperation, TellsAtMostFourTimesASecondAndAllAtTheEnd) {
     const TemporaryDirectory folder;
+    if (velto::testing::clonesFiles(folder.path())) {
+        GTEST_SKIP() << "a clone has no steps";
+    }
     const std::string file = folder.write("file", std::string(33 * mebibyte, 'x'));
     velto::testing::ManualClock clock;
     const auto operation = MZFileCopyOperation::initWithFile(file);
@@ -118,6 +125,9 @@ TEST(MZFileCopyOperation, TellsAtMostFourTimesASecondAndAllAtTheEnd) {
 
 TEST(MZFileCopyOperation, AStopFlagCancels) {
     const TemporaryDirectory folder;
+    if (velto::testing::clonesFiles(folder.path())) {
+        GTEST_SKIP() << "a clone has no steps";
+    }
     const std::string file = folder.write("file", std::string(20 * mebibyte, 'x'));
     const auto operation = MZFileCopyOperation::initWithFile(file);
     operation->setCopyFileProgressCallbackBlockPtr(
@@ -126,6 +136,61 @@ TEST(MZFileCopyOperation, AStopFlagCancels) {
     EXPECT_EQ(error.localizedDescription(), "The user canceled the file copy.");
     EXPECT_TRUE(operation->isCancelled());
     EXPECT_LT(FileManager::attributes(folder.at("copy"))->size, 20 * mebibyte);
+}
+
+/// All of it is told of at once. One that digests reads the bytes all the same, and can be stopped.
+TEST(MZFileCopyOperation, ClonesWhereTheFileSystemCan) {
+    if (velto::testing::ranOnCloningDisk()) {
+        return;
+    }
+    const TemporaryDirectory folder;
+    const std::string bytes(20 * mebibyte, 'x');
+    const std::string file = folder.write("file", bytes);
+    const auto plain = MZFileCopyOperation::initWithFile(file);
+    const auto digesting = MZFileCopyMD5Operation::initWithFile(file);
+    for (const std::shared_ptr<MZFileCopyOperation>& operation : {plain, {digesting}}) {
+        const std::string copy = folder.at(operation == plain ? "plain" : "digested");
+        std::vector<std::uint64_t> told;
+        operation->setCopyFileProgressCallbackBlockPtr(
+            [&](std::uint64_t written, std::uint64_t, bool&) { told.push_back(written); });
+        ASSERT_THAT(operation->copyToPath(copy), IsNoError());
+        EXPECT_EQ(operation->copied(), bytes.size());
+        ASSERT_FALSE(told.empty());
+        EXPECT_EQ(told.back(), bytes.size());
+        EXPECT_TRUE(operation != plain || told.size() == 1);
+        EXPECT_TRUE(velto::testing::shareBlocks(file, copy));
+        operation->setCopyFileProgressCallbackBlockPtr({});
+    }
+    EXPECT_EQ(digesting->md5(), MZMD5Operation::md5ForFilename(file));
+    digesting->setCopyFileProgressCallbackBlockPtr(
+        [&](std::uint64_t, std::uint64_t, bool& stop) { stop = true; });
+    EXPECT_EQ(digesting->copyToPath(folder.at("stopped")).localizedDescription(),
+              "The user canceled the file copy.");
+    EXPECT_EQ(digesting->md5(), std::nullopt);
+    EXPECT_EQ(FileManager::attributes(folder.at("stopped"))->mode, 0600U);
+    plain->cancel();
+    EXPECT_TRUE(plain->copyToPath(folder.at("never")));
+    EXPECT_FALSE(FileManager::exists(folder.at("never")));
+}
+
+/// What was copied stays; with the memory of a file system, as with a disk.
+TEST(MZFileCopyOperation, SaysThatTheDiskIsFull) {
+    if (velto::testing::ranOnSmallDisk(4)) {
+        return;
+    }
+    const TemporaryDirectory folder;
+    const std::string file = folder.write("file", std::string(10 * mebibyte, 'x'));
+    const std::string copy = velto::testing::smallDisk() / "copy";
+    for (const std::shared_ptr<MZFileCopyOperation>& operation :
+         {MZFileCopyOperation::initWithFile(file),
+          std::shared_ptr<MZFileCopyOperation>(MZFileCopyMD5Operation::initWithFile(file))}) {
+        const Error error = operation->copyToPath(copy);
+        EXPECT_EQ(error.localizedDescription(), "Failed to copy the file (err=28).");
+        EXPECT_THAT(error.underlyingError(), IsError(velto::POSIXErrorDomain, ENOSPC));
+        EXPECT_LT(operation->copied(), 10 * mebibyte);
+        EXPECT_EQ(FileManager::attributes(copy)->mode, 0600U);
+        ASSERT_TRUE(FileManager::remove(copy));
+    }
 }
 
 /// At whatever moment the cancel comes: a copy that says that it is whole is whole, any other says

@@ -13,6 +13,10 @@ namespace velto::testing {
 ///     … smallDisk() …
 bool ranOnSmallDisk(unsigned mebibytes);
 
+/// The same with a file system whose files can share blocks; TemporaryDirectory lies there. Only
+/// root can mount one.
+bool ranOnCloningDisk();
+
 /// Its folder.
 std::filesystem::path smallDisk();
 
