@@ -201,8 +201,12 @@ TEST(MZFileCopyOperation, CancelsAtAnyMoment) {
     constexpr std::uint64_t size = 24 * mebibyte;
     const std::string file = folder.write("file", std::string(size, 'x'));
     unsigned whole = 0;
+    const std::optional<std::string> md5 = MZMD5Operation::md5ForFilename(file);
     for (unsigned round = 0; round < 100; ++round) {
-        const auto operation = MZFileCopyOperation::initWithFile(file);
+        const auto digesting =
+            round % 2 == 0 ? nullptr : MZFileCopyMD5Operation::initWithFile(file);
+        const std::shared_ptr<MZFileCopyOperation> operation =
+            digesting ? digesting : MZFileCopyOperation::initWithFile(file);
         const auto delay = std::chrono::microseconds(random() % 12000);
         std::thread canceller([&] {
             const auto end = std::chrono::steady_clock::now() + delay;
@@ -215,8 +219,10 @@ TEST(MZFileCopyOperation, CancelsAtAnyMoment) {
         canceller.join();
         if (error) {
             ASSERT_EQ(error.localizedDescription(), "The user canceled the file copy.");
+            ASSERT_TRUE(!digesting || !digesting->md5());
         } else {
             ++whole;
+            ASSERT_TRUE(!digesting || digesting->md5() == md5);
             ASSERT_EQ(operation->copied(), size);
             ASSERT_EQ(FileManager::attributes(folder.at("copy"))->size, size);
         }
