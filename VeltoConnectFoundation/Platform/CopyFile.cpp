@@ -73,10 +73,11 @@ private:
         if (Error failure = openBoth()) {
             return failure;
         }
-        const bool isClone = ioctl(output_.number(), FICLONE, input_.number()) == 0;
-        if (Error failure = observer_.bytes ? copyWithBytes(isClone)
-                            : isClone       ? Error()
-                                            : copyData()) {
+        isClone_ = ioctl(output_.number(), FICLONE, input_.number()) == 0;
+        if (isClone_ && fstat(output_.number(), &cloned_) != 0) {
+            return destinationError();
+        }
+        if (Error failure = observer_.bytes ? copyWithBytes() : isClone_ ? Error() : copyData()) {
             return failure;
         }
         if (Error failure = copyAttributes()) {
@@ -86,7 +87,12 @@ private:
         return failure == 0 ? Error() : Error::posix(failure, destination_);
     }
 
-    std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
+    /// Of what is copied. A clone is what the source was at that moment, and stays so.
+    std::uint64_t size() const {
+        return static_cast<std::uint64_t>(isClone_ ? cloned_.st_size : status_.st_size);
+    }
+    /// What holds the bytes that are copied.
+    int origin() const { return isClone_ ? output_.number() : input_.number(); }
 
     Error sourceError() const { return Error::posix(errno, source_); }
     Error destinationError() const { return Error::posix(errno, destination_); }
@@ -138,7 +144,7 @@ private:
             return failure;
         }
         output_.reset(
-            open(destination_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+            open(destination_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
         return output_ ? Error() : destinationError();
     }
 
@@ -148,7 +154,7 @@ private:
     Error forEachPart(const DataPart& data, const HolePart& hole) {
         std::uint64_t position = 0;
         while (position < size()) {
-            const off_t begin = lseek(input_.number(), offset(position), SEEK_DATA);
+            const off_t begin = lseek(origin(), offset(position), SEEK_DATA);
             if (begin < 0 && errno == ENXIO) {
                 return hole(position, size());
             }
@@ -160,7 +166,7 @@ private:
                     return failure;
                 }
             }
-            const off_t found = lseek(input_.number(), offset(start), SEEK_HOLE);
+            const off_t found = lseek(origin(), offset(start), SEEK_HOLE);
             std::uint64_t end = found < 0 ? size() : static_cast<std::uint64_t>(found);
             end = end <= start ? size() : std::min(end, size());
             if (end > start) {
@@ -263,13 +269,13 @@ private:
     /// `count` is the room, then what was read; 0 at the end of the file.
     Error readBlock(std::uint8_t* bytes, std::uint64_t position, std::size_t& count) const {
         for (;;) {
-            const ssize_t found = pread(input_.number(), bytes, count, offset(position));
+            const ssize_t found = pread(origin(), bytes, count, offset(position));
             if (found >= 0) {
                 count = static_cast<std::size_t>(found);
                 return {};
             }
             if (errno != EINTR) {
-                return sourceError();
+                return isClone_ ? destinationError() : sourceError();
             }
         }
     }
@@ -292,6 +298,9 @@ private:
 
     /// Makes a hole at the end, and sees that the source still holds what was read as one.
     Error finishSize(std::uint64_t written) const {
+        if (isClone_) {
+            return {};
+        }
         if (written < size() && ftruncate(output_.number(), status_.st_size) != 0) {
             return destinationError();
         }
@@ -302,16 +311,20 @@ private:
         return now.st_size < status_.st_size ? becameShorter() : Error();
     }
 
-    Error copyWithBytes(bool isClone);
-    Error fill(Ring& ring, bool isClone);
+    Error copyWithBytes();
+    Error fill(Ring& ring);
 
     Error copyAttributes() const {
         if (Error failure = copyExtendedAttributes()) {
             return failure;
         }
         const timespec times[] = {status_.st_atim, status_.st_mtim};
-        if (fchmod(output_.number(), status_.st_mode & 01777U) != 0 ||
-            futimens(output_.number(), times) != 0) {
+        // File systems without modes or owners refuse what they cannot hold.
+        const auto failed = [](int result) {
+            return result != 0 && errno != EPERM && errno != ENOTSUP;
+        };
+        if (failed(fchmod(output_.number(), status_.st_mode & 01777U)) ||
+            failed(futimens(output_.number(), times))) {
             return destinationError();
         }
         return {};
@@ -346,7 +359,7 @@ private:
                 return sourceError();
             }
             if (fsetxattr(output_.number(), name.c_str(), value.data(), value.size(), 0) != 0 &&
-                errno != ENOTSUP && errno != EPERM && errno != EACCES) {
+                !isBeyondDestination(errno)) {
                 return destinationError();
             }
         }
@@ -355,6 +368,13 @@ private:
             fremovexattr(output_.number(), accessList);
         }
         return {};
+    }
+
+    /// The room for attributes is small whatever the disk has left: not even ENOSPC tells of a full
+    /// one, which the data would have met first.
+    static bool isBeyondDestination(int reason) {
+        constexpr std::array reasons{ENOTSUP, EPERM, EACCES, ENOSPC, E2BIG, ERANGE};
+        return std::ranges::find(reasons, reason) != reasons.end();
     }
 
     /// Asks for the size, then for the bytes, until both agree.
@@ -405,7 +425,9 @@ private:
     const Error exhausted_ = Error::posix(ENOMEM, source_);
     FileDescriptor input_;
     FileDescriptor output_;
-    struct stat status_ {};
+    struct stat status_ {};  ///< Of the source.
+    struct stat cloned_ {};
+    bool isClone_ = false;
     bool kernelCopies_ = true;
     std::unique_ptr<std::uint8_t[]> memory_;
 };
@@ -470,7 +492,7 @@ private:
     Error failure_ VELTO_GUARDED_BY(mutex_);
 };
 
-Error Copy::fill(Ring& ring, bool isClone) {
+Error Copy::fill(Ring& ring) {
     const auto pass = [&](std::uint64_t begin, std::uint64_t end, bool isHole) {
         while (begin < end) {
             Block* const block = ring.blockToFill();
@@ -490,7 +512,7 @@ Error Copy::fill(Ring& ring, bool isClone) {
                 if (block->count == 0) {
                     return size() == 0 ? Error() : becameShorter();
                 }
-                if (!isClone) {
+                if (!isClone_) {
                     if (Error failure = writeBlock(block->bytes.get(), begin, block->count)) {
                         return failure;
                     }
@@ -501,9 +523,9 @@ Error Copy::fill(Ring& ring, bool isClone) {
         }
         return Error();
     };
-    std::uint64_t written = isClone ? size() : 0;
+    std::uint64_t written = 0;
     const auto data = [&](std::uint64_t begin, std::uint64_t end) {
-        written = std::max(written, end);
+        written = end;
         return pass(begin, end, false);
     };
     const auto hole = [&](std::uint64_t begin, std::uint64_t end) {
@@ -518,14 +540,14 @@ Error Copy::fill(Ring& ring, bool isClone) {
     return finishSize(written);
 }
 
-Error Copy::copyWithBytes(bool isClone) {
+Error Copy::copyWithBytes() {
     static const std::vector<std::uint8_t> zeros(blockBytes);
     const auto ring = std::make_shared<Ring>();
     try {
-        startThread("velto-copy", [this, ring, isClone] {
+        startThread("velto-copy", [this, ring] {
             Error failure;
             try {
-                failure = fill(*ring, isClone);
+                failure = fill(*ring);
             } catch (const std::bad_alloc&) {
                 failure = exhausted_;
             }
