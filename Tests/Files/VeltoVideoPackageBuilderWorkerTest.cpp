@@ -18,10 +18,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <set>
 #include <thread>
 
@@ -187,6 +189,50 @@ TEST(VeltoVideoPackageBuilderWorker, SaysWhatItLacks) {
         EXPECT_EQ(builder->packagePath(), "");
         EXPECT_EQ(!builder->createdDirectory().empty(), row.creates);
         EXPECT_FALSE(FileManager::exists(builder->createdDirectory() + "/metadata.xml"));
+    }
+}
+
+/// What the checksum is of has to be what the package holds.
+TEST(VeltoVideoPackageBuilderWorker, RefusesAVideoThatIsNotTheDigestedOne) {
+    const TemporaryDirectory folder;
+    const struct {
+        const char* name;
+        std::function<void(const std::string& video)> change;
+    } rows[] = {
+        {"longer", [](const std::string& video) { std::ofstream(video, std::ios::app) << "more"; }},
+        {"overwritten",
+         [](const std::string& video) {
+             std::ofstream(video, std::ios::trunc) << "VIDEO";
+             std::filesystem::last_write_time(
+                 video, std::filesystem::file_time_type::clock::now() + std::chrono::seconds(1));
+         }},
+        {"replaced",
+         [](const std::string& video) {
+             const auto time = std::filesystem::last_write_time(video);
+             std::filesystem::rename(video, video + ".old");
+             std::ofstream(video) << "VIDEO";
+             std::filesystem::last_write_time(video, time);
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto builder = builderFor(folder.write("movie.mov", "video"));
+        row.change(folder.at("movie.mov"));
+        builder->run();
+        ASSERT_EQ(builder->errors().size(), 1U);
+        EXPECT_THAT(builder->errors().front(), IsError(velto::GeneralErrorDomain, ESTALE));
+        EXPECT_EQ(builder->packagePath(), "");
+        EXPECT_FALSE(FileManager::exists(builder->createdDirectory() + "/metadata.xml"));
+    }
+    folder.write("target", "video");
+    std::filesystem::create_symlink("target", folder.at("link.mov"));
+    folder.write("metadata.xml", "video");
+    for (const char* name : {"link.mov", "metadata.xml"}) {
+        SCOPED_TRACE(name);
+        const auto builder = builderFor(folder.at(name));
+        builder->run();
+        EXPECT_EQ(builder->errors().size(), 1U);
+        EXPECT_EQ(builder->createdDirectory(), "");
     }
 }
 

@@ -68,7 +68,7 @@ void VeltoDrovanWorker::run() {
         setStatusMessage(storeMessages()->cancelledOperationWithStoreMessage());
     } else {
         drovanCompleted();
-        setWorkStatus(MZWorkStatusFinished);
+        finishUnlessCancelled();
     }
     velto::NotificationCenter::shared().postOnMainThread(VeltoDrovanWorkerCompletedNotification,
                                                          shared_from_this());

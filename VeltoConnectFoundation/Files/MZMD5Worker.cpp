@@ -1,7 +1,7 @@
 #include <VeltoConnectFoundation/Files/MZMD5Worker.h>
 
 #include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
-#include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/Clock.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Stream.h>
 
@@ -14,13 +14,13 @@ using velto::Guard;
 
 namespace {
 
+constexpr double progressSpacing = 0.25;  // seconds
+
 /// Passes a file's bytes on, and the worker's cancel with them: the operation forgets a cancel that
-/// comes before it begins.
+/// comes before it begins. The worker tells its observers meanwhile how far it is.
 class WatchedStream final : public velto::InputStream {
 public:
-    WatchedStream(const std::string& file,
-                  const MZAbstractWorker& worker,
-                  MZMD5Operation& operation)
+    WatchedStream(const std::string& file, MZAbstractWorker& worker, MZMD5Operation& operation)
         : stream_(InputStream::withFile(file)), worker_(worker), operation_(operation) {}
 
     void open() override { stream_->open(); }
@@ -32,13 +32,19 @@ public:
         if (worker_.isCancelled()) {
             operation_.cancel();
         }
+        const velto::Date now = velto::Clock::now();
+        if (now.secondsSinceReference - told_.secondsSinceReference >= progressSpacing) {
+            told_ = now;
+            worker_.setPercentComplete(worker_.percentComplete());
+        }
         return stream_->read(buffer, length);
     }
 
 private:
     const std::shared_ptr<InputStream> stream_;
-    const MZAbstractWorker& worker_;
+    MZAbstractWorker& worker_;
     MZMD5Operation& operation_;
+    velto::Date told_ = velto::Clock::now();
 };
 
 }  // namespace
@@ -64,7 +70,7 @@ void MZMD5Worker::run() {
             Guard guard(resultLock_);
             md5_ = std::move(md5);
         }
-        setWorkStatus(MZWorkStatusFinished);
+        finishUnlessCancelled();
     }
     setPercentComplete(100);
 }
@@ -73,6 +79,10 @@ std::optional<std::string> MZMD5Worker::computeMD5(Error& error) {
     const auto attributes = FileManager::attributes(file_);
     if (!attributes) {
         return operation_->computeMD5WithError(&error);  // which words what is in the way
+    }
+    {
+        Guard guard(resultLock_);
+        fileAttributes_ = attributes;
     }
     size_ = attributes->size;
     WatchedStream stream(file_, *this, *operation_);
@@ -90,6 +100,11 @@ void MZMD5Worker::cancel() {
 std::optional<std::string> MZMD5Worker::md5() const {
     Guard guard(resultLock_);
     return md5_;
+}
+
+std::optional<velto::FileAttributes> MZMD5Worker::fileAttributes() const {
+    Guard guard(resultLock_);
+    return fileAttributes_;
 }
 
 double MZMD5Worker::percentComplete() const {

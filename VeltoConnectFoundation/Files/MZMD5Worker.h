@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/Make.h>
 #include <VeltoConnectFoundation/Work/MZAbstractWorker.h>
 #include <VeltoConnectFoundation/Work/MZThroughputWorker.h>
@@ -18,6 +19,8 @@ public:
     const std::string& file() const { return file_; }
     /// 32 lower-case digits; none before the end, and when it failed or was cancelled.
     std::optional<std::string> md5() const;
+    /// Of the file when the digest began; none before, or without a file.
+    std::optional<velto::FileAttributes> fileAttributes() const;
 
     /// Of the bytes that have been digested; 100 once the worker has ended.
     double percentComplete() const override;
@@ -32,4 +35,5 @@ private:
     std::atomic<std::uint64_t> size_{0};
     mutable velto::Lock resultLock_;
     std::optional<std::string> md5_ VELTO_GUARDED_BY(resultLock_);
+    std::optional<velto::FileAttributes> fileAttributes_ VELTO_GUARDED_BY(resultLock_);
 };

@@ -21,6 +21,8 @@ using velto::Value;
 
 namespace {
 
+constexpr std::string_view metadataName = "metadata.xml";
+
 std::string withoutExtension(std::string_view path) {
     return std::filesystem::path(path).replace_extension().string();
 }
@@ -31,6 +33,30 @@ std::string lastComponent(std::string_view path) {
 
 std::string inFolder(std::string_view folder, std::string_view name) {
     return (std::filesystem::path(folder) / name).string();
+}
+
+Error refusal(int code, const std::string& text) {
+    return Error::make(velto::GeneralErrorDomain, code, text, text);
+}
+
+/// Why a package cannot hold the video under its name, if it cannot.
+Error faultOfSource(const std::string& source) {
+    const auto attributes = FileManager::linkAttributes(source);
+    if (attributes && attributes->kind == velto::FileAttributes::Kind::symbolicLink) {
+        return refusal(
+            ELOOP, localizedFormat("%@: it is a symbolic link, and a package holds files", source));
+    }
+    if (lastComponent(source) == metadataName) {
+        return refusal(EEXIST,
+                       localizedFormat("%@: a package's own metadata bears this name", source));
+    }
+    return {};
+}
+
+bool isUnchanged(const velto::FileAttributes& before, std::string_view path) {
+    const auto now = FileManager::attributes(path);
+    return now && now->device == before.device && now->inode == before.inode &&
+           now->size == before.size && now->modified == before.modified;
 }
 
 std::string cancelledMessage() {
@@ -83,9 +109,7 @@ void VeltoVideoPackageBuilderWorker::run() {
         throw;
     }
     setPercentComplete(100);
-    if (!isCancelled()) {
-        setWorkStatus(MZWorkStatusFinished);
-    }
+    finishUnlessCancelled();
 }
 
 void VeltoVideoPackageBuilderWorker::cancel() {
@@ -108,6 +132,9 @@ void VeltoVideoPackageBuilderWorker::tellPhase(std::string message) {
 
 Error VeltoVideoPackageBuilderWorker::createPackage() {
     const std::string source = md5Worker_->file();
+    if (Error fault = faultOfSource(source)) {
+        return fault;
+    }
     const std::string example = withoutExtension(source) + "-UntitledVeltoStoreDelivery.velmp";
     std::string directory;
     Error taken;
@@ -155,6 +182,15 @@ Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view
     if (!size) {
         return failure;
     }
+    // The checksum is of what the file was when it was digested.
+    if (const auto before = md5Worker_->fileAttributes();
+        before && !isUnchanged(*before, sourceFile)) {
+        return refusal(ESTALE,
+                       localizedFormat("%@: it changed while the package was made", sourceFile));
+    }
+    if (!isCancelled() && !FileManager::synchronize(destination, &failure)) {
+        return failure;
+    }
     if (isCancelled()) {
         return {};
     }
@@ -196,7 +232,7 @@ void VeltoVideoPackageBuilderWorker::_generateMetadataXMLForSourceFile(std::stri
                                                                        std::string_view directory) {
     tellPhase(localized("Generating metadata…"));
     Error failure;
-    if (FileManager::writeAtomically(inFolder(directory, "metadata.xml"),
+    if (FileManager::writeAtomically(inFolder(directory, metadataName),
                                      metadataXML(lastComponent(sourceFile), md5, size), 0666,
                                      &failure)) {
         setPackagePath(directory);

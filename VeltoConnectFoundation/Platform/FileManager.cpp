@@ -213,6 +213,11 @@ bool FileManager::writeAtomically(std::string_view path,
     return true;
 }
 
+bool FileManager::synchronize(std::string_view path, Error* error) {
+    const Descriptor file(open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return (file.isOpen() && fsync(file.number()) == 0) || failWithErrno(error, path);
+}
+
 bool FileManager::createFolder(std::string_view path, std::uint32_t mode, Error* error) {
     if (isFolder(path)) {
         return true;

@@ -52,6 +52,8 @@ public:
                                               std::string_view bytes,
                                               std::uint32_t mode = 0666,
                                               Error* error = nullptr);
+    /// Returns once the content of a file is on the disk.
+    [[nodiscard]] static bool synchronize(std::string_view path, Error* error = nullptr);
 
     /// With the folders above it; a folder that exists is fine.
     [[nodiscard]] static bool createFolder(std::string_view path,

@@ -103,26 +103,43 @@ void MZAbstractWorker::setWorkStatus(MZWorkStatus status) {
     std::function<void()> now;
     {
         Guard guard(lock_);
-        if (workStatus_ == status) {
-            return;
-        }
-        {
-            Change change(*this, {"workStatus"});
-            workStatus_ = status;
-        }
-        if (callbacks_ != nullptr && callbacks_->queue != nullptr) {
-            const Callback& callback = status == MZWorkStatusStarted     ? callbacks_->started
-                                       : status == MZWorkStatusCancelled ? callbacks_->cancelled
-                                       : status == MZWorkStatusFinished  ? callbacks_->finished
-                                                                         : Callback();
-            if (callback) {
-                now = dispatch([self = shared_from_this(), callback] { callback(*self); });
-            }
+        now = changeWorkStatus(status);
+    }
+    if (now) {
+        now();
+    }
+}
+
+void MZAbstractWorker::finishUnlessCancelled() {
+    std::function<void()> now;
+    {
+        Guard guard(lock_);
+        if (!cancelled_) {
+            now = changeWorkStatus(MZWorkStatusFinished);
         }
     }
     if (now) {
         now();
     }
+}
+
+std::function<void()> MZAbstractWorker::changeWorkStatus(MZWorkStatus status) {
+    if (workStatus_ == status) {
+        return {};
+    }
+    {
+        Change change(*this, {"workStatus"});
+        workStatus_ = status;
+    }
+    if (callbacks_ == nullptr || callbacks_->queue == nullptr) {
+        return {};
+    }
+    const Callback& callback = status == MZWorkStatusStarted     ? callbacks_->started
+                               : status == MZWorkStatusCancelled ? callbacks_->cancelled
+                               : status == MZWorkStatusFinished  ? callbacks_->finished
+                                                                 : Callback();
+    return callback ? dispatch([self = shared_from_this(), callback] { callback(*self); })
+                    : std::function<void()>();
 }
 
 double MZAbstractWorker::percentComplete() const {

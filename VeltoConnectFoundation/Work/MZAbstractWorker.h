@@ -67,6 +67,9 @@ public:
 
     MZWorkStatus workStatus() const { return workStatus_.load(); }
     void setWorkStatus(MZWorkStatus status);
+    /// Finished, unless the worker is cancelled: however close both are, a cancel has the last
+    /// word.
+    void finishUnlessCancelled();
 
     /// 0 to 100. A worker that counts what it does may answer from its counters.
     virtual double percentComplete() const;
@@ -131,6 +134,8 @@ protected:
 private:
     struct Callbacks;
     Callbacks& callbacks() VELTO_REQUIRES(lock_);
+    /// What the caller has to run after releasing the lock, if anything.
+    std::function<void()> changeWorkStatus(MZWorkStatus status) VELTO_REQUIRES(lock_);
     template <class Member>
     Member get(Member Callbacks::*member) const;
     template <class Member>
