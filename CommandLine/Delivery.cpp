@@ -1,4 +1,5 @@
 #include <CommandLine/Delivery.h>
+#include <CommandLine/Paths.h>
 
 #include <CommandLine/DeliveryOptions.h>
 #include <CommandLine/Frontend.h>
@@ -164,11 +165,7 @@ bool DeliveryPlan::make(Frontend& frontend,
                         const Invocation& invocation,
                         const std::string& package,
                         Failure& failure) {
-    std::filesystem::path path = std::filesystem::absolute(package).lexically_normal();
-    if (!path.has_filename()) {
-        path = path.parent_path();  // a path that ends in a slash
-    }
-    packagePath = path.string();
+    packagePath = absolutePath(package);
     storeName = invocation.value(storeOption).value_or(std::string(storeNames.front()));
     checksChecksums = !invocation.has(noChecksumOption);
     if (!FileManager::isFolder(packagePath)) {

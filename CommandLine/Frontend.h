@@ -22,6 +22,7 @@ public:
 
     /// How to print; from the options.
     void configure(const Invocation& invocation);
+    void printJSON() { style_ = Style::json; }
 
     Console& console() { return console_; }
     Interrupts& interrupts() { return interrupts_; }

@@ -5,6 +5,7 @@
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanWorker.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/NotificationCenter.h>
+#include <VeltoConnectFoundation/Work/MZLog.h>
 #include <VeltoConnectFoundation/Work/MZStoreMessages.h>
 #include <VeltoConnectFoundation/Work/MZThroughputWorker.h>
 #include <VeltoConnectFoundation/Work/MZWorkSeriesManager.h>
@@ -203,6 +204,7 @@ JobOutcome Job::run() {
             const auto now = Clock::now();
             measure(now);
             progress.phase = phase;
+            MZLogInfo("%@", phase);
             display->phaseChanged(progress, now);
         }
         if (news.hasEnded) {
@@ -232,6 +234,9 @@ JobOutcome Job::run() {
     for (const auto& item : items) {
         const std::vector<Error> errors = item->errors();
         outcome.errors.insert(outcome.errors.end(), errors.begin(), errors.end());
+        for (const Error& error : errors) {
+            MZLogError("%@", error.localizedDescription());
+        }
         outcome.warnings.append(item->warnings());
         outcome.infoMessages.append(item->infoMessages());
         outcome.isStopped =

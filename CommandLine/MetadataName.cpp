@@ -2,15 +2,13 @@
 
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/TextEncoding.h>
 
 namespace velto::cli {
 
 std::string faultOfMetadataName(std::string_view name) {
     if (name.empty()) {
         return localized("it is empty");
-    }
-    if (name.front() == ' ' || name.back() == ' ') {
-        return localized("it begins or ends with a blank, which readers take away");
     }
     for (std::string_view rest = name; !rest.empty();) {
         const std::string_view before = rest;
@@ -31,7 +29,9 @@ std::string faultOfMetadataName(std::string_view name) {
                                    static_cast<unsigned>(codePoint));
         }
     }
-    return {};
+    return trimmed(name) == name
+               ? std::string()
+               : localized("it begins or ends with a blank, which readers take away");
 }
 
 }  // namespace velto::cli

@@ -1,5 +1,6 @@
 #include <CommandLine/PackageInspection.h>
 
+#include <CommandLine/Paths.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Files/MZMD5Worker.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
@@ -66,7 +67,8 @@ InspectedFile fileOf(const XMLElement& asset, const XMLElement& element) {
     if (!file.statedSize) {
         file.faults.push_back(localized("its size is missing, or no number"));
     }
-    if (!isMD5(file.statedMD5)) {
+    const XMLElement* const checksum = element.child("checksum");
+    if (!isMD5(file.statedMD5) || attributeOf(*checksum, "type") != "md5") {
         file.faults.push_back(localized("its checksum is missing, or no MD5"));
     }
     return file;
@@ -111,11 +113,7 @@ std::vector<std::string> InspectedPackage::allFaults() const {
 }
 
 bool InspectedPackage::read(const std::string& path, Failure& failure) {
-    std::filesystem::path whole = std::filesystem::absolute(path).lexically_normal();
-    if (!whole.has_filename()) {
-        whole = whole.parent_path();  // a path that ends in a slash
-    }
-    folder = whole.string();
+    folder = absolutePath(path);
     failure = {.what = localized("There is no package to look into."),
                .next = localized("Give the path of a package: a folder NAME.velmp.")};
     Error error;
@@ -124,7 +122,8 @@ bool InspectedPackage::read(const std::string& path, Failure& failure) {
         failure.why.push_back(printable(error.localizedDescription()));
         return false;
     }
-    const auto bytes = FileManager::read((whole / metadataName).string(), largestMetadata, &error);
+    const auto bytes = FileManager::read((std::filesystem::path(folder) / metadataName).string(),
+                                         largestMetadata, &error);
     const auto document = bytes ? XMLDocument::parse(bytes->view(), &error) : std::nullopt;
     if (!document) {
         failure.what = localized("The package's metadata.xml cannot be read.");
@@ -193,7 +192,7 @@ void PackageInspection::run() {
         }
     }
     setPercentComplete(100);
-    setWorkStatus(MZWorkStatusFinished);
+    finishUnlessCancelled();
 }
 
 void PackageInspection::inspect(InspectedFile& file) {

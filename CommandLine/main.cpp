@@ -11,6 +11,9 @@
 #include <VeltoConnectFoundation/Platform/Queue.h>
 #include <VeltoConnectFoundation/Platform/Version.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <clocale>
 #include <exception>
@@ -19,6 +22,17 @@
 namespace velto::cli {
 
 namespace {
+
+/// One that is closed would become that of some other file. In the wrong direction, so that using
+/// it is an error.
+void keepStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(descriptor, F_GETFD) < 0) {
+            // The lowest number that is free is this one.
+            ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
+}
 
 ExitCode runCommand(Frontend& frontend, const Invocation& invocation) {
     Failure failure;
@@ -44,6 +58,10 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
     Failure failure;
     const auto invocation = Invocation::parse(arguments, failure);
     if (!invocation) {
+        // A program reads nothing else, also when it has typed something wrong.
+        if (std::ranges::find(arguments, "--json") != arguments.end()) {
+            frontend.printJSON();
+        }
         return frontend.fail(failure);
     }
     frontend.configure(*invocation);
@@ -75,6 +93,7 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
 int main(int count, char** arguments) {
     using namespace velto;
     using namespace velto::cli;
+    keepStandardDescriptors();
     EnvironmentSecrets secrets = EnvironmentSecrets::take();
     Interrupts interrupts;
     std::setlocale(LC_ALL, "");  // locale: characters and messages as the user has them

@@ -9,6 +9,7 @@
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Stream.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -20,6 +21,16 @@ namespace {
 constexpr Option checkOption{.name = "check",
                              .letter = 'c',
                              .help = "read lists of sums from the files, and check what they name"};
+
+constexpr Option ignoreMissingOption{.name = "ignore-missing",
+                                     .help = "with --check: pass over files that are not there"};
+constexpr Option strictOption{.name = "strict",
+                              .help = "with --check: fail for lines that are no entries, too"};
+constexpr Option warnOption{.name = "warn",
+                            .letter = 'w',
+                            .help = "with --check: name each line that is no entry"};
+constexpr Option statusOption{.name = "status",
+                              .help = "with --check: print no results; the exit code tells"};
 
 constexpr std::string_view standardInputName = "-";
 
@@ -51,20 +62,30 @@ std::optional<std::string> md5Of(std::string_view name, Error& why) {
     return std::nullopt;
 }
 
-/// Calls `take` with each line; the error that ended the reading, or none.
+constexpr std::size_t longestLine = 65536;
+
+/// Calls `take` with each line, until it answers false; the error that ended the reading, or none.
 template <class Take>
 Error forEachLine(InputStream& stream, Take take) {
     std::array<std::uint8_t, 65536> bytes;
     std::string line;
     std::ptrdiff_t count = 0;
     while ((count = stream.read(bytes.data(), bytes.size())) > 0) {
-        line.append(reinterpret_cast<const char*>(bytes.data()), static_cast<std::size_t>(count));
-        std::size_t start = 0;
-        for (std::size_t end = 0; (end = line.find('\n', start)) != std::string::npos;
-             start = end + 1) {
-            take(std::string_view(line).substr(start, end - start));
+        std::string_view rest(reinterpret_cast<const char*>(bytes.data()),
+                              static_cast<std::size_t>(count));
+        for (;;) {
+            const std::size_t end = rest.find('\n');
+            // No name is so long: what is no list is not gathered.
+            line.append(rest.substr(0, std::min(end, longestLine - line.size())));
+            if (end == std::string_view::npos) {
+                break;
+            }
+            if (!take(line)) {
+                return {};
+            }
+            line.clear();
+            rest.remove_prefix(end + 1);
         }
-        line.erase(0, start);
     }
     if (!line.empty()) {
         take(line);
@@ -75,7 +96,12 @@ Error forEachLine(InputStream& stream, Take take) {
 /// What is counted over all files.
 class Digests {
 public:
-    explicit Digests(Frontend& frontend) : frontend_(frontend) {}
+    Digests(Frontend& frontend, const Invocation& invocation)
+        : frontend_(frontend),
+          ignoresMissing_(invocation.has(ignoreMissingOption)),
+          isStrict_(invocation.has(strictOption)),
+          warns_(invocation.has(warnOption)),
+          isSilent_(invocation.has(statusOption)) {}
 
     void print(const std::string& name) {
         Error why;
@@ -94,11 +120,15 @@ public:
         const std::uint64_t checkedBefore = checked_;
         const std::uint64_t unreadableBefore = unreadable_;
         const std::uint64_t wrongBefore = wrong_;
+        const std::uint64_t rightBefore = right_;
         std::uint64_t malformed = 0;
+        std::uint64_t lineNumber = 0;
+        const std::uint64_t missingBefore = missing_;
         const std::shared_ptr<InputStream> stream = openStream(list);
         const Error error = forEachLine(*stream, [&](std::string_view line) {
+            ++lineNumber;
             if (DigestListReader::isIgnored(line)) {
-                return;
+                return true;
             }
             const std::optional<DigestEntry> entry = reader.entry(line);
             // A list that is read from standard input cannot name it.
@@ -106,13 +136,19 @@ public:
                 check(*entry);
             } else {
                 ++malformed;
+                if (warns_) {
+                    say(localizedFormat("%@: %llu: improperly formatted MD5 checksum line",
+                                        displayName(list), lineNumber));
+                }
             }
+            return isWanted();
         });
+        malformed_ += malformed;
         if (error) {
             report(error);
             return;
         }
-        if (checked_ == checkedBefore) {
+        if (checked_ == checkedBefore && missing_ == missingBefore) {
             report(localizedFormat("%@: no properly formatted checksum lines found",
                                    displayName(list)));
             return;
@@ -132,16 +168,25 @@ public:
                     ? localized("WARNING: 1 computed checksum did NOT match")
                     : localizedFormat("WARNING: %llu computed checksums did NOT match", count));
         }
+        if (ignoresMissing_ && right_ == rightBefore) {
+            report(localizedFormat("%@: no file was verified", displayName(list)));
+        }
     }
 
+    /// Whether somebody still reads what is printed.
+    bool isWanted() const { return frontend_.console().isComplete(); }
+
     ExitCode end(bool isCheck) {
-        const bool hasFailed = !reasons_.empty() || wrong_ != 0;
+        const bool hasFailed = !reasons_.empty() || wrong_ != 0 || (isStrict_ && malformed_ != 0);
         if (!frontend_.printsJSON()) {
             return hasFailed ? ExitCode::failed : ExitCode::done;
         }
         Dictionary counts;
         if (isCheck) {
-            counts = {{"checked", checked_}, {"wrong", wrong_}, {"unreadable", unreadable_}};
+            counts = {{"checked", checked_},
+                      {"wrong", wrong_},
+                      {"unreadable", unreadable_},
+                      {"malformed", malformed_}};
         }
         if (hasFailed) {
             return frontend_.fail(
@@ -165,6 +210,11 @@ private:
     }
 
     void check(const DigestEntry& entry) {
+        if (ignoresMissing_ && entry.name != standardInputName &&
+            !FileManager::exists(entry.name)) {
+            ++missing_;
+            return;
+        }
         ++checked_;
         Error why;
         const std::optional<std::string> md5 = md5Of(entry.name, why);
@@ -175,6 +225,8 @@ private:
             report(why);
         } else if (!isRight) {
             ++wrong_;
+        } else {
+            ++right_;
         }
         if (frontend_.printsJSON()) {
             frontend_.answer(JSONLine("check")
@@ -184,7 +236,7 @@ private:
                                  .add("outcome", isRight ? "ok"
                                                  : md5   ? "wrong"
                                                          : "unreadable"));
-        } else if (!isRight || !frontend_.isQuiet()) {
+        } else if (!isSilent_ && (!isRight || !frontend_.isQuiet())) {
             // For scripts, whatever the language; here md5sum escapes for a line feed only.
             const bool isEscaped = entry.name.find('\n') != std::string::npos;
             frontend_.answer((isEscaped ? "\\" + escapedName(entry.name) : entry.name) +
@@ -201,10 +253,16 @@ private:
 
     void report(const std::string& text) {
         reasons_.push_back(printable(text));
-        say(text);
+        printToErrors(text);
     }
 
     void say(const std::string& text) {
+        if (!isSilent_) {
+            printToErrors(text);
+        }
+    }
+
+    void printToErrors(const std::string& text) {
         if (!frontend_.printsJSON()) {
             Console& console = frontend_.console();
             const auto errors = Console::Stream::errors;
@@ -213,17 +271,35 @@ private:
     }
 
     Frontend& frontend_;
+    const bool ignoresMissing_;
+    const bool isStrict_;
+    const bool warns_;
+    const bool isSilent_;
     std::uint64_t checked_ = 0;
+    std::uint64_t right_ = 0;
     std::uint64_t wrong_ = 0;
     std::uint64_t unreadable_ = 0;
+    std::uint64_t malformed_ = 0;
+    std::uint64_t missing_ = 0;  ///< Passed over.
     std::vector<std::string> reasons_;
     std::vector<Error> errors_;
 };
 
 ExitCode run(Frontend& frontend, const Invocation& invocation) {
-    Digests digests(frontend);
     const bool isCheck = invocation.has(checkOption);
+    for (const Option* const option :
+         {&ignoreMissingOption, &strictOption, &warnOption, &statusOption}) {
+        if (!isCheck && invocation.has(*option)) {
+            return frontend.fail(
+                usageFailure(localizedFormat("--%@ goes with --check only.", option->name),
+                             localizedFormat("See %@.", "velto digest --help")));
+        }
+    }
+    Digests digests(frontend, invocation);
     for (const std::string& name : invocation.operands) {
+        if (!digests.isWanted()) {
+            break;
+        }
         if (isCheck) {
             digests.checkList(name);
         } else {
@@ -245,7 +321,9 @@ const Command& digestCommand() {
             "With --check, the files are such lists: what they name is digested, and each file is "
             "OK or FAILED. With --quiet, only those that failed are named.",
         .operands = {{.name = "FILE", .kind = ArgumentKind::file, .most = 0}},
-        .groups = {{"Options", {&checkOption}}},
+        .groups = {{"Options",
+                    {&checkOption, &ignoreMissingOption, &strictOption, &warnOption,
+                     &statusOption}}},
         .examples = {{"velto digest film.mov trailer.mov > sums.md5", "a list of sums"},
                      {"velto digest --check sums.md5", "whether the files are still the same"}},
         .run = &run,

@@ -1,7 +1,9 @@
 #include <CommandLine/Frontend.h>
+#include <CommandLine/Interrupts.h>
 #include <CommandLine/Invocation.h>
 #include <CommandLine/Job.h>
 #include <CommandLine/MetadataName.h>
+#include <CommandLine/Paths.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Files/MZMD5Worker.h>
 #include <VeltoConnectFoundation/Files/VeltoVideoMetadataWorker.h>
@@ -11,8 +13,14 @@
 #include <VeltoConnectFoundation/Utilities/MZHumanReadableBytes.h>
 #include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
 #include <algorithm>
+
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <filesystem>
 #include <utility>
@@ -44,6 +52,24 @@ constexpr Option assetOption{.name = "asset",
 std::string capitalized(std::string text) {
     text.front() = static_cast<char>(text.front() - 'a' + 'A');
     return text;
+}
+
+/// Why no copy of the video would get into its folder: what shows only after the digest otherwise.
+Error faultOfFolder(const std::filesystem::path& video) {
+    const std::filesystem::path folder = video.parent_path();
+    struct stat status {};
+    struct statfs system {};
+    if (::access(folder.c_str(), W_OK | X_OK) != 0 || ::stat(video.c_str(), &status) != 0 ||
+        ::statfs(folder.c_str(), &system) != 0) {
+        return Error::posix(errno, folder.string());
+    }
+    // Any other may share the blocks of both files. Holes take no room.
+    constexpr std::array withoutClones{EXT4_SUPER_MAGIC, TMPFS_MAGIC, MSDOS_SUPER_MAGIC};
+    const auto needed = static_cast<std::uint64_t>(
+        std::min<std::int64_t>(status.st_size, std::int64_t{status.st_blocks} * 512));
+    const auto room = std::uint64_t{system.f_bavail} * static_cast<std::uint64_t>(system.f_frsize);
+    const bool needsRoom = std::ranges::find(withoutClones, system.f_type) != withoutClones.end();
+    return needsRoom && room < needed ? Error::posix(ENOSPC, folder.string()) : Error();
 }
 
 /// What a package is made of, as the command line says.
@@ -83,8 +109,8 @@ struct Plan {
 
 private:
     bool findVideo(const std::string& path, Failure& failure) {
-        const std::filesystem::path whole = std::filesystem::absolute(path).lexically_normal();
-        video = whole.string();
+        video = absolutePath(path);
+        const std::filesystem::path whole(video);
         const std::string name = whole.filename().string();
         Error error;
         const auto attributes = FileManager::linkAttributes(video, &error);
@@ -107,6 +133,11 @@ private:
         } else if (const std::string fault = faultOfMetadataName(name); !fault.empty()) {
             why = localizedFormat("Its name cannot stand in a package: %@", fault);
             failure.next = localized("Rename the video, then try again.");
+        } else if (attributes->size == 0) {
+            why = localized("It is empty.");
+        } else if (const Error problem = faultOfFolder(whole)) {
+            why = problem.localizedDescription();
+            failure.next = localized(failureKind(problem).next);
         } else {
             return true;
         }
@@ -145,10 +176,11 @@ std::vector<Error> withReasons(const std::vector<Error>& errors) {
 }
 
 /// Removes what an unfinished build left, and says so in the sentence that is answered.
-std::string cleanUp(const std::string& directory) {
+std::string cleanUp(Frontend& frontend, const std::string& directory) {
     if (directory.empty()) {
         return localized("Nothing was made.");
     }
+    frontend.interrupts().setHandler([](unsigned) {});  // A part of it would be left.
     Error error;
     if (!FileManager::remove(directory, &error)) {
         return localizedFormat("The unfinished package could not be removed: %@",
@@ -179,16 +211,18 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         md5, plan.asset);
     Job job(frontend, {md5, builder},
             localized("velto: ended at once; an unfinished package may be left beside the video."));
-    // The sentence that ends the job is printed at its end.
+    // The sentence that ends the job is printed at its end. A build whose digest failed is
+    // cancelled, though nobody wished that.
     job.hidePhase([&](const std::string& text) {
-        return text == localizedFormat("Generated package: %@", builder->createdDirectory());
+        return text == localizedFormat("Generated package: %@", builder->createdDirectory()) ||
+               text == localized("Creation of video package cancelled");
     });
     const JobOutcome outcome = job.run();
     Dictionary known = details(plan, *md5, *builder, outcome);
 
     if (outcome.isStopped) {
         const std::string left =
-            localizedFormat("Stopped. %@", cleanUp(builder->createdDirectory()));
+            localizedFormat("Stopped. %@", cleanUp(frontend, builder->createdDirectory()));
         if (frontend.printsJSON()) {
             return frontend.fail({.exitCode = ExitCode::stopped, .what = left}, known);
         }
@@ -203,7 +237,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
             failure.exitCode = ExitCode::failed;
             failure.next = localized("Check the folder of the video, then try again.");
         }
-        failure.why.push_back(cleanUp(builder->createdDirectory()));
+        failure.why.push_back(cleanUp(frontend, builder->createdDirectory()));
         return frontend.fail(failure, known);
     }
     if (frontend.printsJSON()) {

@@ -47,11 +47,27 @@ TEST_F(DigestTest, PrintsAndChecksAsTheRealOne) {
     write("wrong", none + "  abc\n" + none + "  empty");
     write("unreadable", sum + "  missing\n");
     write("one of each", none + "  abc\n" + sum + "  missing\nnot a line\n");
-    for (const std::string arguments :
-         {"*", "abc - < large", "- < /dev/null", "missing abc .", "-- abc", "-c all",
-          "-c tagged binary", "-c mixed < abc", "-c - < all", "-c - < mixed", "-c bare",
-          "-c wrong unreadable", "-c 'one of each'", "-c --quiet all mixed", "-c abc empty missing",
-          "-c large", "-c - < /dev/null"}) {
+    for (const std::string arguments : {"*",
+                                        "abc - < large",
+                                        "- < /dev/null",
+                                        "missing abc .",
+                                        "-- abc",
+                                        "-c all",
+                                        "-c tagged binary",
+                                        "-c mixed < abc",
+                                        "-c - < all",
+                                        "-c - < mixed",
+                                        "-c bare",
+                                        "-c wrong unreadable",
+                                        "-c 'one of each'",
+                                        "-c --quiet all mixed",
+                                        "-c abc empty missing",
+                                        "-c large",
+                                        "-c - < /dev/null",
+                                        "-c --status wrong missing",
+                                        "-c --strict all mixed",
+                                        "-c --ignore-missing unreadable 'one of each'",
+                                        "-c -w mixed"}) {
         SCOPED_TRACE(arguments);
         Child theirs = run("md5sum ", arguments);
         theirs.finish();
@@ -84,7 +100,7 @@ TEST_F(DigestTest, JSONTellsTheSame) {
     EXPECT_EQ(sums.errors, "");
 
     write("list", "900150983cd24fb0d6963f7d28e17f72  abc\n" + std::string(32, '0') + "  empty\n" +
-                      std::string(32, '0') + "  missing\n");
+                      std::string(32, '0') + "  missing\nnot a line\n");
     Child check = velto("--json --check list");
     objects = objectsOf(check.finish().output);
     ASSERT_EQ(objects.size(), 4U);
@@ -95,12 +111,36 @@ TEST_F(DigestTest, JSONTellsTheSame) {
     EXPECT_EQ(objects[3]["checked"], 3);
     EXPECT_EQ(objects[3]["wrong"], 1);
     EXPECT_EQ(objects[3]["unreadable"], 1);
+    EXPECT_EQ(objects[3]["malformed"], 1);
     EXPECT_EQ(objects[3]["exitCode"], 1);
     EXPECT_EQ(check.exitCode, 1);
+
+    Child mistyped = velto("--json --no-such-option abc");
+    EXPECT_EQ(objectsOf(mistyped.finish().output).back()["exitCode"], 2);
 
     Child good = velto("--json abc");
     EXPECT_EQ(objectsOf(good.finish().output).back()["outcome"], "done");
     EXPECT_EQ(good.exitCode, 0);
+}
+
+/// A film instead of a list, and an output that nobody reads.
+TEST_F(DigestTest, EndsSoonWhereThereIsNothingToDo) {
+    std::filesystem::resize_file(files / "empty", 300'000'000);
+    Child noList = velto("--check empty");
+    noList.finish();
+    EXPECT_EQ(noList.exitCode, 1);
+    EXPECT_EQ(noList.errors, "velto: empty: no properly formatted checksum lines found\n");
+
+    Child closed = velto("- <&-");
+    closed.finish();
+    EXPECT_EQ(closed.exitCode, 1);
+    EXPECT_EQ(closed.errors, "velto: -: Bad file descriptor\n");
+
+    std::filesystem::resize_file(files / "empty", std::uintmax_t{1} << 40);
+    Child unread = run("'" + velto::testing::veltoProgram().string() + "' digest ",
+                       "abc abc empty > /dev/full");
+    unread.finish();
+    EXPECT_EQ(unread.exitCode, 1);
 }
 
 TEST_F(DigestTest, AnInterruptEndsItAtOnce) {

@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <regex>
+
 namespace cli_test {
 namespace {
 
@@ -64,6 +66,7 @@ TEST_F(PackageTest, WhatIsCreatedHoldsAndIsTakenByTheStore) {
 TEST_F(PackageTest, RefusesWhatNoPackageCanBeMadeOf) {
     for (const char* name : {"a&b.mov", "metadata.xml", "new\nline.mov", "\xff.mov", "good.mov"})
         write(folder / name, "x");
+    write(folder / "empty.mov", "");
     std::filesystem::create_symlink("good.mov", folder / "link.mov");
     std::filesystem::create_directory(folder / "folder.mov");
     ASSERT_EQ(mkfifo((folder / "pipe.mov").c_str(), 0600), 0);
@@ -85,6 +88,7 @@ TEST_F(PackageTest, RefusesWhatNoPackageCanBeMadeOf) {
         {create(folder / "link.mov"), 1, "/good.mov"},
         {create(folder / "folder.mov"), 1, "not a file"},
         {create(folder / "pipe.mov"), 1, "not a file"},
+        {create(folder / "empty.mov"), 1, "empty"},
         {with({"--vendor-id", "V"}), 2, "needs --provider"},
         {with({"--provider", "P"}), 2, "needs --vendor-id"},
         {with({"--provider", "A&B", "--vendor-id", "V"}), 2, "the character &"},
@@ -105,14 +109,33 @@ TEST_F(PackageTest, RefusesWhatNoPackageCanBeMadeOf) {
     EXPECT_EQ(packagesIn(folder), 0U);
 }
 
+/// Behind a link to a folder, ".." is the folder above the one that it leads to.
+TEST_F(PackageTest, TakesThePathAsTheSystemDoes) {
+    std::filesystem::create_directories(folder / "x/y");
+    std::filesystem::create_directory_symlink("x/y", folder / "ln");
+    write(folder / "Film.mov", "wrong");
+    write(folder / "x/Film.mov", "right one");
+    Child made = velto(create(folder / "ln/.././Film.mov", {"--json"}));
+    made.finish();
+    EXPECT_EQ(made.exitCode, 0) << made.all();
+    const Json result = objectsOf(made.output).back();
+    EXPECT_EQ(result["size"], 9);
+    EXPECT_EQ(result["package"].get<std::string>(),
+              folder / "x/Film-UntitledVeltoStoreDelivery.velmp");
+    Child inspected =
+        velto({"package", "inspect", folder / "ln/../Film-UntitledVeltoStoreDelivery.velmp/./"});
+    inspected.finish();
+    EXPECT_EQ(inspected.exitCode, 0) << inspected.all();
+}
+
 TEST(MetadataName, TellsWhatWouldBeMalformed) {
-    for (const char* fine : {"a", "A b-c_1.mov", "電影 🎬.mov", "it's", "\uFFFD", "a\u00A0"})
+    for (const char* fine : {"a", "A b-c_1.mov", "電影 🎬.mov", "it's", "\uFFFD", "a\u00A0b"})
         EXPECT_EQ(velto::cli::faultOfMetadataName(fine), "") << fine;
     for (const std::string& bad :
          {std::string(), std::string("a&"), std::string("<"), std::string("a>b"), std::string("\""),
           std::string("\t"), std::string("a\0b", 3), std::string("\x7f"), std::string("\xc2\x85"),
           std::string("\xc3"), std::string("\xed\xa0\x80"), std::string("\xef\xbf\xbe"),
-          std::string(" a"), std::string("a ")})
+          std::string(" a"), std::string("a "), std::string("a\u00A0")})
         EXPECT_NE(velto::cli::faultOfMetadataName(bad), "") << bad;
 }
 
@@ -134,6 +157,8 @@ TEST_F(PackageTest, InspectTellsWhatDoesNotHold) {
          "out of the package"},
         {"twice", "first file\n", metadata(good + good), "twice"},
         {"no file", "first file\n", metadata(""), "no file"},
+        {"SHA-1", "first file\n", metadata(std::regex_replace(good, std::regex("md5"), "sha1")),
+         "no MD5"},
         {"malformed", "first file\n", "<package", "metadata.xml cannot be read"},
     };
     for (const auto& row : rows) {
@@ -200,13 +225,24 @@ TEST_F(PackageTest, AFullDiskLeavesNothingBehind) {
     if (velto::testing::ranOnSmallDisk(4))
         return;
     const auto disk = velto::testing::smallDisk();
-    write(disk / "movie.mov", std::string(3'000'000, 'v'));
-    Child child = velto(create(disk / "movie.mov"));
-    child.finish();
-    EXPECT_EQ(child.exitCode, 1) << child.all();
-    EXPECT_THAT(child.errors, AllOf(HasSubstr("No space left on device"), HasSubstr("Make room"),
-                                    HasSubstr("The unfinished package was removed")));
-    EXPECT_EQ(packagesIn(disk), 0U);
+    constexpr std::size_t page = 4096;
+    write(disk / "movie.mov", std::string(300 * page, 'v'));
+    // One page too few for the copy, which shows at once; then none for the metadata.
+    const std::size_t room = std::filesystem::space(disk).available / page;
+    const struct {
+        std::size_t filled;
+        const char* remains;
+    } rows[] = {{room - 299, "No package can be made"},
+                {room - 300, "The unfinished package was removed"}};
+    for (const auto& row : rows) {
+        write(disk / "filler", std::string(row.filled * page, 'f'));
+        Child child = velto(create(disk / "movie.mov"));
+        child.finish();
+        EXPECT_EQ(child.exitCode, 1) << child.all();
+        EXPECT_THAT(child.errors, AllOf(HasSubstr("No space left on device"),
+                                        HasSubstr("Make room"), HasSubstr(row.remains)));
+        EXPECT_EQ(packagesIn(disk), 0U);
+    }
 }
 
 }  // namespace
