@@ -93,7 +93,8 @@ void FailingAllocations::stop() noexcept {
 
 }  // namespace velto::testing
 
-// The program's own come before those of every library.
+// The program's own come before those of every library. What they give is freed as before.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name,misc-new-delete-overloads,cert-dcl54-cpp)
 
 extern "C" {
 
@@ -126,3 +127,5 @@ VELTO_EXPORT void* operator new(std::size_t size) {
 VELTO_EXPORT void* operator new[](std::size_t size) {
     return velto::testing::countedOnce(velto::testing::nextNewArray, size);
 }
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name,misc-new-delete-overloads,cert-dcl54-cpp)

@@ -256,7 +256,9 @@ TEST(CopyFile, LeavesBehindWhatGivesRights) {
     const std::string source = folder.write("source", "x");
     ASSERT_EQ(chmod(source.c_str(), 06755), 0);
     ASSERT_TRUE(velto::copyFile(source, folder.at("copy")));
-    EXPECT_EQ(FileManager::attributes(folder.at("copy")).value().mode, 0755U);
+    const auto attributes = FileManager::attributes(folder.at("copy"));
+    ASSERT_TRUE(attributes);
+    EXPECT_EQ(attributes->mode, 0755U);
 }
 
 TEST(CopyFile, CopiesALinkAsALink) {

@@ -38,7 +38,7 @@ std::optional<std::vector<Extent>> sharedExtents(const std::filesystem::path& pa
     std::uint64_t next = 0;
     bool isShared = file >= 0;
     while (isShared && next < size) {
-        *map = {};
+        std::fill(memory.begin(), memory.end(), 0);
         map->fm_start = next;
         map->fm_length = size - next;
         map->fm_flags = FIEMAP_FLAG_SYNC;
