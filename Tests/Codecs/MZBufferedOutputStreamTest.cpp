@@ -45,6 +45,7 @@ TEST(MZBufferedOutputStream, ShowsTheWrappedStreamAsItself) {
     stream.setDelegate(recorder);
     EXPECT_EQ(output->delegate().lock(), recorder);
     EXPECT_EQ(stream.delegate().lock(), recorder);
+    EXPECT_EQ(stream.hasSpaceAvailable(), output->hasSpaceAvailable());
     EXPECT_TRUE(stream.setProperty(1, "settable"));
     EXPECT_FALSE(stream.setProperty(1, "other"));
     write(stream, "held");

@@ -381,6 +381,28 @@ TEST(MZJSONDeserializer, TellsTheEncodingByTheFirstBytes) {
     }
 }
 
+TEST(MZJSONDeserializer, ReadsLongTextsAlikeAllWays) {
+    const struct {
+        std::string written;
+        std::string read;
+    } rows[] = {{"x", "x"},   {"é", "é"},    {"電", "電"},
+                {"😀", "😀"}, {"\\n", "\n"}, {"\\u20ac", "€"}};
+    for (const auto& row : rows) {
+        // About the size at which the reader's buffer grows, and beyond.
+        for (std::size_t count : {680U, 681U, 682U, 683U, 1022U, 1023U, 1024U, 2043U, 2044U, 2045U,
+                                  2046U, 2047U, 2048U, 9000U}) {
+            SCOPED_TRACE(row.written + " " + std::to_string(count));
+            std::string document = "[\"";
+            std::string expected;
+            for (; count != 0; --count) {
+                document += row.written;
+                expected += row.read;
+            }
+            EXPECT_EQ(readAllWays(document + "\"]").value, (Array{expected}));
+        }
+    }
+}
+
 TEST(MZJSONDeserializer, PassesTheStreamsErrorsOn) {
     const std::string document = "[" + std::string(20000, ' ') + "1]";
     for (const std::size_t bytes : {0U, 3U, 4U, 10000U}) {

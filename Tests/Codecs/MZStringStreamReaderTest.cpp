@@ -135,6 +135,13 @@ TEST(MZStringStreamReader, TheStreamsErrorPassesThrough) {
     EXPECT_EQ(outcome.code, -1);
     EXPECT_EQ(outcome.text, "The stream broke.");
     EXPECT_FALSE(outcome.atEnd);
+    // Between two blocks, inside a character.
+    for (const char* const character : {"é", "電", "😀"}) {
+        const Outcome broken = readAll(TextEncoding::utf8, std::string(8191, 'x') + character,
+                                       {{Chunks::never}, 8192});
+        EXPECT_EQ(broken.units.size(), 8191U) << character;
+        EXPECT_EQ(broken.text, "The stream broke.") << character;
+    }
 }
 
 TEST(MZStringStreamReader, GivesUpAtTheThousandAndFirstEmptyRead) {
@@ -180,6 +187,8 @@ TEST(MZStringStreamReader, PushingBackIsReadAgain) {
     latin.pushCharacter(u'é');
     ASSERT_EQ(latin.buffered().size(), 1U);
     EXPECT_EQ(latin.buffered()[0], 0xE9);
+    latin.pushCharacter(u'電');  // which Latin 1 has not
+    EXPECT_EQ(latin.buffered().size(), 1U);
 }
 
 TEST(MZStringStreamReader, PushingBackBeyondTheQueueLosesNothing) {

@@ -80,6 +80,13 @@ TEST(MZMD5Worker, HasNoDigestOfHalfAFile) {
         EXPECT_FALSE(worker->hasErrors());
         EXPECT_EQ(worker->workStatus(), MZWorkStatusCancelled);
     }
+    // The operation forgets a cancel that comes before it begins.
+    const auto worker = velto::make<MZMD5Worker>(file);
+    const velto::Observation observation =
+        worker->observe("statusMessage", [&](const velto::PropertyChange&) { worker->cancel(); });
+    worker->run();
+    EXPECT_EQ(worker->md5(), std::nullopt);
+    EXPECT_EQ(worker->completed(), 8192U);
 }
 
 TEST(MZFileCopyMD5Operation, DigestsWhatItCopies) {

@@ -303,6 +303,21 @@ TEST(VeltoVideoPackageBuilderWorker, CancelsAtAnyMoment) {
     std::cout << whole << " of 100 were built before\n";
 }
 
+TEST(VeltoVideoPackageBuilderWorker, CopiesOnceMoreUntilItIsCancelled) {
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("movie.mov", "video");
+    const auto builder = builderFor(video);
+    Error error;
+    for (const char* const copy : {"first", "second"}) {
+        EXPECT_EQ(builder->fileCopy(video, folder.at(copy), error), velto::Value(5));
+        EXPECT_EQ(contentsOfFile(folder.at(copy)), "video");
+    }
+    builder->cancel();
+    EXPECT_FALSE(builder->fileCopy(video, folder.at("third"), error));
+    EXPECT_EQ(error.localizedDescription(), "The user canceled the file copy.");
+    EXPECT_FALSE(FileManager::exists(folder.at("third")));
+}
+
 /// Several builds of one video at once: each gets a folder of its own.
 TEST(VeltoVideoPackageBuilderWorker, SharesNoFolderWithAnotherBuild) {
     const TemporaryDirectory folder;

@@ -1,4 +1,5 @@
 #include <VeltoConnectFoundation/Platform/CopyFile.h>
+#include <VeltoConnectFoundation/Platform/Export.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 
 #include <Tests/Support/FileBlocks.h>
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -111,6 +113,80 @@ SourceFile makeFile(const TemporaryDirectory& folder, std::mt19937_64& random, u
     close(file);
     return source;
 }
+
+/// What the system answers in place of copying, reading and writing, where the test says so; 0 for
+/// what it would have answered.
+struct Faults {
+    using Answer = int (*)(unsigned call, std::size_t& count);
+    Answer copy = nullptr;
+    Answer read = nullptr;
+    Answer write = nullptr;
+    Answer setAttribute = nullptr;
+    Answer getAttribute = nullptr;
+    unsigned calls[5] = {};
+};
+
+/// Set while nothing else runs.
+Faults* faults = nullptr;
+
+/// Whether there is a fault; `count` may have become less.
+bool hasFault(Faults::Answer Faults::*which, unsigned index, std::size_t& count) {
+    if (faults == nullptr || faults->*which == nullptr) {
+        return false;
+    }
+    errno = (faults->*which)(++faults->calls[index], count);
+    return errno != 0;
+}
+
+}  // namespace
+
+// The program's own come before the C library's.
+
+extern "C" {
+
+VELTO_EXPORT ssize_t copy_file_range(int from,
+                                     off64_t* fromOffset,
+                                     int to,
+                                     off64_t* toOffset,
+                                     std::size_t count,
+                                     unsigned flags) {
+    return hasFault(&Faults::copy, 0, count)
+               ? -1
+               : syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, count, flags);
+}
+
+VELTO_EXPORT ssize_t pread(int file, void* bytes, std::size_t count, off_t offset) {
+    return hasFault(&Faults::read, 1, count) ? -1
+                                             : syscall(SYS_pread64, file, bytes, count, offset);
+}
+
+VELTO_EXPORT ssize_t pwrite(int file, const void* bytes, std::size_t count, off_t offset) {
+    return hasFault(&Faults::write, 2, count) ? -1
+                                              : syscall(SYS_pwrite64, file, bytes, count, offset);
+}
+
+VELTO_EXPORT int fsetxattr(int file,
+                           const char* name,
+                           const void* value,
+                           std::size_t count,
+                           int flags) noexcept {
+    return hasFault(&Faults::setAttribute, 3, count)
+               ? -1
+               : static_cast<int>(syscall(SYS_fsetxattr, file, name, value, count, flags));
+}
+
+VELTO_EXPORT ssize_t fgetxattr(int file,
+                               const char* name,
+                               void* value,
+                               std::size_t count) noexcept {
+    return hasFault(&Faults::getAttribute, 4, count)
+               ? -1
+               : syscall(SYS_fgetxattr, file, name, value, count);
+}
+
+}  // extern "C"
+
+namespace {
 
 /// Compares bytes with those of a file, of which it reads no hole.
 class Comparison {
@@ -372,6 +448,82 @@ TEST(CopyFile, NoticesThatTheSourceBecameShorter) {
         Error error;
         EXPECT_FALSE(velto::copyFile(source, folder.at(withBytes ? "a" : "b"), observer, &error));
         EXPECT_THAT(error, IsError(velto::POSIXErrorDomain, EIO));
+    }
+}
+
+/// Whatever way the system copies by, and wherever that ends: the same bytes, or an error about the
+/// file that it was. Once as the kernel copies, once with an observer of bytes.
+TEST(CopyFile, BearsWhatTheSystemAnswers) {
+    const TemporaryDirectory folder;
+    const bool isClone = velto::testing::clonesFiles(folder.path());
+    std::string bytes(3 * mebibyte + 17, '\0');
+    std::mt19937_64 random(velto::testing::randomSeed());
+    fillWith(bytes, random);
+    const SourceFile source{folder.write("source", bytes)};
+    const bool hasNote = setxattr(source.path.c_str(), "user.note", "a note", 6, 0) == 0;
+    const Faults::Answer refused = [](unsigned, std::size_t&) { return EXDEV; };
+    const Faults::Answer brief = [](unsigned call, std::size_t& count) {
+        count = std::min<std::size_t>(count, 100'000);
+        return call % 3 == 0 ? EINTR : 0;
+    };
+    const Faults::Answer broken = [](unsigned call, std::size_t& count) {
+        count = std::min<std::size_t>(count, 100'000);
+        return call > 5 ? EIO : 0;
+    };
+    const Faults::Answer full = [](unsigned call, std::size_t&) { return call > 1 ? EDQUOT : 0; };
+    const Faults::Answer fullAtOnce = [](unsigned, std::size_t&) { return EDQUOT; };
+    const Faults::Answer grown = [](unsigned call, std::size_t&) { return call == 2 ? ERANGE : 0; };
+    const Faults::Answer vanished = [](unsigned, std::size_t&) { return ENODATA; };
+    const struct {
+        const char* name;
+        Faults faults;
+        int code;
+        bool isOfSource = false;
+        bool keepsNote = true;
+    } rows[] = {
+        {"the kernel does not copy", {.copy = refused}, 0},
+        {"the kernel copies little at once", {.copy = brief}, 0},
+        {"the kernel stops halfway", {.copy = broken}, 0},
+        {"it stops, and nothing can be read", {.copy = broken, .read = broken}, EIO, true},
+        {"little is read and written", {.copy = refused, .read = brief, .write = brief}, 0},
+        {"what was written is lost", {.copy = refused, .write = broken}, EIO},
+        {"no more may be written", {.copy = refused, .write = full}, EDQUOT},
+        {"no more may be copied", {.copy = fullAtOnce, .write = fullAtOnce}, EDQUOT},
+        {"an attribute does not fit", {.setAttribute = fullAtOnce}, hasNote ? EDQUOT : 0},
+        {"an attribute grows", {.getAttribute = grown}, 0},
+        {"an attribute vanishes", {.getAttribute = vanished}, 0, false, false},
+        {"an attribute cannot be read", {.getAttribute = fullAtOnce}, hasNote ? EDQUOT : 0, true},
+    };
+    for (const auto& row : rows) {
+        for (const bool withBytes : {false, true}) {
+            SCOPED_TRACE(row.name + std::string(withBytes ? ", with bytes" : ""));
+            const bool isOfData = row.faults.copy != nullptr;
+            if (isClone && isOfData) {
+                continue;  // A clone copies nothing.
+            }
+            const std::string copy = folder.at("copy");
+            CopyFileObserver observer;
+            if (withBytes) {
+                observer.bytes = [](const std::uint8_t*, std::size_t) { return true; };
+            }
+            Faults ours = row.faults;
+            Error error;
+            faults = &ours;
+            const bool isCopied = velto::copyFile(source.path, copy, observer, &error);
+            faults = nullptr;
+            EXPECT_EQ(isCopied, row.code == 0) << error.description();
+            EXPECT_EQ(error.code(), row.code);
+            if (isCopied) {
+                EXPECT_TRUE(haveSameBytes(copy, source.path));
+                EXPECT_EQ(Traits(copy).note == Traits(source.path).note, row.keepsNote || !hasNote);
+            } else {
+                EXPECT_TRUE(
+                    error.localizedDescription().starts_with(row.isOfSource ? source.path : copy))
+                    << error.localizedDescription();
+                EXPECT_EQ(FileManager::attributes(copy)->mode, 0600U);
+            }
+            ASSERT_TRUE(FileManager::remove(copy));
+        }
     }
 }
 

@@ -54,10 +54,8 @@ public:
         *place = byte;
         commit(place + 1);
     }
+    /// A keyword, a number or a character.
     void append(std::string_view bytes) {
-        for (; bytes.size() > capacity; bytes.remove_prefix(capacity)) {
-            append(bytes.substr(0, capacity));
-        }
         char* place = room(bytes.size());
         commit(std::copy(bytes.begin(), bytes.end(), place));
     }
@@ -259,11 +257,13 @@ const char* sliceEnd(const char* at, const char* end, std::ptrdiff_t length) noe
     if (end - at <= length) {
         return end;
     }
-    const char* cut = at + length;
-    for (int i = 0; i < 3 && (*cut & 0xC0) == 0x80; ++i) {
-        --cut;
+    const char* const cut = at + length;
+    for (int back = 0; back < 4; ++back) {
+        if ((cut[-back] & 0xC0) != 0x80) {
+            return cut - back;
+        }
     }
-    return cut;
+    return cut;  // No character is that long: what stands there belongs to none.
 }
 
 void Writer::writeString(std::string_view string) {
