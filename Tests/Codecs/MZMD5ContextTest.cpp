@@ -98,8 +98,8 @@ TEST(MZMD5Context, ASystemWithoutTheAlgorithmIsAnError) {
 
 TEST(MZMD5Context, AgreesWithAnotherImplementationHoweverTheBytesAreCut) {
     std::mt19937_64 random(velto::testing::randomSeed());
-    for (int round = 0; round < 10000; ++round) {
-        std::string bytes(random() % 700, '\0');
+    for (std::size_t round = 0; round < 10000; ++round) {
+        std::string bytes(round < 300 ? round : random() % 700, '\0');
         for (char& byte : bytes) {
             byte = static_cast<char>(random());
         }

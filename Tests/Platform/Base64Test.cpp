@@ -1,5 +1,4 @@
 #include <VeltoConnectFoundation/Platform/Base64.h>
-#include <VeltoConnectFoundation/Platform/Digest.h>
 
 #include <gtest/gtest.h>
 
@@ -9,7 +8,6 @@ namespace {
 
 using velto::Base64Form;
 using velto::decodeBase64;
-using velto::Digest;
 using velto::encodeBase64;
 
 TEST(Base64, FormsOfTheSameBytes) {
@@ -70,30 +68,6 @@ TEST(Base64, RandomBytesComeBackAcrossTheBlocksOfTheLibraryBelow) {
         const auto back = decodeBase64(encodeBase64(bytes, form), form);
         ASSERT_TRUE(back.has_value());
         EXPECT_TRUE(back->view() == bytes);
-    }
-}
-
-TEST(Digest, KnownValuesHoweverTheyArePieced) {
-    const struct {
-        Digest::Algorithm algorithm;
-        const char* text;
-        const char* expected;
-    } rows[] = {
-        {Digest::Algorithm::md5, "", "d41d8cd98f00b204e9800998ecf8427e"},
-        {Digest::Algorithm::md5, "message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-        {Digest::Algorithm::sha1, "abc", "a9993e364706816aba3e25717850c26c9cd0d89d"},
-        {Digest::Algorithm::sha256, "abc",
-         "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(velto::hexadecimal(Digest::of(row.algorithm, row.text)->view()), row.expected);
-        Digest pieces(row.algorithm);
-        for (const char* c = row.text; *c != '\0'; ++c) {
-            EXPECT_TRUE(pieces.update(c, 1));
-        }
-        EXPECT_EQ(velto::hexadecimal(pieces.finish()->view()), row.expected);
-        EXPECT_FALSE(pieces.update("more"));
-        EXPECT_FALSE(pieces.finish().has_value());
     }
 }
 

@@ -3,12 +3,14 @@
 #include <openssl/evp.h>
 
 #include <array>
+#include <utility>
 
 namespace velto {
 
 namespace {
 
-/// Looked up once: a look-up costs more than the digest of a short text.
+/// Looked up once: a look-up costs more than the digest of a short text. None where the system
+/// forbids the algorithm, which goes for our own MD5 too.
 const EVP_MD* fetched(Digest::Algorithm algorithm) {
     static const std::array<const EVP_MD*, 3> algorithms = {
         EVP_MD_fetch(nullptr, "MD5", nullptr), EVP_MD_fetch(nullptr, "SHA1", nullptr),
@@ -31,30 +33,52 @@ Digest::Digest(Algorithm algorithm) {
     if (type == nullptr) {
         return;
     }
-    context_.reset(EVP_MD_CTX_new());
-    if (isValid() && EVP_DigestInit_ex(contextOf(context_.get()), type, nullptr) != 1) {
-        context_.reset();
+    if (algorithm == Algorithm::md5) {
+        context_.emplace<detail::MD5>();
+        return;
+    }
+    Context context(EVP_MD_CTX_new());
+    if (context && EVP_DigestInit_ex(contextOf(context.get()), type, nullptr) == 1) {
+        context_ = std::move(context);
     }
 }
 
 Digest::~Digest() = default;
-Digest::Digest(Digest&&) noexcept = default;
-Digest& Digest::operator=(Digest&&) noexcept = default;
+
+Digest::Digest(Digest&& other) noexcept
+    : context_(std::exchange(other.context_, std::monostate())) {
+}
+
+Digest& Digest::operator=(Digest&& other) noexcept {
+    context_ = std::exchange(other.context_, std::monostate());
+    return *this;
+}
 
 bool Digest::update(const void* bytes, std::size_t length) {
-    if (isValid() && EVP_DigestUpdate(contextOf(context_.get()), bytes, length) != 1) {
-        context_.reset();
+    if (auto* md5 = std::get_if<detail::MD5>(&context_)) {
+        md5->update(static_cast<const std::uint8_t*>(bytes), length);
+    } else if (auto* context = std::get_if<Context>(&context_);
+               context != nullptr &&
+               EVP_DigestUpdate(contextOf(context->get()), bytes, length) != 1) {
+        context_ = std::monostate();
     }
     return isValid();
 }
 
 std::optional<Data> Digest::finish() {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
+    auto used = std::exchange(context_, std::monostate());
+    if (auto* md5 = std::get_if<detail::MD5>(&used)) {
+        const auto digest = md5->finish();
+        return Data(digest.data(), digest.size());
+    }
+    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes;
     unsigned length = 0;
-    const bool done =
-        isValid() && EVP_DigestFinal_ex(contextOf(context_.get()), bytes.data(), &length) == 1;
-    context_.reset();
-    return done ? std::optional(Data(bytes.data(), length)) : std::nullopt;
+    if (auto* context = std::get_if<Context>(&used);
+        context != nullptr &&
+        EVP_DigestFinal_ex(contextOf(context->get()), bytes.data(), &length) == 1) {
+        return Data(bytes.data(), length);
+    }
+    return std::nullopt;
 }
 
 std::optional<Data> Digest::of(Algorithm algorithm, std::string_view bytes) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VeltoConnectFoundation/Platform/MD5.h>
 #include <VeltoConnectFoundation/Platform/Value.h>
 
 #include <cstdint>
@@ -7,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 
 namespace velto {
 
@@ -21,7 +23,7 @@ public:
     Digest(Digest&&) noexcept;
     Digest& operator=(Digest&&) noexcept;
 
-    bool isValid() const noexcept { return context_ != nullptr; }
+    bool isValid() const noexcept { return context_.index() != 0; }
     /// False, then and ever after, when the digest cannot go on.
     bool update(const void* bytes, std::size_t length);
     bool update(std::string_view bytes) { return update(bytes.data(), bytes.size()); }
@@ -34,7 +36,9 @@ private:
     struct ContextDeleter {
         void operator()(void* context) const noexcept;
     };
-    std::unique_ptr<void, ContextDeleter> context_;
+    using Context = std::unique_ptr<void, ContextDeleter>;
+
+    std::variant<std::monostate, detail::MD5, Context> context_;  ///< Nothing when not valid.
 };
 
 /// Two lower-case digits a byte.
