@@ -1,4 +1,4 @@
-// Base64 text with any flags: the tolerant reader and the strict one agree where both read, the two
+// Base64 text with any flags: the tolerant reader and the strict one agree where both read, the
 // ways of the core agree, and what is written reads back.
 
 #include <VeltoConnectFoundation/Codecs/MZBase64Coder.h>
@@ -21,15 +21,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view view(text.data(), text.size());
 
     std::vector<std::uint8_t> plain(text.size() / 4 * 3);
-    std::vector<std::uint8_t> fast(plain.size());
     const bool skips = (choice & MZBase64AcceptsLineFeed) != 0;
     const auto taken =
         velto::detail::plainBase64Blocks().decode(text.data(), text.size(), skips, plain.data());
-    const auto fastTaken =
-        velto::detail::base64Blocks().decode(text.data(), text.size(), skips, fast.data());
-    require(fastTaken.characters == taken.characters && fastTaken.bytes == taken.bytes);
-    require(std::equal(plain.begin(), plain.begin() + static_cast<std::ptrdiff_t>(taken.bytes),
-                       fast.begin()));
+    for (const auto* blocks :
+         {velto::detail::avx2Base64Blocks(), velto::detail::avx512Base64Blocks()}) {
+        if (blocks != nullptr) {
+            std::vector<std::uint8_t> fast(text.size() / 4 * 3);
+            const auto fastTaken = blocks->decode(text.data(), text.size(), skips, fast.data());
+            require(fastTaken.characters == taken.characters && fastTaken.bytes == taken.bytes);
+            require(std::equal(plain.begin(),
+                               plain.begin() + static_cast<std::ptrdiff_t>(taken.bytes),
+                               fast.begin()));
+        }
+    }
 
     MZBase64Coder coder;
     coder.setFlags((choice & 0x1eU) | ((choice & 0x20U) != 0 ? MZBase64AcceptsAll : 0) |
