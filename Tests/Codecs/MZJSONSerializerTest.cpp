@@ -1,6 +1,5 @@
 #include <Tests/Support/ChunkedStream.h>
 #include <Tests/Support/RandomSeed.h>
-#include <VeltoConnectFoundation/Codecs/MZBufferedOutputStream.h>
 #include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
 #include <VeltoConnectFoundation/Codecs/MZJSONSerializer.h>
 #include <VeltoConnectFoundation/Codecs/MZStringStreamReader.h>
@@ -308,28 +307,6 @@ TEST(MZJSONSerializer, AMillionValuesAreReadBack) {
         const std::string again = written(fromMemory);
         ASSERT_EQ(written(MZJSONDeserializer().deserializeJSONData(velto::Data(again + "  "))),
                   again);
-    }
-}
-
-TEST(MZJSONSerializer, TheBytesAreTheSameHoweverAStreamTakesThem) {
-    std::mt19937_64 random(velto::testing::randomSeed());
-    RandomTree trees(random);
-    for (int round = 0; round < 200; ++round) {
-        Array value;
-        for (int i = 0; i < 30; ++i) {
-            value.append(trees.value(6));
-        }
-        const std::string text = written(value);
-        const auto stream = std::make_shared<ChunkedOutputStream>(
-            Chunks{{1 + random() % 5, random() % 3, random() % 9000}});
-        MZBufferedOutputStream buffered(stream, 1 + random() % 100);
-        ASSERT_FALSE(MZJSONSerializer().serializeToJSON(value, buffered));
-        buffered.close();
-        ASSERT_EQ(stream->written(), text);
-        for (const TextEncoding encoding :
-             {TextEncoding::utf16BigEndian, TextEncoding::utf16LittleEndian}) {
-            ASSERT_EQ(velto::decodeText(written(value, encoding), encoding), text);
-        }
     }
 }
 

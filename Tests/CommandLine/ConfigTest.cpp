@@ -12,8 +12,7 @@ class ConfigTest : public VeltoTest {
 protected:
     /// What a command prints, without the line feed.
     std::string answer(const Strings& arguments) const {
-        Child child = velto(arguments);
-        child.finish();
+        const Child child = finished(arguments);
         EXPECT_EQ(child.exitCode, 0) << child.all();
         EXPECT_EQ(child.errors, "");
         return child.output.substr(0, child.output.find_last_not_of('\n') + 1);
@@ -85,8 +84,7 @@ TEST_F(ConfigTest, WhatCannotBeSetIsRefused) {
         SCOPED_TRACE(row.said);
         Strings words{"config", "set"};
         words.insert(words.end(), row.words.begin(), row.words.end());
-        Child child = velto(words);
-        child.finish();
+        const Child child = finished(words);
         EXPECT_EQ(child.exitCode, 2) << child.all();
         EXPECT_THAT(child.errors, HasSubstr(row.said));
     }

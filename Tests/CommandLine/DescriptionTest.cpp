@@ -23,8 +23,7 @@ TEST_F(DescriptionTest, EveryCommandHasHelpWithExamples) {
             at = end + 1;
         }
         words.emplace_back("--help");
-        Child child = velto(words);
-        child.finish();
+        const Child child = finished(words);
         EXPECT_EQ(child.exitCode, 0);
         EXPECT_THAT(child.output, HasSubstr("velto " + text));
         EXPECT_THAT(child.output, HasSubstr(command->run == nullptr ? "Commands\n" : "Examples\n"));
@@ -34,8 +33,7 @@ TEST_F(DescriptionTest, EveryCommandHasHelpWithExamples) {
 }
 
 TEST_F(DescriptionTest, TheManualPageTellsEverything) {
-    Child child = velto({"man"});
-    child.finish();
+    const Child child = finished({"man"});
     ASSERT_EQ(child.exitCode, 0);
     for (const velto::cli::Command* command : velto::cli::allCommands())
         EXPECT_THAT(child.output, HasSubstr("velto " + std::string(command->name)));
@@ -55,8 +53,7 @@ TEST_F(DescriptionTest, TheManualPageTellsEverything) {
 TEST_F(DescriptionTest, CompletionsMentionEveryCommandAndOption) {
     for (const char* shell : {"bash", "zsh", "fish"}) {
         SCOPED_TRACE(shell);
-        Child child = velto({"completion", shell});
-        child.finish();
+        const Child child = finished({"completion", shell});
         ASSERT_EQ(child.exitCode, 0);
         for (const velto::cli::Command* command : velto::cli::allCommands()) {
             EXPECT_THAT(child.output, HasSubstr(command->lastWord()));
@@ -67,8 +64,7 @@ TEST_F(DescriptionTest, CompletionsMentionEveryCommandAndOption) {
 }
 
 TEST_F(DescriptionTest, BashCompletesCommandsOptionsAndValues) {
-    Child script = velto({"completion", "bash"});
-    script.finish();
+    const Child script = finished({"completion", "bash"});
     write(folder / "velto.bash", script.output);
     const struct {
         const char* line;  ///< The last word is being typed.

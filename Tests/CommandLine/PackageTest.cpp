@@ -30,8 +30,8 @@ protected:
 
 TEST_F(PackageTest, WhatIsCreatedHoldsAndIsTakenByTheStore) {
     write(folder / "Ünser Film.mov", std::string(3'000'000, 'v'));
-    Child made = velto(create(folder / "Ünser Film.mov", {"--asset", "trailer", "--json"}));
-    made.finish();
+    const Child made =
+        finished(create(folder / "Ünser Film.mov", {"--asset", "trailer", "--json"}));
     ASSERT_EQ(made.exitCode, 0) << made.all();
     EXPECT_EQ(made.errors, "");
     const Json result = objectsOf(made.output).back();
@@ -40,8 +40,7 @@ TEST_F(PackageTest, WhatIsCreatedHoldsAndIsTakenByTheStore) {
     EXPECT_EQ(result["assetType"], "preview");
     EXPECT_EQ(result["size"], 3'000'000);
 
-    Child inspected = velto({"package", "inspect", package + "/", "--json"});
-    inspected.finish();
+    const Child inspected = finished({"package", "inspect", package + "/", "--json"});
     EXPECT_EQ(inspected.exitCode, 0) << inspected.all();
     const Json found = objectsOf(inspected.output).back();
     EXPECT_EQ(found["holds"], true);
@@ -50,12 +49,10 @@ TEST_F(PackageTest, WhatIsCreatedHoldsAndIsTakenByTheStore) {
     EXPECT_EQ(found["files"][0]["md5"], result["md5"]);
     EXPECT_EQ(found["files"][0]["name"], "Ünser Film.mov");
 
-    Child verified = velto(job("verify", package));
-    verified.finish();
+    const Child verified = finished(job("verify", package));
     EXPECT_EQ(verified.exitCode, 0) << verified.all();
 
-    Child again = velto(create(folder / "Ünser Film.mov"));
-    again.finish();
+    const Child again = finished(create(folder / "Ünser Film.mov"));
     EXPECT_THAT(again.output,
                 AllOf(HasSubstr("Copying media to the package…\n"),
                       HasSubstr("Generated package: " + package.substr(0, package.size() - 6) +
@@ -100,8 +97,7 @@ TEST_F(PackageTest, RefusesWhatNoPackageCanBeMadeOf) {
         {{"package", "mend"}, 2, "no command"},
     };
     for (const auto& row : rows) {
-        Child child = velto(row.arguments);
-        child.finish();
+        const Child child = finished(row.arguments);
         SCOPED_TRACE(child.all());
         EXPECT_EQ(child.exitCode, row.exitCode) << row.said;
         EXPECT_THAT(child.errors, HasSubstr(row.said));
@@ -165,12 +161,10 @@ TEST_F(PackageTest, InspectTellsWhatDoesNotHold) {
         SCOPED_TRACE(row.name);
         write(folder / "P.velmp/first.mov", row.content);
         write(folder / "P.velmp/metadata.xml", row.metadata);
-        Child text = velto({"package", "inspect", folder / "P.velmp"});
-        text.finish();
+        const Child text = finished({"package", "inspect", folder / "P.velmp"});
         EXPECT_EQ(text.exitCode, 1);
         EXPECT_THAT(text.errors, HasSubstr(row.said));
-        Child json = velto({"package", "inspect", folder / "P.velmp", "--json"});
-        json.finish();
+        const Child json = finished({"package", "inspect", folder / "P.velmp", "--json"});
         EXPECT_EQ(json.exitCode, 1);
         const Json result = objectsOf(json.output).back();
         EXPECT_EQ(result["outcome"], "failed");
@@ -179,8 +173,7 @@ TEST_F(PackageTest, InspectTellsWhatDoesNotHold) {
     write(folder / "P.velmp/first.mov", "first file\n");
     write(folder / "P.velmp/metadata.xml", metadata(good));
     write(folder / "P.velmp/stranger", "?");
-    Child fine = velto({"package", "inspect", folder / "P.velmp"});
-    fine.finish();
+    const Child fine = finished({"package", "inspect", folder / "P.velmp"});
     EXPECT_EQ(fine.exitCode, 0) << fine.all();
     EXPECT_THAT(fine.output, AllOf(HasSubstr("11 bytes"), HasSubstr("does not tell of stranger")));
 }

@@ -63,8 +63,7 @@ TEST_F(SecretsTest, NoOutputAndNoLogHoldsOne) {
             Strings words = job("verify", package, form.options);
             words.insert(words.end(), style.begin(), style.end());
             words.insert(words.end(), {"--log-file", folder / "log"});
-            Child child = velto(words);
-            child.finish();
+            const Child child = finished(words);
             EXPECT_NE(child.exitCode, 0);
             Child command = velto([&] {
                 Strings shown{"tool",  "command", "verify",
@@ -122,8 +121,7 @@ TEST_F(SecretsTest, NoProcessShowsOne) {
 
 TEST_F(SecretsTest, TheToolGetsTheSecretOnlyInItsOwnVariable) {
     useScenario("record=" + (folder / "record").string() + "\nrecord-values=yes\n");
-    Child child = velto(job("verify", makePackage()));
-    child.finish();
+    const Child child = finished(job("verify", makePackage()));
     ASSERT_EQ(child.exitCode, 0) << child.all();
     const Json variables = Json::parse(contentOf(folder / "record"))["environment"];
     EXPECT_FALSE(variables.contains("VELTO_PASSWORD"));

@@ -1,4 +1,3 @@
-#include <CommandLine/Text.h>
 #include <Tests/CommandLine/VeltoFixture.h>
 
 #include <gmock/gmock.h>
@@ -53,19 +52,6 @@ TEST_F(TerminalTest, AnUploadIsOneLiveLineThatGoesAway) {
     EXPECT_EQ(linesOf(child.screen.substr(cleared)).size(), 1U) << child.screen;
     EXPECT_THAT(child.screen.substr(cleared), HasSubstr("Uploaded package to the Velto Store."));
     EXPECT_EQ(std::ranges::count(child.screen, '\n'), 1);
-}
-
-TEST_F(TerminalTest, TheLiveLineKeepsToTheWindow) {
-    const std::string package = makeLargePackage(4);
-    for (const unsigned short columns : std::initializer_list<unsigned short>{20, 40, 80, 132}) {
-        SCOPED_TRACE(columns);
-        TerminalChild child = veltoOnTerminal(job("verify", package), columns);
-        child.finish();
-        const Strings lines = drawnLines(child.screen);
-        EXPECT_GE(lines.size(), 2U);
-        for (const std::string& line : lines)
-            EXPECT_LE(velto::cli::columnsOf(line), columns) << line;
-    }
 }
 
 TEST_F(TerminalTest, ColoursCanBeForbidden) {

@@ -165,6 +165,9 @@ protected:
     Child velto(const Strings& arguments) const {
         return Child(velto::testing::veltoProgram(), arguments, environment);
     }
+    Child finished(const Strings& arguments) const {
+        return Child(Child::ToItsEnd(), velto::testing::veltoProgram(), arguments, environment);
+    }
     TerminalChild veltoOnTerminal(const Strings& arguments, unsigned short columns = 100) const {
         return TerminalChild(velto::testing::veltoProgram(), arguments, environment, columns);
     }

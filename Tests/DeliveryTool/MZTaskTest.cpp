@@ -111,12 +111,6 @@ TEST_F(MZTaskTest, FolderAndEnvironmentReachTheChild) {
                                                   folder.path().string() + "\n")));
 }
 
-TEST_F(MZTaskTest, TheDescriptionHidesSecrets) {
-    const auto child = task("ShowsItself", {"-u", "me", "-p", "secret"});
-    EXPECT_EQ(child->description(),
-              childProgram("ShowsItself").string() + " -u me -p **hidden value**");
-}
-
 TEST_F(MZTaskTest, WhatCannotBeLaunchedSaysWhatAndWhy) {
     const auto child = task("ShowsItself");
     child->setLaunchPath("/nowhere/tool");

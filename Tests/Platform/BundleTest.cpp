@@ -1,6 +1,5 @@
 #include <VeltoConnectFoundation/Platform/Bundle.h>
 #include <VeltoConnectFoundation/Platform/ProcessInfo.h>
-#include <VeltoConnectFoundation/Platform/UUID.h>
 #include <VeltoConnectFoundation/Platform/Version.h>
 
 #include <Tests/Support/Paths.h>
@@ -12,8 +11,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <regex>
-#include <set>
 
 namespace {
 
@@ -99,16 +96,6 @@ TEST(ProcessInfo, TellsTheSystemInOneLineAndTheEnvironmentByName) {
     ASSERT_EQ(setenv("VELTO_TEST_VARIABLE", "a=b", 1), 0);
     EXPECT_EQ(ProcessInfo::environment()["VELTO_TEST_VARIABLE"].string(), "a=b");
     unsetenv("VELTO_TEST_VARIABLE");
-}
-
-TEST(UUID, IsRandomAndOfVersionFour) {
-    const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-    std::set<std::string> seen;
-    for (int i = 0; i < 200; ++i) {
-        const std::string text = velto::UUID::random();
-        EXPECT_TRUE(std::regex_match(text, form)) << text;
-        EXPECT_TRUE(seen.insert(text).second);
-    }
 }
 
 }  // namespace

@@ -114,18 +114,6 @@ TEST_F(LocalizedTextDeathTest, NumbersFollowTheUserLocaleOnlyWhereAskedFor) {
     EXPECT_EXIT(report(), ::testing::ExitedWithCode(0), "de_DE 1234,50 1234.50\n");
 }
 
-TEST(Locale, KnowsDecimalSeparators) {
-    struct Row {
-        const char* locale;
-        const char* separator;
-    };
-    for (const Row& row : {Row{"en_US_POSIX", "."}, Row{"en_GB", "."}, Row{"fr_FR", ","},
-                           Row{"fa_IR", "٫"}, Row{"no such locale", "."}, Row{"", "."}}) {
-        SCOPED_TRACE(row.locale);
-        EXPECT_EQ(velto::decimalSeparatorForLocale(row.locale), row.separator);
-    }
-}
-
 TEST(Locale, WritesIntegersInTheDigitsOfTheLocale) {
     EXPECT_EQ(velto::integerTextForLocale(-1234567, "de_DE"), "-1234567");
     EXPECT_EQ(velto::integerTextForLocale(120, "fa_IR"), "۱۲۰");

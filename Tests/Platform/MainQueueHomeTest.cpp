@@ -112,16 +112,5 @@ TEST(MainQueueHome, WorkThatNobodyDispatchesIsReportedOnce) {
     EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("velto::MainQueue::runOnOwnThread()")));
 }
 
-TEST(MainQueueHome, AThreadOfItsOwnIsChosenBeforeTheFirstUse) {
-    if (testing::ranInFreshProcess()) {
-        return;
-    }
-    EXPECT_FALSE(MainQueue::isMainThread());
-    MainQueue::runOnOwnThread();
-    MainQueue::runOnOwnThread();
-    const std::thread::id caller = std::this_thread::get_id();
-    MainQueue::shared().sync([&] { EXPECT_NE(std::this_thread::get_id(), caller); });
-}
-
 }  // namespace
 }  // namespace velto

@@ -19,7 +19,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <future>
 #include <random>
 #include <thread>
 #include <utility>
@@ -228,27 +227,6 @@ TEST_F(ProcessTest, NoPipesAreAnError) {
     EXPECT_THAT(error, IsError(POSIXErrorDomain, EMFILE));
 }
 
-TEST_F(ProcessTest, EndsAreToldAsTheyWere) {
-    const testing::TemporaryDirectory folder;
-    const struct {
-        ProcessLaunch launch;
-        ProcessExit end;
-    } rows[] = {
-        {child("PlaysTranscript", {folder.write("0", "x 0\n")}), exited(0)},
-        {child("PlaysTranscript", {folder.write("42", "x 42\n")}), exited(42)},
-        {child("DiesBySignal", {std::to_string(SIGKILL)}), killed(SIGKILL)},
-        {child("DiesBySignal", {std::to_string(SIGSEGV)}), killed(SIGSEGV)},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.launch.arguments.front());
-        process = Process::make();
-        receiver = std::make_shared<Receiver>();
-        run(row.launch);
-        EXPECT_EQ(receiver->end, row.end);
-        EXPECT_EQ(process->exitStatus(), row.end);
-    }
-}
-
 TEST_F(ProcessTest, BothPipesAreReadWhileBothAreFlooded) {
     constexpr std::size_t size = 20'000'000;
     run(child("FloodsBothPipes", {std::to_string(size)}));
@@ -348,26 +326,17 @@ TEST_F(ProcessTest, OutputForAThreadThatHasEndedIsDropped) {
 
 TEST_F(ProcessTest, ASerialQueueReceivesInOrderToo) {
     const auto queue = SerialQueue::make("process test");
-    std::promise<void> ended;
-    class Ending final : public ProcessDelegate {
-    public:
-        explicit Ending(std::promise<void>& promise) : promise_(promise) {}
-        void processDidReport(ProcessStream, const ChannelReport& report) override {
-            bytes += report.block.length();
-        }
-        void processDidTerminate(const ProcessExit&) override { promise_.set_value(); }
-        std::size_t bytes = 0;
-
-    private:
-        std::promise<void>& promise_;
-    };
-    const auto delegate = std::make_shared<Ending>(ended);
     ASSERT_TRUE(process->launch(child("FloodsBothPipes", {"3000000"}),
-                                std::shared_ptr<Queue>(queue), delegate));
+                                std::shared_ptr<Queue>(queue), receiver));
     process->waitUntilExit();
     EXPECT_FALSE(process->isRunning());
-    ended.get_future().wait();
-    EXPECT_EQ(delegate->bytes, 6'000'000U);
+    ASSERT_TRUE(waitUntil([&] {
+        bool hasEnded = false;
+        queue->sync([&] { hasEnded = receiver->end.has_value(); });
+        return hasEnded;
+    }));
+    EXPECT_TRUE(receiver->isOrdered);
+    EXPECT_EQ(receiver->output.size() + receiver->error.size(), 6'000'000U);
 }
 
 TEST_F(ProcessTest, AStatusThatTheHostTookIsAFailure) {

@@ -45,17 +45,6 @@ TEST(XMLDocument, ReadsATree) {
     EXPECT_EQ(errors[1]->child("missing"), nullptr);
 }
 
-TEST(XMLDocument, KnowsTheCommonEncodings) {
-    const std::string_view utf16("\xff\xfe<\0a\0>\0\xe9\0<\0/\0a\0>\0", 18);
-    for (const std::string_view text :
-         {std::string_view("\xef\xbb\xbf<a>\xc3\xa9</a>"), utf16,
-          std::string_view("<?xml version='1.0' encoding='ISO-8859-1'?><a>\xe9</a>")}) {
-        const auto document = XMLDocument::parse(text);
-        ASSERT_TRUE(document.has_value());
-        EXPECT_EQ(document->root().text(), "é");
-    }
-}
-
 TEST(XMLDocument, IsStrictAndItsErrorsHoldNothingOfTheText) {
     for (const std::string& text :
          {std::string(), std::string(" "), std::string("canary"), std::string("<canary>"),

@@ -13,8 +13,7 @@ class PackageCheckTest : public SandboxTest {};
 }  // namespace
 
 TEST_F(PackageCheckTest, TellsTheProgressOfAGoodPackage) {
-    Child run = tool(arguments("verify", makePackage()));
-    run.finish();
+    const Child run = finishedTool(arguments("verify", makePackage()));
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.errors, "");
     const std::string start = R"(JSON: {"messageType":"VerifyProgress","description":)";
@@ -126,8 +125,7 @@ TEST_F(PackageCheckTest, ReportsEveryDamage) {
             write(package / "metadata.xml", row.metadata);
         row.damage(package);
         for (const char* mode : {"verify", "upload"}) {
-            Child run = tool(arguments(mode, package));
-            run.finish();
+            const Child run = finishedTool(arguments(mode, package));
             EXPECT_EQ(run.exitCode, row.codes.empty() ? 0 : 1) << run.all();
             const Strings block = errorBlock(run.errors);
             ASSERT_EQ(block.size(), row.codes.size()) << run.all();
@@ -170,8 +168,7 @@ TEST_F(PackageCheckTest, AcceptsWhatMakePackageMakes) {
     EXPECT_EQ(run.finish().exitCode, 0) << run.all();
 
     write(folder / "out/A&B_1.velmp/it's <A> & \"B\" (1).mov", "second!");
-    Child damaged = tool(arguments("verify", folder / "out/A&B_1.velmp"));
-    damaged.finish();
+    const Child damaged = finishedTool(arguments("verify", folder / "out/A&B_1.velmp"));
     ASSERT_EQ(errorBlock(damaged.errors).size(), 1u);
     EXPECT_NE(errorBlock(damaged.errors)[0].find("(-24108): it's <A> & \"B\" (1).mov"),
               std::string::npos)

@@ -59,6 +59,15 @@ public:
         pipes_[1] = {err[0], POLLIN, 0};
     }
 
+    struct ToItsEnd {};
+    Child(ToItsEnd,
+          const std::filesystem::path& program,
+          const Strings& arguments,
+          Environment environment)
+        : Child(program, arguments, std::move(environment)) {
+        finish();
+    }
+
     Child(const Child&) = delete;
 
     ~Child() {
@@ -236,9 +245,13 @@ protected:
                 "-v", "eXtreme"};
     }
 
-    Child tool(const Strings& words) const {
-        return Child(velto::testing::sandboxFolder() / "velm/bin/VelmDrovan", words, environment);
+    Child tool(const Strings& words) const { return Child(toolProgram, words, environment); }
+    Child finishedTool(const Strings& words) const {
+        return Child(Child::ToItsEnd(), toolProgram, words, environment);
     }
+
+    const std::filesystem::path toolProgram =
+        velto::testing::sandboxFolder() / "velm/bin/VelmDrovan";
 
     std::filesystem::path folder;
     Environment environment;

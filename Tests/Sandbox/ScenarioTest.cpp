@@ -73,8 +73,7 @@ TEST_F(ScenarioTest, TheCommandLineIsReadAsDocumented) {
         Strings words = row.words;
         if (row.exitCode == 0)
             words.insert(words.begin(), good.begin(), good.end());
-        Child run = tool(words);
-        run.finish();
+        const Child run = finishedTool(words);
         EXPECT_EQ(run.exitCode, row.exitCode) << run.all();
         EXPECT_NE((run.output + run.errors).find(row.said + "\n"), std::string::npos) << run.all();
         EXPECT_EQ(run.output.find(unknown) != std::string::npos, row.said.starts_with(unknown));

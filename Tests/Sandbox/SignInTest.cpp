@@ -40,8 +40,7 @@ protected:
             for (const char* mode : {"verify", "upload"}) {
                 Strings words{"-m", mode, "-f", package};
                 words.insert(words.end(), row.credentials.begin(), row.credentials.end());
-                Child run = tool(words);
-                run.finish();
+                const Child run = finishedTool(words);
                 EXPECT_EQ(run.exitCode, row.code ? 1 : 0) << run.all();
                 const Strings block = errorBlock(run.errors);
                 if (row.code == 0) {

@@ -74,8 +74,7 @@ TEST_F(UploadTest, DeliversAndReports) {
     const auto package = makePackage();
     Strings words = arguments("upload", package);
     words.insert(words.end(), {"-t", "Signiant", "-k", "100000"});
-    Child run = tool(words);
-    run.finish();
+    const Child run = finishedTool(words);
     ASSERT_EQ(run.exitCode, 0) << run.all();
     expectDelivered(package, "V1");
     const std::string size = std::to_string(std::filesystem::file_size(package / "metadata.xml"));
@@ -132,8 +131,7 @@ TEST_F(UploadTest, SkipsWhatTheStoreHasAndReplacesTheRest) {
 TEST_F(UploadTest, StartsAgainWhereItBrokeOff) {
     useScenario("restart=0@transfer:10\nrestart=0@transfer:60\n");
     const auto package = makeLargePackage(8);
-    Child run = tool(arguments("upload", package));
-    run.finish();
+    const Child run = finishedTool(arguments("upload", package));
     ASSERT_EQ(run.exitCode, 0) << run.all();
     const Progress progress(run.output);
     EXPECT_EQ(progress.restarts, 2);
@@ -160,8 +158,7 @@ TEST_F(UploadTest, IsAloneWithItsPackageAndLeavesNothingWhenToldToEnd) {
     ASSERT_TRUE(first.readUntil("hanging"));
     EXPECT_TRUE(std::filesystem::exists(incoming("LARGE")));
     environment["VELM_SANDBOX_SCENARIO"] = "";
-    Child second = tool(words);
-    second.finish();
+    const Child second = finishedTool(words);
     EXPECT_EQ(second.exitCode, 1);
     EXPECT_NE(second.errors.find("(-24203)"), std::string::npos) << second.all();
     kill(first.pid, SIGTERM);
