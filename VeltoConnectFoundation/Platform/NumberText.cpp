@@ -14,6 +14,38 @@ bool isDigit(char character) noexcept {
     return character >= '0' && character <= '9';
 }
 
+bool isBlank(char character) noexcept {
+    return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
+/// A sign, then digits; saturates at the ends of the type.
+template <class T>
+T leadingWhole(std::string_view text) noexcept {
+    text = withoutLeadingBlanks(text);
+    const bool negative = !text.empty() && text.front() == '-';
+    if (!text.empty() && (negative || text.front() == '+')) {
+        text.remove_prefix(1);
+    }
+    std::uint64_t size = 0;
+    for (; !text.empty() && isDigit(text.front()); text.remove_prefix(1)) {
+        const auto digit = static_cast<std::uint64_t>(text.front() - '0');
+        if (size > (std::numeric_limits<std::uint64_t>::max() - digit) / 10) {
+            size = std::numeric_limits<std::uint64_t>::max();
+            break;
+        }
+        size = size * 10 + digit;
+    }
+    constexpr auto highest = static_cast<std::uint64_t>(std::numeric_limits<T>::max());
+    if (negative) {
+        if constexpr (std::is_signed_v<T>) {
+            return size > highest ? std::numeric_limits<T>::min() : -static_cast<T>(size);
+        } else {
+            return 0;
+        }
+    }
+    return size > highest ? std::numeric_limits<T>::max() : static_cast<T>(size);
+}
+
 /// Whether a decimal beyond the range of doubles is beyond its upper end. `text` is a well-formed
 /// number without sign, and not zero.
 bool overflows(std::string_view text) noexcept {
@@ -48,6 +80,21 @@ bool overflows(std::string_view text) noexcept {
 }
 
 }  // namespace
+
+std::string_view withoutLeadingBlanks(std::string_view text) noexcept {
+    while (!text.empty() && isBlank(text.front())) {
+        text.remove_prefix(1);
+    }
+    return text;
+}
+
+std::int64_t leadingSigned(std::string_view text) noexcept {
+    return leadingWhole<std::int64_t>(text);
+}
+
+std::uint64_t leadingUnsigned(std::string_view text) noexcept {
+    return leadingWhole<std::uint64_t>(text);
+}
 
 std::string numberText(double number) {
     if (std::isnan(number)) {

@@ -3,6 +3,7 @@
 #include <VeltoConnectFoundation/Platform/Export.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -23,5 +24,10 @@ struct LeadingDouble {
 /// Reads as strtod does in the C locale, but neither blanks, hexadecimal forms nor names: beyond
 /// the range the value is infinite, below it a zero or a denormal.
 VELTO_EXPORT_INTERNAL LeadingDouble leadingDouble(std::string_view text) noexcept;
+
+std::string_view withoutLeadingBlanks(std::string_view text) noexcept;  ///< Those of ASCII.
+/// The integer that a text begins with, after such blanks; 0 when there is none; saturates.
+std::int64_t leadingSigned(std::string_view text) noexcept;
+std::uint64_t leadingUnsigned(std::string_view text) noexcept;
 
 }  // namespace velto

@@ -1,5 +1,7 @@
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
 
+#include <VeltoConnectFoundation/Platform/NumberText.h>
+
 #include <unicode/uchar.h>
 #include <unicode/ucnv.h>
 
@@ -625,28 +627,7 @@ std::string replaceAll(std::string_view text, std::string_view what, std::string
 }
 
 std::int64_t leadingInteger(std::string_view text) noexcept {
-    text = trimmed(text);
-    const bool isNegative = text.starts_with('-');
-    if (isNegative || text.starts_with('+')) {
-        text.remove_prefix(1);
-    }
-    constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-    std::int64_t number = 0;  // kept negative, where there is room for one more
-    for (const char digit : text) {
-        if (digit < '0' || digit > '9') {
-            break;
-        }
-        const std::int64_t value = digit - '0';
-        if (number < (lowest + value) / 10) {
-            number = lowest;
-            break;
-        }
-        number = number * 10 - value;
-    }
-    if (isNegative) {
-        return number;
-    }
-    return number == lowest ? std::numeric_limits<std::int64_t>::max() : -number;
+    return leadingSigned(trimmed(text));
 }
 
 }  // namespace velto

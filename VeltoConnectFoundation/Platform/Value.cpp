@@ -62,49 +62,6 @@ struct CanonicalNumber {
     }
 };
 
-bool isBlank(char character) noexcept {
-    return character == ' ' || (character >= '\t' && character <= '\r');
-}
-
-bool isDigit(char character) noexcept {
-    return character >= '0' && character <= '9';
-}
-
-std::string_view withoutLeadingBlanks(std::string_view text) noexcept {
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    return text;
-}
-
-/// A sign, then digits; saturates at the ends of the type.
-template <class T>
-T leadingWhole(std::string_view text) noexcept {
-    text = withoutLeadingBlanks(text);
-    const bool negative = !text.empty() && text.front() == '-';
-    if (!text.empty() && (negative || text.front() == '+')) {
-        text.remove_prefix(1);
-    }
-    std::uint64_t size = 0;
-    for (; !text.empty() && isDigit(text.front()); text.remove_prefix(1)) {
-        const auto digit = static_cast<std::uint64_t>(text.front() - '0');
-        if (size > (std::numeric_limits<std::uint64_t>::max() - digit) / 10) {
-            size = std::numeric_limits<std::uint64_t>::max();
-            break;
-        }
-        size = size * 10 + digit;
-    }
-    constexpr auto highest = static_cast<std::uint64_t>(std::numeric_limits<T>::max());
-    if (negative) {
-        if constexpr (std::is_signed_v<T>) {
-            return size > highest ? std::numeric_limits<T>::min() : -static_cast<T>(size);
-        } else {
-            return 0;
-        }
-    }
-    return size > highest ? std::numeric_limits<T>::max() : static_cast<T>(size);
-}
-
 bool leadingTruth(std::string_view text) noexcept {
     text = withoutLeadingBlanks(text);
     if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
@@ -526,7 +483,7 @@ std::int64_t Value::integerValue() const noexcept {
         case ValueKind::doubleFloat:
             return truncated<std::int64_t>(doubleValue(), -twoTo63, twoTo63);
         case ValueKind::string:
-            return leadingWhole<std::int64_t>(string());
+            return leadingSigned(string());
         default:
             return 0;
     }
@@ -540,7 +497,7 @@ std::uint64_t Value::unsignedValue() const noexcept {
         case ValueKind::doubleFloat:
             return truncated<std::uint64_t>(doubleValue(), 0, twoTo64);
         case ValueKind::string:
-            return leadingWhole<std::uint64_t>(string());
+            return leadingUnsigned(string());
         default: {
             const std::int64_t number = integerValue();
             return number < 0 ? 0 : static_cast<std::uint64_t>(number);
