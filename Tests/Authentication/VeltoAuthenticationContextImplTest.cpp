@@ -208,38 +208,22 @@ TEST_F(AuthenticationContext, AnIssuerAloneSignsNothing) {
 }
 
 TEST_F(AuthenticationContext, AnAccountSendsItsOwnHeadersAndThoseOfItsSession) {
+    const Dictionary own{{"X-Zarnet-App-Info", "service"},
+                         {"X-Zarnet-I-Identity-Id", "alt"},
+                         {"X-Zarnet-PM-Token", "pm"}};
+    const Dictionary device{{"X-Vny-Device-Id", "device"}, {"X-Vny-Client-Info", "client"}};
+    const Dictionary session{{"X-Vny-Device-Id", "from session"},
+                             {"X-Session-For", "https://store.invalid"}};
     const struct {
         const char* name;
         const char* deviceID;
         const char* clientInfo;
         bool hasSession;
-        Dictionary expected;
+        Dictionary more;
     } rows[] = {
-        {"all",
-         "device",
-         "client",
-         false,
-         {{"X-Zarnet-App-Info", "service"},
-          {"X-Zarnet-I-Identity-Id", "alt"},
-          {"X-Zarnet-PM-Token", "pm"},
-          {"X-Vny-Device-Id", "device"},
-          {"X-Vny-Client-Info", "client"}}},
-        {"no device",
-         "",
-         "",
-         false,
-         {{"X-Zarnet-App-Info", "service"},
-          {"X-Zarnet-I-Identity-Id", "alt"},
-          {"X-Zarnet-PM-Token", "pm"}}},
-        {"session",
-         "device",
-         "",
-         true,
-         {{"X-Zarnet-App-Info", "service"},
-          {"X-Zarnet-I-Identity-Id", "alt"},
-          {"X-Zarnet-PM-Token", "pm"},
-          {"X-Vny-Device-Id", "from session"},
-          {"X-Session-For", "https://store.invalid"}}},
+        {"all", "device", "client", false, device},
+        {"no device", "", "", false, {}},
+        {"session", "device", "", true, session},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -253,8 +237,9 @@ TEST_F(AuthenticationContext, AnAccountSendsItsOwnHeadersAndThoseOfItsSession) {
             Context::contextWithServiceID("service", row.deviceID, "alt", "pm", row.clientInfo, {});
         KVZarnetIDSession::setFactory({});
         context->setHttpHeaders({{"Not", "sent"}});
-        EXPECT_EQ(context->httpHeadersForURLRequest({.url = "https://store.invalid"}),
-                  row.expected);
+        Dictionary expected = own;
+        expected.merge(row.more);
+        EXPECT_EQ(context->httpHeadersForURLRequest({.url = "https://store.invalid"}), expected);
         EXPECT_EQ(context->canHSA2Authenticate(), *row.deviceID != '\0' && *row.clientInfo != '\0');
 
         EXPECT_FALSE(context->handleResponse({.statusCode = 200}, {}));

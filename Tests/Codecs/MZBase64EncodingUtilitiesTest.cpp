@@ -58,39 +58,20 @@ TEST(MZBase64EncodingUtilities, ChecksWhatItReads) {
     constexpr std::string_view gzip = "MZCompressionUtiltitiesErrorDomain";
     const std::string neither =
         "The content dictionary has no text under “GzipContent” or “Content”.";
+    const std::string wrong =
+        "Actual checksum (900150983cd24fb0d6963f7d28e17f72) did not match expected checksum (0).";
+    const std::string header = "Unable to perform compression action: incorrect header check (-3)";
+    const std::string memory = "Unable to perform compression action: General memory error (-4)";
+    const std::string blank = "Illegal base64 input character: 0x20 ( )";
+    const Dictionary capitals{{"Checksum", "900150983CD24FB0D6963F7D28E17F72"},
+                              {"Content", "YWJj"}};
     const Row rows[] = {
-        {"checksum in capitals",
-         {{"Checksum", "900150983CD24FB0D6963F7D28E17F72"}, {"Content", "YWJj"}},
-         "abc",
-         {},
-         0,
-         {}},
+        {"checksum in capitals", capitals, "abc", {}, 0, {}},
         {"no checksum", {{"Content", "YWJj"}}, "abc", {}, 0, {}},
-        {"wrong checksum",
-         {{"Checksum", "0"}, {"Content", "YWJj"}},
-         {},
-         base64,
-         -17001,
-         "Actual checksum (900150983cd24fb0d6963f7d28e17f72) did not match expected checksum "
-         "(0)."},
-        {"not base64",
-         {{"Content", "YW Jj"}},
-         {},
-         base64,
-         -17001,
-         "Illegal base64 input character: 0x20 ( )"},
-        {"gzip first",
-         {{"Content", "YWJj"}, {"GzipContent", "YWJj"}},
-         {},
-         gzip,
-         -3,
-         "Unable to perform compression action: incorrect header check (-3)"},
-        {"above the limit",
-         *large,
-         {},
-         gzip,
-         -4,
-         "Unable to perform compression action: General memory error (-4)"},
+        {"wrong checksum", {{"Checksum", "0"}, {"Content", "YWJj"}}, {}, base64, -17001, wrong},
+        {"not base64", {{"Content", "YW Jj"}}, {}, base64, -17001, blank},
+        {"gzip first", {{"Content", "YWJj"}, {"GzipContent", "YWJj"}}, {}, gzip, -3, header},
+        {"above the limit", *large, {}, gzip, -4, memory},
         {"neither content", {{"Checksum", abc}}, {}, base64, -17003, neither},
         {"nothing", {}, {}, base64, -17003, neither},
         {"content of another kind", {{"Content", 5}}, {}, base64, -17003, neither},

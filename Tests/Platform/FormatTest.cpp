@@ -188,21 +188,13 @@ TEST(Format, FloatingNumbersReadAsTheCLibraryPrintsThem) {
     const std::uint64_t seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     Generator generator(seed);
-    const std::vector<double> special{0.0,
-                                      -0.0,
-                                      1.0,
-                                      0.5,
-                                      2.5,
-                                      0.125,
-                                      9.995,
-                                      999999.5,
-                                      1e15,
-                                      1e23,
-                                      std::numeric_limits<double>::max(),
-                                      std::numeric_limits<double>::min(),
-                                      std::numeric_limits<double>::infinity(),
-                                      -std::numeric_limits<double>::infinity(),
-                                      std::numeric_limits<double>::quiet_NaN()};
+    using Limits = std::numeric_limits<double>;
+    const double infinity = Limits::infinity();
+    const double most = Limits::max();
+    const double least = Limits::min();
+    const double none = Limits::quiet_NaN();
+    const std::vector<double> special{0.0,  -0.0, 1.0,  0.5,   2.5,      0.125,     9.995, 999999.5,
+                                      1e15, 1e23, most, least, infinity, -infinity, none};
     for (int round = 0; round < 20000; ++round) {
         double number = 0;
         switch (generator.below(3)) {

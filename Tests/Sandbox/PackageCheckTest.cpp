@@ -40,13 +40,37 @@ TEST_F(PackageCheckTest, ReportsEveryDamage) {
                                std::string digest = {}) {
         return metadata(fileElement(name, size, digest.empty() ? md5 : digest));
     };
+    using Codes = std::vector<int>;
     struct Row {
         const char* name;
         std::string metadata;  ///< Empty: left as it is.
         std::function<void(const std::filesystem::path&)> damage;
-        std::vector<int> codes;
+        Codes codes;
     };
     const auto nothing = [](const auto&) {};
+    using Package = const std::filesystem::path&;
+    const auto remove = [](const char* name) {
+        return [name](Package p) { std::filesystem::remove_all(p / name); };
+    };
+    const auto put = [this](const char* name, const char* text) {
+        return [this, name, text](Package p) { write(p / name, text); };
+    };
+    const auto link = [](Package p) {
+        std::filesystem::rename(p / "first.mov", p / "../first.mov");
+        std::filesystem::create_symlink("../first.mov", p / "first.mov");
+    };
+    const auto pipe = [](Package p) {
+        std::filesystem::remove(p / "first.mov");
+        mkfifo((p / "first.mov").c_str(), 0600);
+    };
+    const auto several = [&](Package p) {
+        std::filesystem::remove(p / "first.mov");
+        write(p / "empty.mov", "not empty");
+    };
+    const std::string most = "9223372036854775807";
+    const std::string entities =
+        "<!DOCTYPE p [<!ENTITY a \"b\">]><package version=\"film2.3\">&a;</package>";
+    const std::string first = fileElement("first.mov", "11", md5);
     const std::vector<Row> rows{
         {"sound", described("first.mov"), nothing, {}},
         {"upper-case digest",
@@ -54,68 +78,31 @@ TEST_F(PackageCheckTest, ReportsEveryDamage) {
          nothing,
          {}},
         {"escaped name", described("first&#46;mov"), nothing, {}},
-        {"unknown element", metadata("<x/>" + fileElement("first.mov", "11", md5)), nothing, {}},
-        {"a name with dots",
-         described("Wait...mov"),
-         [&](const auto& p) { write(p / "Wait...mov", "first file\n"); },
-         {}},
-        {"no metadata",
-         {},
-         [](const auto& p) { std::filesystem::remove(p / "metadata.xml"); },
-         {-24102}},
-        {"no package", {}, [](const auto& p) { std::filesystem::remove_all(p); }, {-24101}},
+        {"unknown element", metadata("<x/>" + first), nothing, {}},
+        {"a name with dots", described("Wait...mov"), put("Wait...mov", "first file\n"), {}},
+        {"no metadata", {}, remove("metadata.xml"), {-24102}},
+        {"no package", {}, remove(""), {-24101}},
         {"cut off", described("first.mov").substr(0, 200), nothing, {-24103}},
         {"bare ampersand", described("a&b.mov"), nothing, {-24103}},
-        {"entities",
-         "<!DOCTYPE p [<!ENTITY a \"b\">]><package version=\"film2.3\">&a;</package>",
-         nothing,
-         {-24103}},
-        {"other version",
-         "<package version=\"film9\"/>",
-         nothing,
-         {-24104, -24104, -24104, -24104, -24104}},
+        {"entities", entities, nothing, {-24103}},
+        {"other version", "<package version=\"film9\"/>", nothing, Codes(5, -24104)},
         {"no files", metadata(""), nothing, {-24104}},
         {"path", described("../first.mov"), nothing, {-24105}},
         {"absolute path", described("/etc/passwd"), nothing, {-24105}},
         {"parent", described(".."), nothing, {-24105}},
         {"control character", described("a&#10;b"), nothing, {-24105}},
-        {"described twice",
-         metadata(fileElement("first.mov", "11", md5) + fileElement("first.mov", "11", md5)),
-         nothing,
-         {-24104}},
+        {"described twice", metadata(first + first), nothing, {-24104}},
         {"size no number", described("first.mov", "11 bytes"), nothing, {-24104}},
         {"sizes beyond a count",
-         metadata(fileElement("a", "9223372036854775807", md5) +
-                  fileElement("b", "9223372036854775807", md5)),
+         metadata(fileElement("a", most, md5) + fileElement("b", most, md5)),
          nothing,
          {-24104}},
         {"digest cut", described("first.mov", "11", "ef59"), nothing, {-24104}},
         {"other size", described("first.mov", "12"), nothing, {-24107}},
-        {"one byte changed",
-         {},
-         [&](const auto& p) { write(p / "first.mov", "first filE\n"); },
-         {-24108}},
-        {"symbolic link",
-         {},
-         [](const auto& p) {
-             std::filesystem::rename(p / "first.mov", p / "../first.mov");
-             std::filesystem::create_symlink("../first.mov", p / "first.mov");
-         },
-         {-24109}},
-        {"named pipe",
-         {},
-         [](const auto& p) {
-             std::filesystem::remove(p / "first.mov");
-             mkfifo((p / "first.mov").c_str(), 0600);
-         },
-         {-24109}},
-        {"several at once",
-         {},
-         [&](const auto& p) {
-             std::filesystem::remove(p / "first.mov");
-             write(p / "empty.mov", "not empty");
-         },
-         {-24106, -24107}},
+        {"one byte changed", {}, put("first.mov", "first filE\n"), {-24108}},
+        {"symbolic link", {}, link, {-24109}},
+        {"named pipe", {}, pipe, {-24109}},
+        {"several at once", {}, several, {-24106, -24107}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

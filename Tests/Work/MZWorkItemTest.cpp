@@ -57,56 +57,58 @@ private:
     velto::NotificationObservation observation_;
 };
 
+/// An item, and all that is told of it.
+struct Watched {
+    explicit Watched(std::function<void(FunctionWorker&)> work)
+        : item(MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>(std::move(work)))),
+          completions(*item) {
+        item->setDelegate(delegate);
+    }
+    std::shared_ptr<MZWorkItem> item;
+    std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+    Completions completions;
+};
+
 TEST(WorkItem, RunsOnceAndCompletesOnce) {
     int runs = 0;
-    auto item = MZWorkItem::itemWithWorker(
-        std::make_shared<FunctionWorker>([&](FunctionWorker&) { ++runs; }));
-    auto delegate = std::make_shared<RecordingDelegate>();
-    item->setDelegate(delegate);
-    Completions completions(*item);
+    Watched watched([&](FunctionWorker&) { ++runs; });
+    const auto& item = watched.item;
     item->main();
     item->main();
     item->cancel();
     EXPECT_EQ(runs, 1);
-    EXPECT_EQ(completions.count(), 1);
-    EXPECT_THAT(delegate->statuses, ElementsAre(Status::running, Status::completed));
+    EXPECT_EQ(watched.completions.count(), 1);
+    EXPECT_THAT(watched.delegate->statuses, ElementsAre(Status::running, Status::completed));
     EXPECT_LT(item->startSequence(), item->endSequence());
 }
 
 TEST(WorkItem, CancellingAPendingItemPostsOnce) {
     int runs = 0;
-    auto item = MZWorkItem::itemWithWorker(
-        std::make_shared<FunctionWorker>([&](FunctionWorker&) { ++runs; }));
-    auto delegate = std::make_shared<RecordingDelegate>();
-    item->setDelegate(delegate);
-    Completions completions(*item);
+    Watched watched([&](FunctionWorker&) { ++runs; });
+    const auto& item = watched.item;
     item->cancel();
     item->cancel();
     item->main();
     EXPECT_EQ(runs, 0);
-    EXPECT_EQ(completions.count(), 1);
+    EXPECT_EQ(watched.completions.count(), 1);
     EXPECT_EQ(item->status(), Status::cancelled);
     EXPECT_EQ(item->percentComplete(), 100);
     EXPECT_EQ(item->endSequence(), 0U);
     EXPECT_TRUE(item->completeTime());
-    EXPECT_THAT(delegate->statuses, ElementsAre(Status::cancelled));
+    EXPECT_THAT(watched.delegate->statuses, ElementsAre(Status::cancelled));
 }
 
 TEST(WorkItem, ACancelWhileRunningStaysCancelled) {
-    std::weak_ptr<MZWorkItem> self;
-    auto item =
-        MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>([&](FunctionWorker& worker) {
-            self.lock()->cancel();
-            EXPECT_TRUE(worker.isCancelled());
-            EXPECT_FALSE(self.lock()->completeTime()) << "it completes when the worker returns";
-        }));
-    self = item;
-    auto delegate = std::make_shared<RecordingDelegate>();
-    item->setDelegate(delegate);
-    Completions completions(*item);
-    item->main();
-    EXPECT_EQ(completions.count(), 1);
-    EXPECT_THAT(delegate->statuses, ElementsAre(Status::running, Status::cancelled));
+    MZWorkItem* self = nullptr;
+    Watched watched([&](FunctionWorker& worker) {
+        self->cancel();
+        EXPECT_TRUE(worker.isCancelled());
+        EXPECT_FALSE(self->completeTime()) << "it completes when the worker returns";
+    });
+    self = watched.item.get();
+    self->main();
+    EXPECT_EQ(watched.completions.count(), 1);
+    EXPECT_THAT(watched.delegate->statuses, ElementsAre(Status::running, Status::cancelled));
 }
 
 TEST(WorkItem, SwallowsPlatformExceptionsAndPassesOthersOn) {

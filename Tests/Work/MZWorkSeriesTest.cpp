@@ -40,6 +40,15 @@ public:
     CountDown ended{1};
 };
 
+/// Runs a series to its end, and gives back who watched it.
+std::shared_ptr<Owner> runToItsEnd(MZWorkSeries& series) {
+    auto owner = std::make_shared<Owner>();
+    series.setDelegate(owner);
+    series.start();
+    EXPECT_TRUE(owner->ended.wait());
+    return owner;
+}
+
 TEST(WorkSeries, RunsItsItemsInOrder) {
     std::string order;
     auto series =
@@ -48,10 +57,7 @@ TEST(WorkSeries, RunsItsItemsInOrder) {
                       order += 'c';
                       self.addWarning("w");
                   })});
-    auto owner = std::make_shared<Owner>();
-    series->setDelegate(owner);
-    series->start();
-    ASSERT_TRUE(owner->ended.wait());
+    const auto owner = runToItsEnd(*series);
     EXPECT_EQ(order, "abc");
     EXPECT_THAT(owner->statuses, ElementsAre(Status::running, Status::completed));
     EXPECT_EQ(series->warnings().size(), 1U);
@@ -65,10 +71,7 @@ TEST(WorkSeries, StopsAtTheFirstItemThatFails) {
     auto series =
         seriesOf({worker(), worker([](FunctionWorker& self) { self.addErrorMessage("broken"); }),
                   worker([&](FunctionWorker&) { ran = true; })});
-    auto owner = std::make_shared<Owner>();
-    series->setDelegate(owner);
-    series->start();
-    ASSERT_TRUE(owner->ended.wait());
+    runToItsEnd(*series);
     EXPECT_FALSE(ran);
     EXPECT_EQ(series->status(), Status::completed);
     EXPECT_EQ(series->workItems()[2]->status(), Status::cancelled);
@@ -138,22 +141,16 @@ TEST(WorkSeries, CountsProgressOverAllItems) {
                             worker()});
     self = series;
     EXPECT_EQ(series->percentComplete(), 0);
-    auto owner = std::make_shared<Owner>();
-    series->setDelegate(owner);
-    series->start();
-    ASSERT_TRUE(owner->ended.wait());
+    runToItsEnd(*series);
     EXPECT_EQ(percent, 62.5);
 }
 
 TEST(WorkSeries, AnItemThatWasCancelledBeforehandStopsIt) {
     bool ran = false;
     auto series = seriesOf({worker(), worker(), worker([&](FunctionWorker&) { ran = true; })});
-    auto owner = std::make_shared<Owner>();
-    series->setDelegate(owner);
     series->workItems()[1]->setDelegate({});
     series->workItems()[1]->cancel();
-    series->start();
-    ASSERT_TRUE(owner->ended.wait());
+    runToItsEnd(*series);
     EXPECT_FALSE(ran);
     EXPECT_TRUE(series->isCancelled());
 }
@@ -257,10 +254,7 @@ public:
 
 TEST(WorkSeries, CollectsTheOutcomesOfServiceCalls) {
     auto series = seriesOf({worker(), std::make_shared<CallingWorker>()});
-    auto owner = std::make_shared<Owner>();
-    series->setDelegate(owner);
-    series->start();
-    ASSERT_TRUE(owner->ended.wait());
+    runToItsEnd(*series);
     EXPECT_EQ(series->httpStatusCodes(), velto::Array{(velto::Dictionary{{"lookup", 503}})});
     EXPECT_EQ(series->httpHeaders()[0]["lookup"]["Retry-After"].string(), "5");
 }
