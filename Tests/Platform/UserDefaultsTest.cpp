@@ -78,33 +78,22 @@ TEST_F(UserDefaultsTest, ADeclaredKeyReadsAsItsKindFromEveryLayer) {
 
 TEST_F(UserDefaultsTest, TheFirstLayerThatHoldsAKeyWins) {
     const std::string key = "TestRemote";
+    const auto only = [&key](const Value& value) { return Dictionary{{key, value}}; };
     EXPECT_EQ(defaults_.layer(key), SettingLayer::none);
     const struct {
         SettingLayer layer;
         std::function<void(const Value&)> set;
     } rows[] = {
-        {SettingLayer::registered,
-         [&](const Value& v) {
-             defaults_.registerDefaults({{key, v}});
-         }},
-        {SettingLayer::priority,
-         [&](const Value& v) {
-             defaults_.setPriorityDefaults({{key, v}});
-         }},
+        {SettingLayer::registered, [&](const Value& v) { defaults_.registerDefaults(only(v)); }},
+        {SettingLayer::priority, [&](const Value& v) { defaults_.setPriorityDefaults(only(v)); }},
         {SettingLayer::user,
          [&](const Value& v) {
              const auto file =
                  folder_.write("c.toml", key + " = '" + std::string(v.string()) + "'");
              EXPECT_TRUE(defaults_.loadUserFile(file));
          }},
-        {SettingLayer::environment,
-         [&](const Value& v) {
-             defaults_.setEnvironment({{key, v}});
-         }},
-        {SettingLayer::arguments,
-         [&](const Value& v) {
-             defaults_.setArguments({{key, v}});
-         }},
+        {SettingLayer::environment, [&](const Value& v) { defaults_.setEnvironment(only(v)); }},
+        {SettingLayer::arguments, [&](const Value& v) { defaults_.setArguments(only(v)); }},
     };
     for (const auto& row : rows) {
         const std::string text = "value of layer " + std::to_string(static_cast<int>(row.layer));

@@ -19,10 +19,17 @@ std::shared_ptr<MZWorkSeries> typed(std::shared_ptr<MZWorkSeries> series, std::i
     return series;
 }
 
-TEST(WorkSeriesManager, ThrottlesByType) {
+/// A manager, and who counts the ends of its series down.
+std::pair<std::shared_ptr<MZWorkSeriesManager>, std::shared_ptr<EndCounter>> countingManager(
+    std::size_t count) {
     auto manager = velto::make<MZWorkSeriesManager>();
-    auto counter = std::make_shared<EndCounter>(3);
+    auto counter = std::make_shared<EndCounter>(count);
     manager->setDelegate(counter);
+    return {manager, counter};
+}
+
+TEST(WorkSeriesManager, ThrottlesByType) {
+    const auto [manager, counter] = countingManager(3);
     manager->setThrottle(1, 5);
     Gate mayEnd;
     auto first = typed(seriesOf({worker([&](FunctionWorker&) { mayEnd.wait(); })}), 5);
@@ -42,9 +49,7 @@ TEST(WorkSeriesManager, ThrottlesByType) {
 }
 
 TEST(WorkSeriesManager, AWiderThrottleStartsWhatItAllows) {
-    auto manager = velto::make<MZWorkSeriesManager>();
-    auto counter = std::make_shared<EndCounter>(3);
-    manager->setDelegate(counter);
+    const auto [manager, counter] = countingManager(3);
     manager->setThrottle(0, 5);
     for (int i = 0; i < 3; ++i) {
         manager->submitWork(typed(seriesOf({worker()}), 5));
@@ -56,9 +61,7 @@ TEST(WorkSeriesManager, AWiderThrottleStartsWhatItAllows) {
 }
 
 TEST(WorkSeriesManager, ACancelledPendingSeriesBlocksNothing) {
-    auto manager = velto::make<MZWorkSeriesManager>();
-    auto counter = std::make_shared<EndCounter>(3);
-    manager->setDelegate(counter);
+    const auto [manager, counter] = countingManager(3);
     manager->setThrottle(1, 5);
     Gate mayEnd;
     bool ran = false;
@@ -97,9 +100,7 @@ TEST(WorkSeriesManager, RemembersOneMoreThanItsMaximum) {
 }
 
 TEST(WorkSeriesManager, CancelsAllWorkAndKeepsTheThrottleUntilItHasEnded) {
-    auto manager = velto::make<MZWorkSeriesManager>();
-    auto counter = std::make_shared<EndCounter>(2);
-    manager->setDelegate(counter);
+    const auto [manager, counter] = countingManager(2);
     manager->setThrottle(1, 5);
     Gate running;
     Gate mayEnd;
@@ -125,9 +126,7 @@ TEST(WorkSeriesManager, CancelsAllWorkAndKeepsTheThrottleUntilItHasEnded) {
 }
 
 TEST(WorkSeriesManager, ASeriesThatIsSubmittedTwiceCountsOnce) {
-    auto manager = velto::make<MZWorkSeriesManager>();
-    auto counter = std::make_shared<EndCounter>(2);
-    manager->setDelegate(counter);
+    const auto [manager, counter] = countingManager(2);
     Gate mayEnd;
     auto twice = typed(seriesOf({worker([&](FunctionWorker&) { mayEnd.wait(); })}), 5);
     manager->submitWork(twice);
@@ -142,10 +141,8 @@ TEST(WorkSeriesManager, ASeriesThatIsSubmittedTwiceCountsOnce) {
 }
 
 TEST(WorkSeriesManager, ManyEmptySeriesBehindAThrottleEndInALoop) {
-    auto manager = velto::make<MZWorkSeriesManager>();
     constexpr std::size_t count = 100'000;
-    auto counter = std::make_shared<EndCounter>(count);
-    manager->setDelegate(counter);
+    const auto [manager, counter] = countingManager(count);
     manager->setThrottle(0, 5);
     for (std::size_t i = 0; i < count; ++i) {
         manager->submitWork(typed(seriesOf({}), 5));
