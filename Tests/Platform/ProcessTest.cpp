@@ -11,7 +11,6 @@
 #include <Tests/Support/WaitUntil.h>
 
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -206,25 +205,6 @@ TEST_F(ProcessTest, WhatCannotBeStartedSaysWhy) {
 TEST_F(ProcessTest, ASecondLaunchRaises) {
     run(child("ShowsItself"));
     EXPECT_THROW(launch(child("ShowsItself")), Exception);
-}
-
-TEST_F(ProcessTest, NoPipesAreAnError) {
-    // A sanitizer checks each class once by means of a pipe of its own: now, by another failure.
-    ProcessLaunch nowhere = child("ShowsItself");
-    nowhere.folder = "/no/such/folder";
-    Error error;
-    EXPECT_FALSE(process->launch(nowhere, RunLoop::current(), receiver, &error));
-    process.reset();
-    EXPECT_THAT(std::exchange(error, Error()), IsError(POSIXErrorDomain, ENOENT));
-
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{0, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    const auto pipeless = Process::make(&error);
-    setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_EQ(pipeless, nullptr);
-    EXPECT_THAT(error, IsError(POSIXErrorDomain, EMFILE));
 }
 
 TEST_F(ProcessTest, BothPipesAreReadWhileBothAreFlooded) {
