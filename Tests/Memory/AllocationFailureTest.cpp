@@ -254,7 +254,6 @@ TEST(AllocationFailure, OfTheBinaryCodecs) {
     };
     const std::string zlib = "Unable to perform compression action: insufficient memory (-4)";
     const std::string memory = "Unable to perform compression action: General memory error (-4)";
-    const std::string digest = "Unable to initialize the MD5 context.";
     const Operation operations[] = {
         {"encode base64",
          [&](Error& error) {
@@ -289,33 +288,31 @@ TEST(AllocationFailure, OfTheBinaryCodecs) {
              return textOfContent(
                  MZBase64EncodingUtilities::defaultUtilities().encodedData(data, &error));
          },
-         {zlib, memory, digest}},
+         {zlib, memory}},
         {"encode a file",
          [&](Error& error) {
              return textOfContent(
                  MZBase64EncodingUtilities::defaultUtilities().encodedFileAtPath(file, &error));
          },
-         {zlib, memory, digest}},
-        {"decode content", decode(*content), {memory, digest}},
-        {"decode content with a wrong checksum", decode(wrong), {memory, digest}},
-        {"MD5 of data",
-         [&](Error& error) { return MZMD5Operation::md5ForData(data, &error); },
-         {digest}},
+         {zlib, memory}},
+        {"decode content", decode(*content), {memory}},
+        {"decode content with a wrong checksum", decode(wrong), {memory}},
+        {"MD5 of data", [&](Error& error) { return MZMD5Operation::md5ForData(data, &error); }, {}},
         {"MD5 of a string",
          [&](Error& error) {
              return MZMD5Operation::md5ForString("été, a longer text", TextEncoding::utf16, &error);
          },
-         {digest}},
+         {}},
         {"MD5 of a stream",
          [&](Error& error) {
              const auto stream = velto::InputStream::withData(data);
              stream->open();
              return MZMD5Operation::md5ForStream(stream.get(), &error);
          },
-         {digest}},
+         {}},
         {"MD5 of a file",
          [&](Error& error) { return MZMD5Operation::md5ForFilename(file, &error); },
-         {digest}},
+         {}},
         {"fill a byte queue",
          [&](Error&) {
              MZSimpleCByteQueue* const queue = MZByteQueueCreate(100);
@@ -383,7 +380,7 @@ TEST(AllocationFailure, OfCopiesAndPackages) {
              error = operation->copyToPath(copied);
              return operation->md5();
          },
-         {state, memory, "Unable to initialize the MD5 context."},
+         {state, memory},
          removeCopy},
         {"build a package",
          [&](Error& error) {
