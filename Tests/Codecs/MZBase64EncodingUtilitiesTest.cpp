@@ -1,12 +1,15 @@
 #include <Tests/Support/IsError.h>
+#include <Tests/Support/RandomSeed.h>
 #include <Tests/Support/ScopedUserDefaults.h>
 #include <Tests/Support/TemporaryDirectory.h>
+#include <VeltoConnectFoundation/Codecs/MZBase64Coder.h>
 #include <VeltoConnectFoundation/Codecs/MZBase64EncodingUtilities.h>
 #include <VeltoConnectFoundation/Codecs/MZCompressionUtilities.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 
@@ -38,6 +41,69 @@ TEST(MZBase64EncodingUtilities, HoldsTheChecksumAndOneContent) {
     EXPECT_EQ((*content)["Checksum"].string(), abc);
     EXPECT_TRUE((*content)["GzipContent"].string().starts_with("H4sI"));
     EXPECT_TRUE((*content)["GzipContent"].string().ends_with("\n"));
+}
+
+std::string noise(std::mt19937_64& random, std::size_t length) {
+    std::string bytes(length, '\0');
+    std::ranges::generate(bytes, [&] { return static_cast<char>(random()); });
+    return bytes;
+}
+
+TEST(MZBase64EncodingUtilities, PiecesMakeNoDifference) {
+    std::mt19937_64 random(velto::testing::randomSeed());
+    const velto::testing::TemporaryDirectory folder;
+    const MZBase64Coder coder;
+    // About the size of a piece, and several; of what shrinks, and what does not.
+    for (const std::size_t length : {49151U, 49152U, 49153U, 98304U, 300001U}) {
+        for (const std::string& bytes : {noise(random, length), std::string(length, 'x')}) {
+            SCOPED_TRACE(length);
+            const Data data{std::string_view(bytes)};
+            const auto gzipped = MZCompressionUtilities::defaultUtilities().gzipDeflate(data);
+            ASSERT_TRUE(gzipped);
+            const auto plain = plainUtilities().encodedData(data);
+            const auto compressed = MZBase64EncodingUtilities::defaultUtilities().encodedData(data);
+            ASSERT_TRUE(plain && compressed);
+            EXPECT_TRUE((*plain)["Content"].string() ==
+                        coder.encodedBase64ValueWithData(data, 1024)->view());
+            EXPECT_TRUE((*compressed)["GzipContent"].string() ==
+                        coder.encodedBase64ValueWithData(*gzipped, 1024)->view());
+            EXPECT_EQ(plainUtilities().encodedFileAtPath(folder.write("file", bytes)), plain);
+            // Lines that end within groups, so that any piece may begin there.
+            std::string odd((*compressed)["GzipContent"].string());
+            for (std::size_t at = 1; at < odd.size(); at += 61) {
+                odd.insert(at, "\r\n");
+            }
+            const auto back = plainUtilities().decodedData(
+                {{"GzipContent", odd}, {"Checksum", (*plain)["Checksum"]}});
+            ASSERT_TRUE(back);
+            EXPECT_TRUE(*back == data);
+        }
+    }
+}
+
+TEST(MZBase64EncodingUtilities, TheTextsErrorComesBeforeTheBlocks) {
+    std::mt19937_64 random(velto::testing::randomSeed());
+    const auto text = MZBase64Coder::coder().encodedBase64ValueWithData(
+        Data(std::string_view(noise(random, 300001))), 1024);
+    ASSERT_TRUE(text);
+    struct Row {
+        std::string end;
+        std::string_view domain;
+        std::int64_t code;
+    };
+    const Row rows[] = {
+        {"", "MZCompressionUtiltitiesErrorDomain", -3},
+        {"!", "MZBase64EncodingErrorDomain", -17001},
+        {"=!", "MZCompressionUtiltitiesErrorDomain", -3},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.end);
+        // No "=" of its own ends the text.
+        const std::string content(text->view().substr(0, 390000));
+        Error error;
+        EXPECT_FALSE(plainUtilities().decodedData({{"GzipContent", content + row.end}}, &error));
+        EXPECT_THAT(error, IsError(row.domain, row.code));
+    }
 }
 
 TEST(MZBase64EncodingUtilities, ChecksWhatItReads) {

@@ -27,7 +27,7 @@ public:
     bool isCompressing() const noexcept { return compressing_; }
     void setCompressing(bool compressing) noexcept { compressing_ = compressing; }
 
-    [[nodiscard]] std::optional<velto::Dictionary> encodedData(velto::Data data,
+    [[nodiscard]] std::optional<velto::Dictionary> encodedData(const velto::Data& data,
                                                                velto::Error* error = nullptr) const;
     /// Checks the bytes against "Checksum" when there is one; either case of its digits is fine.
     [[nodiscard]] std::optional<velto::Data> decodedData(const velto::Dictionary& content,

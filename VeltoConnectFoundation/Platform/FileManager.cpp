@@ -24,8 +24,8 @@ namespace {
 class Descriptor {
 public:
     explicit Descriptor(int number) noexcept : number_(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
+    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor& operator=(Descriptor&&) = delete;
     ~Descriptor() { close(); }
 
     int number() const noexcept { return number_; }
@@ -63,6 +63,38 @@ std::optional<FileAttributes> attributesAt(std::string_view path, int flags, Err
         return std::nullopt;
     }
     return attributesFromStatus(status);
+}
+
+/// Not open, and the error set, unless it is a regular file.
+Descriptor openRegular(std::string_view path, struct stat& status, Error* error) {
+    // O_NONBLOCK: opening a pipe nobody writes to must not wait.
+    Descriptor file(open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file.isOpen() || fstat(file.number(), &status) != 0) {
+        failWithErrno(error, path);
+        return Descriptor(-1);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
+        return Descriptor(-1);
+    }
+    return file;
+}
+
+/// Up to that many bytes: fewer at the file's end only; none where errno says why.
+std::optional<std::size_t> readAll(int descriptor, void* bytes, std::size_t length) {
+    std::size_t done = 0;
+    while (done < length) {
+        const ssize_t count = ::read(descriptor, static_cast<char*>(bytes) + done, length - done);
+        if (count == 0) {
+            break;
+        }
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (errno != EINTR) {
+            return std::nullopt;
+        }
+    }
+    return done;
 }
 
 bool writeAll(int descriptor, std::string_view bytes) {
@@ -146,37 +178,53 @@ bool FileManager::read(std::string_view path,
                        std::size_t limit,
                        std::vector<std::uint8_t>& bytes,
                        Error* error) {
-    // O_NONBLOCK: opening a pipe nobody writes to must not wait.
-    Descriptor file(open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
-    if (!file.isOpen() || fstat(file.number(), &status) != 0) {
-        return failWithErrno(error, path);
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
+    const Descriptor file = openRegular(path, status, error);
+    if (!file.isOpen()) {
+        return false;
     }
     // Sizes of files of the kernel read 0: the end alone decides, with a byte of room to see it.
     std::size_t used = 0;
     auto room = static_cast<std::size_t>(status.st_size);
     for (;;) {
         bytes.resize(std::min(room, limit) + 1);
-        const ssize_t count = ::read(file.number(), bytes.data() + used, bytes.size() - used);
-        if (count < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
+        const std::optional<std::size_t> count =
+            readAll(file.number(), bytes.data() + used, bytes.size() - used);
+        if (!count) {
             return failWithErrno(error, path);
         }
-        used += static_cast<std::size_t>(count);
+        used += *count;
         if (used > limit) {
             return fail(error, Error::posix(EFBIG, path));
         }
-        if (count == 0) {
+        if (used < bytes.size()) {
             bytes.resize(used);
             return true;
         }
-        if (used == bytes.size()) {
-            room = used * 2;
+        room = used * 2;
+    }
+}
+
+bool FileManager::readBlocks(std::string_view path,
+                             std::size_t blockSize,
+                             const std::function<bool(std::string_view block)>& use,
+                             Error* error) {
+    struct stat status {};
+    const Descriptor file = openRegular(path, status, error);
+    if (!file.isOpen()) {
+        return false;
+    }
+    std::string block(blockSize, '\0');
+    for (;;) {
+        const std::optional<std::size_t> count = readAll(file.number(), block.data(), blockSize);
+        if (!count) {
+            return failWithErrno(error, path);
+        }
+        if (*count != 0 && !use(std::string_view(block).substr(0, *count))) {
+            return false;
+        }
+        if (*count < blockSize) {
+            return true;
         }
     }
 }

@@ -3,6 +3,7 @@
 #include <VeltoConnectFoundation/Platform/Error.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,6 +46,12 @@ public:
                                    std::size_t limit,
                                    std::vector<std::uint8_t>& bytes,
                                    Error* error = nullptr);
+    /// The same from its start in blocks of `blockSize` bytes, the last one of fewer; until `use`
+    /// answers false, which is then the result.
+    [[nodiscard]] static bool readBlocks(std::string_view path,
+                                         std::size_t blockSize,
+                                         const std::function<bool(std::string_view block)>& use,
+                                         Error* error = nullptr);
     /// The file has either its old content or all of `bytes`, also after a power failure. Written
     /// beside the target under another name with `mode` (less the process's mask) from the start,
     /// synchronized, then renamed; a link stays a link.
