@@ -1,9 +1,12 @@
-// The content dictionary of a file, made and read, beside the sum of its parts; and the most memory
-// that each takes, as a multiple of the file.
+// The content dictionary of a file, made and read, beside its parts done one after the other; and
+// the most memory that each takes, as a multiple of the file.
 //
-// usage: ContentDictionaryBenchmark [MIB]   (the file's size, 64 by default)
+// usage: ContentDictionaryBenchmark [Google Benchmark's options] [--content-mebibytes=N]   (64)
 
-#include <Benchmarks/Support/Comparison.h>
+#include <Benchmarks/Support/Options.h>
+#include <Benchmarks/Support/RandomBytes.h>
+#include <Benchmarks/Support/Row.h>
+#include <Benchmarks/Support/TemporaryFolder.h>
 #include <VeltoConnectFoundation/Codecs/MZBase64Coder.h>
 #include <VeltoConnectFoundation/Codecs/MZBase64EncodingUtilities.h>
 #include <VeltoConnectFoundation/Codecs/MZCompressionUtilities.h>
@@ -11,14 +14,10 @@
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 
 #include <malloc.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <optional>
-#include <random>
 #include <string>
 
 namespace {
@@ -39,99 +38,80 @@ double statusLine(const std::string& name) {
     std::ifstream status("/proc/self/status");
     for (std::string word; status >> word;) {
         if (word == name) {
-            status >> word;
-            return std::stod(word);
+            double kilobytes = 0;
+            status >> kilobytes;
+            return kilobytes;
         }
     }
     std::abort();
 }
 
-/// The most memory that `run` takes beyond what there was, in kilobytes.
+/// The most memory that `run` takes beyond what there was, in bytes.
 template <class Run>
 double peakOf(Run run) {
     malloc_trim(0);
     std::ofstream("/proc/self/clear_refs") << 5;
     const double before = statusLine("VmRSS:");
     run();
-    return statusLine("VmHWM:") - before;
+    return (statusLine("VmHWM:") - before) * 1024;
 }
 
-std::string content(std::size_t length, bool isText) {
-    // NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): the same bytes in every run
-    std::mt19937 random(1);
+std::string entries(std::size_t length) {
+    const std::string numbers = randomBytes(4096);
     std::string text;
     text.reserve(length + 64);
-    while (text.size() < length) {
-        if (isText) {
-            text += "{\"id\": " + std::to_string(random()) + ", \"name\": \"an entry\"},\n";
-        } else {
-            text += static_cast<char>(random());
-        }
+    for (std::size_t i = 0; text.size() < length; ++i) {
+        const auto number = static_cast<unsigned char>(numbers[i % numbers.size()]);
+        text += "{\"id\": " + std::to_string(i * 257 + number) + ", \"name\": \"an entry\"},\n";
     }
     text.resize(length);
     return text;
 }
 
-void compare(const std::string& path, std::size_t length, bool isText, bool compressing) {
+void addRows(const std::string& path, const std::string& name, bool compressing) {
     auto utilities = MZBase64EncodingUtilities::utilities();
     utilities.setCompressing(compressing);
-    const MZBase64Coder coder;
-    const auto& gzip = MZCompressionUtilities::defaultUtilities();
-    std::ofstream(path, std::ios::binary) << content(length, isText);
-    const std::string title =
-        std::string(isText ? "text" : "noise") + (compressing ? ", gzipped" : ", as it is");
-    const auto encode = [&] { required(utilities.encodedFileAtPath(path)); };
-
+    const MZCompressionUtilities& gzip = MZCompressionUtilities::defaultUtilities();
     const Data bytes = required(velto::FileManager::read(path, SIZE_MAX - 1));
     const Data sent = compressing ? required(gzip.gzipDeflate(bytes)) : bytes;
-    const Data text = required(coder.encodedBase64ValueWithData(sent, 1024));
+    const Data text = required(MZBase64Coder().encodedBase64ValueWithData(sent, 1024));
     const Dictionary dictionary = required(utilities.encodedFileAtPath(path));
-    const auto decode = [&] { required(utilities.decodedData(dictionary)); };
+    const std::size_t length = bytes.length();
 
-    Comparison encoding("encode " + title, length);
-    encoding.add("the dictionary of the file", encode)
-        .add("MD5", [&] { required(MZMD5Operation::md5ForData(bytes)); })
-        .add("base64", [&] { required(coder.encodedBase64ValueWithData(sent, 1024)); });
-    if (compressing) {
-        encoding.add("gzip", [&] { required(gzip.gzipDeflate(bytes)); });
-    }
-    encoding.print(3);
-    double sum = 0;
-    for (std::size_t way = 1; way < (compressing ? 4U : 3U); ++way) {
-        sum += encoding.best(way);
-    }
-    std::printf("  the whole / the sum of its parts: %.3f\n", encoding.best(0) / sum);
-
-    Comparison decoding("decode " + title, length);
-    decoding.add("the bytes of the dictionary", decode)
-        .add("MD5", [&] { required(MZMD5Operation::md5ForData(bytes)); })
-        .add("base64", [&] { required(coder.decodedValueWithBase64Data(text)); });
-    if (compressing) {
-        decoding.add("gzip", [&] { required(gzip.gzipInflate(sent)); });
-    }
-    decoding.print(3);
-    sum = 0;
-    for (std::size_t way = 1; way < (compressing ? 4U : 3U); ++way) {
-        sum += decoding.best(way);
-    }
-    std::printf("  the whole / the sum of its parts: %.3f\n", decoding.best(0) / sum);
-
-    const double kilobytes = static_cast<double>(length) / 1024;
-    const double held = static_cast<double>(text.length()) / 1024;
-    std::printf("peak memory / the file: encode %.2f, decode %.2f (with the dictionary %.2f)\n",
-                peakOf(encode) / kilobytes, peakOf(decode) / kilobytes,
-                (peakOf(decode) + held) / kilobytes);
+    const auto encode = [=] { return utilities.encodedFileAtPath(path).has_value(); };
+    const auto encodeParts = [=, &gzip] {
+        return velto::FileManager::read(path, SIZE_MAX - 1) && MZMD5Operation::md5ForData(bytes) &&
+               (!compressing || gzip.gzipDeflate(bytes)) &&
+               MZBase64Coder().encodedBase64ValueWithData(sent, 1024) &&
+               !velto::Value(text.view()).isNone();
+    };
+    const auto decode = [=] { return utilities.decodedData(dictionary).has_value(); };
+    const auto decodeParts = [=, &gzip] {
+        return MZBase64Coder().decodedValueWithBase64Data(text) &&
+               (!compressing || gzip.gzipInflate(sent)) && MZMD5Operation::md5ForData(bytes);
+    };
+    const auto whole = static_cast<double>(length);
+    const double decodePeak = peakOf(decode) / whole;
+    addRow("encode " + name + "/ours", length, encode, {{"peak_per_byte", peakOf(encode) / whole}});
+    addRow("encode " + name + "/its parts", length, encodeParts);
+    addRow("decode " + name + "/ours", length, decode,
+           {{"peak_per_byte", decodePeak},
+            {"peak_per_byte_with_dictionary",
+             decodePeak + static_cast<double>(text.length()) / whole}});
+    addRow("decode " + name + "/its parts", length, decodeParts);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::size_t length = (argc > 1 ? std::stoul(argv[1]) : 64) << 20;
-    const std::string path = std::filesystem::temp_directory_path() /
-                             ("ContentDictionaryBenchmark." + std::to_string(getpid()));
-    compare(path, length, true, true);
-    compare(path, length, false, true);
-    compare(path, length, false, false);
-    std::filesystem::remove(path);
-    return 0;
+    const std::size_t length = takeNumber(argc, argv, "--content-mebibytes", 64) << 20;
+    const TemporaryFolder folder;
+    const std::string text = folder.at("text");
+    std::ofstream(text, std::ios::binary) << entries(length);
+    const std::string noise = folder.at("noise");
+    std::ofstream(noise, std::ios::binary) << randomBytes(length);
+    addRows(text, "text, gzipped", true);
+    addRows(noise, "noise, gzipped", true);
+    addRows(noise, "noise, as it is", false);
+    return runRows(argc, argv);
 }

@@ -4,6 +4,7 @@
 // usage: JSONDocumentsBenchmark [Google Benchmark's options] --json-folder=DIR
 
 #include <Benchmarks/Codecs/JSONDocuments.h>
+#include <Benchmarks/Support/Row.h>
 
 #include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
 
@@ -144,24 +145,9 @@ void readOurs(benchmark::State& state, const std::string& text) {
     state.counters["allocations_per_value"] = allocated / static_cast<double>(countValues(tree));
 }
 
-/// Adds a row that reads `input`, which stands for `bytes` bytes.
-template <class Input, class Read>
-void add(const std::string& name, const Input& input, std::size_t bytes, Read read) {
-    benchmark::RegisterBenchmark(name.c_str(), [&input, bytes, read](benchmark::State& state) {
-        for ([[maybe_unused]] const auto& step : state) {
-            if (!read(input)) {
-                state.SkipWithError("the document was refused");
-                break;
-            }
-        }
-        state.SetBytesProcessed(static_cast<std::int64_t>(bytes) * state.iterations());
-    })->Unit(benchmark::kMicrosecond);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
     const auto documents = documentsOfArguments(argc, argv);
     const struct {
         const char* name;
@@ -176,31 +162,33 @@ int main(int argc, char** argv) {
     std::map<std::string, std::string> encoded;
     std::map<std::string, velto::Data> datas;
     std::map<std::string, simdjson::padded_string> padded;
-    for (const auto& [document, text] : documents) {
-        benchmark::RegisterBenchmark((document + "/ours").c_str(), readOurs, text)
+    for (const auto& entry : documents) {
+        const std::string& text = entry.second;
+        const std::string document = entry.first + '/';
+        benchmark::RegisterBenchmark((document + "ours").c_str(), readOurs, text)
             ->Unit(benchmark::kMicrosecond);
         const velto::Data& inUTF8 = datas[document] = velto::Data(text);
         for (const auto& [name, encoding] : encodings) {
-            const std::string group = document + " by a stream of " + name;
+            const std::string group = entry.first + " by a stream of " + name;
             const auto& bytes = encoded[group] = velto::encodeText(text, encoding).value();
             const velto::Data& data = datas[group] = velto::Data(bytes);
-            add(group + "/ours", bytes, text.size(), readStream);
-            add(group + "/the stream alone", bytes, text.size(), drainStream);
-            add(group + "/as data", data, text.size(), isRead);
-            add(group + "/as data in UTF-8", inUTF8, text.size(), isRead);
+            addRow(group + "/ours", text.size(), [&] { return readStream(bytes); });
+            addRow(group + "/the stream alone", text.size(), [&] { return drainStream(bytes); });
+            addRow(group + "/as data", text.size(), [&] { return isRead(data); });
+            addRow(group + "/as data in UTF-8", text.size(), [&] { return isRead(inUTF8); });
         }
-        add(document + "/RapidJSON", text, text.size(), readRapidJSON<rapidjson::kParseNoFlags>);
+        addRow(document + "RapidJSON", text.size(),
+               [&] { return readRapidJSON<rapidjson::kParseNoFlags>(text); });
         // Numbers to the last bit and texts that are checked, as ours does.
-        add(document + "/RapidJSON, exact", text, text.size(),
-            readRapidJSON<rapidjson::kParseFullPrecisionFlag |
-                          rapidjson::kParseValidateEncodingFlag>);
-        add(document + "/Boost.JSON", text, text.size(), readBoost);
-        add(document + "/nlohmann", text, text.size(), [](const std::string& bytes) {
-            return !nlohmann::json::parse(bytes, nullptr, false).is_discarded();
+        addRow(document + "RapidJSON, exact", text.size(), [&] {
+            return readRapidJSON<rapidjson::kParseFullPrecisionFlag |
+                                 rapidjson::kParseValidateEncodingFlag>(text);
         });
+        addRow(document + "Boost.JSON", text.size(), [&] { return readBoost(text); });
+        addRow(document + "nlohmann", text.size(),
+               [&] { return !nlohmann::json::parse(text, nullptr, false).is_discarded(); });
         const auto& copy = padded.try_emplace(document, text).first->second;
-        add(document + "/simdjson DOM", copy, text.size(), readSimdjson);
+        addRow(document + "simdjson DOM", text.size(), [&] { return readSimdjson(copy); });
     }
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runRows(argc, argv);
 }

@@ -4,6 +4,7 @@
 // usage: JSONWriteBenchmark [Google Benchmark's options] --json-folder=DIR
 
 #include <Benchmarks/Codecs/JSONDocuments.h>
+#include <Benchmarks/Support/Row.h>
 
 #include <VeltoConnectFoundation/Codecs/MZJSONSerializer.h>
 #include <VeltoConnectFoundation/Platform/DoubleText.h>
@@ -60,39 +61,25 @@ Value valueFrom(const rapidjson::Value& document) {
     return velto::Null{};
 }
 
-/// Adds a row whose `write` makes a text and answers its length.
-template <class Write>
-void add(const std::string& name, Write write) {
-    benchmark::RegisterBenchmark(name.c_str(), [write](benchmark::State& state) {
-        std::size_t bytes = 0;
-        for ([[maybe_unused]] const auto& step : state) {
-            bytes += write();
-        }
-        state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
-    })->Unit(benchmark::kMicrosecond);
-}
-
 void addDocument(const std::string& name, const std::string& text) {
     auto document = std::make_shared<rapidjson::Document>();
     if (document->Parse(text.data(), text.size()).HasParseError()) {
         std::cerr << name << ": no JSON document\n";
         std::exit(1);
     }
-    add(name + "/ours", [value = valueFrom(*document)] {
-        const auto data = MZJSONSerializer().serializeToJSON(value);
-        benchmark::DoNotOptimize(data->bytes());
-        return data->length();
+    const std::size_t length = text.size();
+    addRow(name + "/ours", length, [value = valueFrom(*document)] {
+        return MZJSONSerializer().serializeToJSON(value).has_value();
     });
-    add(name + "/RapidJSON", [document] {
+    addRow(name + "/RapidJSON", length, [document] {
         rapidjson::StringBuffer buffer;
         rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-        document->Accept(writer);
-        benchmark::DoNotOptimize(buffer.GetString());
-        return buffer.GetSize();
+        return document->Accept(writer) && buffer.GetSize() != 0;
     });
-    add(name + "/Boost.JSON",
-        [value = boost::json::parse(text)] { return boost::json::serialize(value).size(); });
-    add(name + "/nlohmann", [value = nlohmann::json::parse(text)] { return value.dump().size(); });
+    addRow(name + "/Boost.JSON", length,
+           [value = boost::json::parse(text)] { return !boost::json::serialize(value).empty(); });
+    addRow(name + "/nlohmann", length,
+           [value = nlohmann::json::parse(text)] { return !value.dump().empty(); });
 }
 
 std::vector<double> numbers(const std::string& kind) {
@@ -107,37 +94,30 @@ std::vector<double> numbers(const std::string& kind) {
     return result;
 }
 
+/// Adds a row that writes all of `list`, one after the other to the same place.
 template <class Write>
-void runDoubles(benchmark::State& state, const std::string& kind, Write write) {
-    const std::vector<double> list = numbers(kind);
-    char text[64];
-    for (auto _ : state) {
+void addDoubles(const std::string& name, const std::vector<double>& list, Write write) {
+    addRow(name, list.size() * sizeof(double), [list, write] {
+        char text[64];
         for (const double number : list) {
             benchmark::DoNotOptimize(write(text, number));
         }
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(list.size()));
+        return true;
+    });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
     for (const auto& [name, text] : documentsOfArguments(argc, argv)) {
         addDocument(name, text);
     }
     for (const std::string kind : {"coordinates", "integers", "uniform"}) {
-        benchmark::RegisterBenchmark(
-            ("doubles/" + kind + "/ours").c_str(),
-            [kind](benchmark::State& state) { runDoubles(state, kind, velto::writeDouble); });
-        benchmark::RegisterBenchmark(
-            ("doubles/" + kind + "/to_chars").c_str(), [kind](benchmark::State& state) {
-                runDoubles(state, kind, [](char* text, double number) {
-                    return std::to_chars(text, text + 64, number, std::chars_format::general, 16)
-                        .ptr;
-                });
-            });
+        const std::vector<double> list = numbers(kind);
+        addDoubles("doubles/" + kind + "/ours", list, velto::writeDouble);
+        addDoubles("doubles/" + kind + "/to_chars", list, [](char* text, double number) {
+            return std::to_chars(text, text + 64, number, std::chars_format::general, 16).ptr;
+        });
     }
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runRows(argc, argv);
 }

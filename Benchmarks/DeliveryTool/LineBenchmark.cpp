@@ -3,17 +3,13 @@
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
 
 #include <Benchmarks/DeliveryTool/BareChild.h>
+#include <Benchmarks/Support/Row.h>
 
-#include <benchmark/benchmark.h>
-
-#include <chrono>
 #include <cstring>
 #include <string>
 #include <vector>
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t lineCount = 10'000'000;
 constexpr std::size_t lineLength = 54;
@@ -52,24 +48,17 @@ private:
     NSDataToStringFilter filter_;
 };
 
-double secondsOfBareLoop(benchmark::State& state) {
-    const auto start = Clock::now();
+bool readByBareLoop() {
     std::size_t lines = 0;
-    {
-        const BareChild child(childProgram("PrintsLines"), std::to_string(lineCount));
-        std::vector<char> block(64 * 1024);
-        for (ssize_t length = 0; (length = read(child.output, block.data(), block.size())) > 0;) {
-            lines += countLines(block.data(), static_cast<std::size_t>(length));
-        }
+    const BareChild child(childProgram("PrintsLines"), std::to_string(lineCount));
+    std::vector<char> block(std::size_t{64} << 10);
+    for (ssize_t length = 0; (length = read(child.output, block.data(), block.size())) > 0;) {
+        lines += countLines(block.data(), static_cast<std::size_t>(length));
     }
-    if (lines != lineCount) {
-        state.SkipWithError("the bare loop lost lines");
-    }
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return lines == lineCount;
 }
 
-double secondsOfOurs(benchmark::State& state) {
-    const auto start = Clock::now();
+bool readByUs() {
     const auto loop = velto::RunLoop::current();
     const auto counter = std::make_shared<LineCounter>();
     const auto reader = std::make_shared<LineReader>(counter);
@@ -78,71 +67,43 @@ double secondsOfOurs(benchmark::State& state) {
     launch.arguments = {std::to_string(lineCount)};
     const auto process = velto::Process::make();
     if (!process || !process->launch(launch, loop, reader)) {
-        state.SkipWithError("the child did not start");
+        return false;
     }
     while (!loop->run(velto::Seconds(60), [&] { return reader->hasEnded; })) {
     }
-    if (counter->lines != lineCount || counter->bytes != lineCount * lineLength) {
-        state.SkipWithError("lines were lost");
-    }
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return counter->lines == lineCount && counter->bytes == lineCount * lineLength;
 }
 
-/// 10 million lines from a child through process, run loop and filter, next to a bare loop of
-/// read and memchr.
-void linesOfAChild(benchmark::State& state) {
-    double bare = 0;
-    double ours = 0;
-    for (auto _ : state) {
-        bare += secondsOfBareLoop(state);
-        const double time = secondsOfOurs(state);
-        ours += time;
-        state.SetIterationTime(time);
+/// The filter alone on text in memory.
+void addFilterRows(const std::string& kind, const std::string& line) {
+    const auto text = std::make_shared<std::string>();
+    while (text->size() < 1'000'000) {
+        *text += line;
     }
-    const double lines =
-        static_cast<double>(lineCount * static_cast<std::size_t>(state.iterations()));
-    state.counters["bare_lines_per_s"] = lines / bare;
-    state.counters["ours_lines_per_s"] = lines / ours;
-    state.counters["rate_to_bare"] = bare / ours;
+    for (const std::size_t blockSize : {4096U, 65536U}) {
+        const std::string group = "filter, " + kind + ", " + std::to_string(blockSize) + " bytes/";
+        const auto counter = std::make_shared<LineCounter>();
+        const auto filter = std::make_shared<NSDataToStringFilter>(counter);
+        addRow(group + "ours", text->size(), [=] {
+            for (std::size_t at = 0; at < text->size(); at += blockSize) {
+                filter->appendData(std::string_view(*text).substr(at, blockSize));
+            }
+            return counter->lines != 0;
+        });
+        addRow(group + "memchr", text->size(),
+               [=] { return countLines(text->data(), text->size()) != 0; });
+    }
 }
-BENCHMARK(linesOfAChild)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
-
-/// The filter alone on text in memory, next to memchr: by the block's size and the kind of text.
-void filterAlone(benchmark::State& state) {
-    const auto blockSize = static_cast<std::size_t>(state.range(0));
-    const std::string line = state.range(1) == 0
-                                 ? std::string(53, 'x') + "\n"
-                                 : "Übertragung läuft – 42 % von „paket“ fertig ….\n";
-    std::string text;
-    while (text.size() < 1'000'000) {
-        text += line;
-    }
-    const auto counter = std::make_shared<LineCounter>();
-    NSDataToStringFilter filter(counter);
-    double bare = 0;
-    double ours = 0;
-    for (auto _ : state) {
-        auto start = Clock::now();
-        std::size_t lines = countLines(text.data(), text.size());
-        benchmark::DoNotOptimize(lines);
-        bare += std::chrono::duration<double>(Clock::now() - start).count();
-        start = Clock::now();
-        for (std::size_t at = 0; at < text.size(); at += blockSize) {
-            filter.appendData(std::string_view(text).substr(at, blockSize));
-        }
-        const double time = std::chrono::duration<double>(Clock::now() - start).count();
-        ours += time;
-        state.SetIterationTime(time);
-    }
-    state.counters["ours_lines_per_s"] = static_cast<double>(counter->lines) / ours;
-    state.counters["rate_to_memchr"] = bare / ours;
-}
-BENCHMARK(filterAlone)
-    ->ArgsProduct({{4096, 65536}, {0, 1}})
-    ->ArgNames({"block", "beyond_ascii"})
-    ->UseManualTime()
-    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+/// 10 million lines from a child through process, run loop and filter, next to a bare loop of
+/// read and memchr.
+int main(int argc, char** argv) {
+    addRow("a child's lines/ours", lineCount * (lineLength + 1), readByUs)->UseRealTime();
+    addRow("a child's lines/a bare loop", lineCount * (lineLength + 1), readByBareLoop)
+        ->UseRealTime();
+    addFilterRows("ASCII", std::string(53, 'x') + "\n");
+    addFilterRows("beyond ASCII", "Übertragung läuft – 42 % von „paket“ fertig ….\n");
+    return runRows(argc, argv);
+}

@@ -2,16 +2,12 @@
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
 
 #include <Benchmarks/DeliveryTool/BareChild.h>
+#include <Benchmarks/Support/Row.h>
 
-#include <benchmark/benchmark.h>
-
-#include <chrono>
-#include <cstring>
+#include <string>
 #include <vector>
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr const char* trivialProgram = "/bin/echo";
 
@@ -25,63 +21,56 @@ public:
     bool hasCome = false;
 };
 
-double runBare() {
-    const auto start = Clock::now();
-    {
-        const BareChild child(trivialProgram, "hello");
-        char block[4096];
-        for (const int descriptor : {child.output, child.error}) {
-            while (read(descriptor, block, sizeof block) > 0) {
-            }
+bool runBare() {
+    const BareChild child(trivialProgram, "hello");
+    std::size_t bytes = 0;
+    char block[4096];
+    for (const int descriptor : {child.output, child.error}) {
+        for (ssize_t length = 0; (length = read(descriptor, block, sizeof block)) > 0;) {
+            bytes += static_cast<std::size_t>(length);
         }
     }
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return bytes == 6;
 }
 
-double runOurs(benchmark::State& state) {
+bool runOurs() {
     velto::ProcessLaunch launch;
     launch.path = trivialProgram;
     launch.arguments = {"hello"};
-    const auto start = Clock::now();
     const auto loop = velto::RunLoop::current();
     const auto end = std::make_shared<End>();
     const auto process = velto::Process::make();
     if (!process || !process->launch(launch, loop, end)) {
-        state.SkipWithError("the child did not start");
+        return false;
     }
     while (!loop->run(velto::Seconds(10), [&] { return end->hasCome; })) {
     }
-    if (end->bytes != 6) {
-        state.SkipWithError("the child's output is not what it printed");
-    }
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return end->bytes == 6;
 }
 
-/// Start to reap of a trivial child with two pipes, next to posix_spawn with blocking reads, by
-/// the parent's resident memory in MiB. The two take turns, so that both meet the same weather.
-void startToReap(benchmark::State& state) {
-    std::vector<char> resident(static_cast<std::size_t>(state.range(0)) * 1024 * 1024, 'r');
+/// The parent's resident memory counts, since a fork would copy its tables.
+void startToReap(benchmark::State& state, std::size_t mebibytes, bool (*run)()) {
+    std::vector<char> resident(mebibytes << 20, 'r');
     benchmark::DoNotOptimize(resident.data());
-    double bare = 0;
-    double ours = 0;
-    for (auto _ : state) {
-        bare += runBare();
-        const double time = runOurs(state);
-        ours += time;
-        state.SetIterationTime(time);
+    for ([[maybe_unused]] const auto& step : state) {
+        if (!run()) {
+            state.SkipWithError("the child did not print what it should");
+            return;
+        }
     }
-    const auto runs = static_cast<double>(state.iterations());
-    state.counters["bare_us"] = bare / runs * 1e6;
-    state.counters["ours_us"] = ours / runs * 1e6;
-    state.counters["times_bare"] = ours / bare;
 }
-BENCHMARK(startToReap)
-    ->Arg(0)
-    ->Arg(1024)
-    ->UseManualTime()
-    ->Unit(benchmark::kMicrosecond)
-    ->MinTime(1);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+/// Start to reap of a trivial child with two pipes, next to posix_spawn with blocking reads.
+int main(int argc, char** argv) {
+    for (const std::size_t mebibytes : {0U, 1024U}) {
+        const std::string group = "a child of " + std::to_string(mebibytes) + " MiB/";
+        benchmark::RegisterBenchmark((group + "ours").c_str(), startToReap, mebibytes, runOurs)
+            ->UseRealTime();
+        benchmark::RegisterBenchmark((group + "posix_spawn").c_str(), startToReap, mebibytes,
+                                     runBare)
+            ->UseRealTime();
+    }
+    return runRows(argc, argv);
+}

@@ -1,10 +1,9 @@
+#include <Benchmarks/Support/Row.h>
 #include <VeltoConnectFoundation/DeliveryTool/NSDataToStringFilter.h>
 #include <VeltoConnectFoundation/DeliveryTool/ToolLineMarkers.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanUploadWorker.h>
 #include <VeltoConnectFoundation/Files/VeltoPackageSource.h>
 #include <VeltoConnectFoundation/Platform/Queue.h>
-
-#include <benchmark/benchmark.h>
 
 #include <cstring>
 #include <string>
@@ -37,50 +36,41 @@ public:
     std::size_t bytes = 0;
 };
 
-void bareMemchr(benchmark::State& state) {
-    for (auto _ : state) {
-        std::string_view rest = transcript();
-        std::size_t lines = 0;
-        while (const void* found = std::memchr(rest.data(), '\n', rest.size())) {
-            rest.remove_prefix(
-                static_cast<std::size_t>(static_cast<const char*>(found) - rest.data()) + 1);
-            ++lines;
-        }
-        benchmark::DoNotOptimize(lines);
+std::size_t countLines() {
+    std::string_view rest = transcript();
+    std::size_t lines = 0;
+    while (const void* found = std::memchr(rest.data(), '\n', rest.size())) {
+        rest.remove_prefix(static_cast<std::size_t>(static_cast<const char*>(found) - rest.data()) +
+                           1);
+        ++lines;
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(lineCount) * state.iterations());
+    return lines;
 }
-BENCHMARK(bareMemchr);
 
-void throughFilter(benchmark::State& state) {
-    const auto delegate = std::make_shared<CountingDelegate>();
-    NSDataToStringFilter filter(delegate);
-    for (auto _ : state) {
+/// Adds a row whose `take` is given the transcript in blocks.
+template <class Take>
+void addBlocksRow(const std::string& name, Take take) {
+    addRow(name, transcript().size(), [take] {
         for (std::size_t at = 0; at < transcript().size(); at += 65536) {
-            filter.appendData(std::string_view(transcript()).substr(at, 65536));
+            take(std::string_view(transcript()).substr(at, 65536));
         }
-    }
-    state.SetItemsProcessed(static_cast<std::int64_t>(lineCount) * state.iterations());
+        return true;
+    });
 }
-BENCHMARK(throughFilter);
-
-void throughFilterAndUploadWorker(benchmark::State& state) {
-    const auto worker =
-        velto::make<VeltoDrovanUploadWorker>(std::make_shared<VeltoPackageSource>());
-    for (auto _ : state) {
-        for (std::size_t at = 0; at < transcript().size(); at += 65536) {
-            worker->didReceiveDrovanOutput(std::string_view(transcript()).substr(at, 65536));
-        }
-    }
-    state.SetItemsProcessed(static_cast<std::int64_t>(lineCount) * state.iterations());
-}
-BENCHMARK(throughFilterAndUploadWorker);
 
 }  // namespace
 
 int main(int argc, char** argv) {
     velto::MainQueue::runOnOwnThread();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    const auto worker =
+        velto::make<VeltoDrovanUploadWorker>(std::make_shared<VeltoPackageSource>());
+    addBlocksRow("a tool's lines/ours",
+                 [worker](std::string_view block) { worker->didReceiveDrovanOutput(block); });
+    const auto delegate = std::make_shared<CountingDelegate>();
+    const auto filter = std::make_shared<NSDataToStringFilter>(delegate);
+    addBlocksRow("a tool's lines/the filter of it",
+                 [filter](std::string_view block) { filter->appendData(block); });
+    addRow("a tool's lines/memchr", transcript().size(),
+           [] { return countLines() == lineCount + 1; });
+    return runRows(argc, argv);
 }

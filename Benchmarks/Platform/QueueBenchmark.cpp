@@ -1,3 +1,4 @@
+#include <Benchmarks/Support/Row.h>
 #include <VeltoConnectFoundation/Platform/NotificationCenter.h>
 #include <VeltoConnectFoundation/Platform/Observable.h>
 #include <VeltoConnectFoundation/Platform/OperationQueue.h>
@@ -7,9 +8,6 @@
 #include <glib.h>
 
 #include <atomic>
-#include <iomanip>
-#include <iostream>
-#include <map>
 #include <semaphore>
 #include <string>
 #include <thread>
@@ -33,7 +31,7 @@ void countPieces(benchmark::State& state) {
 void serialQueue(benchmark::State& state) {
     const auto queue = velto::SerialQueue::make("benchmark");
     int count = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         for (int piece = 0; piece < batch; ++piece) {
             queue->async([&count] { ++count; });
         }
@@ -44,7 +42,7 @@ void serialQueue(benchmark::State& state) {
 
 void operationQueue(benchmark::State& state) {
     const auto queue = velto::OperationQueue::make();
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         for (int piece = 0; piece < batch; ++piece) {
             queue->addOperation(std::make_shared<Nothing>());
         }
@@ -53,10 +51,9 @@ void operationQueue(benchmark::State& state) {
     countPieces(state);
 }
 
-void operationQueueOfSeveralProducers(benchmark::State& state) {
+void operationQueueOfSeveralProducers(benchmark::State& state, int producers) {
     const auto queue = velto::OperationQueue::make();
-    const auto producers = static_cast<int>(state.range(0));
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         std::vector<std::thread> threads;
         for (int producer = 0; producer < producers; ++producer) {
             threads.emplace_back([&] {
@@ -73,8 +70,8 @@ void operationQueueOfSeveralProducers(benchmark::State& state) {
     countPieces(state);
 }
 
-/// As many threads as `state` says; each piece is allocated by its producer and freed by the pool.
-void glibThreadPool(benchmark::State& state) {
+/// Each piece is allocated by its producer and freed by the pool.
+void glibThreadPool(benchmark::State& state, int threads) {
     std::atomic<int> left{0};
     const auto run = [](gpointer piece, gpointer counter) {
         delete static_cast<int*>(piece);
@@ -83,9 +80,8 @@ void glibThreadPool(benchmark::State& state) {
             remaining.notify_one();
         }
     };
-    GThreadPool* const pool =
-        g_thread_pool_new(run, &left, static_cast<int>(state.range(0)), TRUE, nullptr);
-    for (auto _ : state) {
+    GThreadPool* const pool = g_thread_pool_new(run, &left, threads, TRUE, nullptr);
+    for ([[maybe_unused]] const auto& step : state) {
         left = batch;
         for (int piece = 0; piece < batch; ++piece) {
             g_thread_pool_push(pool, new int(piece), nullptr);
@@ -101,7 +97,7 @@ void glibThreadPool(benchmark::State& state) {
 void serialSync(benchmark::State& state) {
     const auto queue = velto::SerialQueue::make("benchmark");
     int count = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         queue->sync([&count] { ++count; });
     }
     state.SetItemsProcessed(state.iterations());
@@ -109,7 +105,7 @@ void serialSync(benchmark::State& state) {
 
 void mainQueue(benchmark::State& state) {
     int count = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         for (int piece = 0; piece < batch; ++piece) {
             velto::MainQueue::shared().async([&count] { ++count; });
         }
@@ -119,7 +115,7 @@ void mainQueue(benchmark::State& state) {
 }
 
 void mainQueueRoundTrip(benchmark::State& state) {
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         velto::MainQueue::shared().sync([] {});
     }
     state.SetItemsProcessed(state.iterations());
@@ -169,7 +165,7 @@ private:
 void idleSources(benchmark::State& state) {
     IdleSources sources;
     int count = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         for (int piece = 0; piece < batch; ++piece) {
             sources.post(
                 [](gpointer data) -> gboolean {
@@ -185,7 +181,7 @@ void idleSources(benchmark::State& state) {
 
 void idleSourceRoundTrip(benchmark::State& state) {
     IdleSources sources;
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         sources.drain();
     }
     state.SetItemsProcessed(state.iterations());
@@ -198,7 +194,7 @@ public:
 
 void unobservedChange(benchmark::State& state) {
     Subject subject;
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         subject.change();
         benchmark::ClobberMemory();
     }
@@ -209,88 +205,39 @@ void observedChange(benchmark::State& state) {
     int told = 0;
     const auto observation =
         subject.observe("status", [&](const velto::PropertyChange&) { ++told; });
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         subject.change();
     }
 }
 
 void unobservedNotification(benchmark::State& state) {
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         velto::NotificationCenter::shared().postOnMainThread("NobodyObservesThis", nullptr);
     }
 }
 
-/// Prints how many times as fast as its peer each of ours is.
-class RatioReporter final : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            const auto rate = run.counters.find("items_per_second");
-            if (rate != run.counters.end()) {
-                rates_[run.run_name.function_name] = rate->second.value;
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    void Finalize() override {
-        const std::pair<const char*, const char*> pairs[] = {
-            {"serialQueue", "one thread of a GLib pool"},
-            {"operationQueue", "a GLib pool"},
-            {"mainQueue", "GLib idle sources"},
-            {"mainQueueRoundTrip", "GLib idle source there and back"},
-        };
-        for (const auto& [ours, peer] : pairs) {
-            if (rates_.contains(ours) && rates_.contains(peer)) {
-                std::cout << ours << ": " << std::fixed << std::setprecision(2)
-                          << rates_[ours] / rates_[peer] << " times " << peer << '\n';
-            }
-        }
-    }
-
-private:
-    std::map<std::string, double> rates_;
-};
+template <class... Arguments>
+void addThreadsRow(const char* name, Arguments... arguments) {
+    benchmark::RegisterBenchmark(name, arguments...)->UseRealTime();
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
     velto::MainQueue::runOnOwnThread();
     const auto cores = static_cast<int>(std::thread::hardware_concurrency());
-    benchmark::RegisterBenchmark("serialQueue", serialQueue)
-        ->UseRealTime()
-        ->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("one thread of a GLib pool", glibThreadPool)
-        ->Arg(1)
-        ->UseRealTime()
-        ->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("operationQueue", operationQueue)
-        ->UseRealTime()
-        ->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("a GLib pool", glibThreadPool)
-        ->Arg(cores)
-        ->UseRealTime()
-        ->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("operationQueueOfSeveralProducers",
-                                 operationQueueOfSeveralProducers)
-        ->Arg(4)
-        ->UseRealTime()
-        ->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("serialSync", serialSync);
-    benchmark::RegisterBenchmark("mainQueue", mainQueue)->UseRealTime()->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("GLib idle sources", idleSources)
-        ->UseRealTime()
-        ->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("mainQueueRoundTrip", mainQueueRoundTrip)
-        ->UseRealTime()
-        ->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("GLib idle source there and back", idleSourceRoundTrip)
-        ->UseRealTime()
-        ->MeasureProcessCPUTime();
-    benchmark::RegisterBenchmark("unobservedChange", unobservedChange);
-    benchmark::RegisterBenchmark("observedChange", observedChange);
-    benchmark::RegisterBenchmark("unobservedNotification", unobservedNotification);
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    addThreadsRow("serial queue/ours", serialQueue);
+    addThreadsRow("serial queue/GLib's pool of one thread", glibThreadPool, 1);
+    addThreadsRow("operation queue/ours", operationQueue);
+    addThreadsRow("operation queue/GLib's pool", glibThreadPool, cores);
+    addThreadsRow("operation queue of 4 producers", operationQueueOfSeveralProducers, 4);
+    addThreadsRow("main queue/ours", mainQueue);
+    addThreadsRow("main queue/GLib's idle sources", idleSources);
+    addThreadsRow("main queue, there and back/ours", mainQueueRoundTrip);
+    addThreadsRow("main queue, there and back/GLib's idle sources", idleSourceRoundTrip);
+    benchmark::RegisterBenchmark("serial queue's sync", serialSync);
+    benchmark::RegisterBenchmark("unobserved change", unobservedChange);
+    benchmark::RegisterBenchmark("observed change", observedChange);
+    benchmark::RegisterBenchmark("unobserved notification", unobservedNotification);
+    return runRows(argc, argv);
 }

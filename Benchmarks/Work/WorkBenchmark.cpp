@@ -1,3 +1,4 @@
+#include <Benchmarks/Support/Row.h>
 #include <VeltoConnectFoundation/Platform/OperationQueue.h>
 #include <VeltoConnectFoundation/Platform/Queue.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
@@ -51,20 +52,21 @@ std::vector<std::shared_ptr<MZWorkSeries>> makeSeries(std::size_t count, std::si
     return all;
 }
 
-/// Items per second through series, item making excluded; bytes of heap per item and its worker.
-void workItems(benchmark::State& state) {
-    const auto series = static_cast<std::size_t>(state.range(0));
-    const auto items = static_cast<std::size_t>(state.range(1));
-    double bytesPerItem = 0;
-    for (auto _ : state) {
+/// Bytes of heap of an item and its worker.
+double bytesPerItem(std::size_t series, std::size_t items) {
+    const std::size_t before = mallinfo2().uordblks;
+    const auto all = makeSeries(series, items);
+    return static_cast<double>(mallinfo2().uordblks - before) / static_cast<double>(series * items);
+}
+
+/// Items per second through series, item making excluded.
+void workItems(benchmark::State& state, std::size_t series, std::size_t items) {
+    for ([[maybe_unused]] const auto& step : state) {
         state.PauseTiming();
         auto manager = velto::make<MZWorkSeriesManager>();
         auto ends = std::make_shared<Ends>(series);
         manager->setDelegate(ends);
-        const std::size_t before = mallinfo2().uordblks;
         auto all = makeSeries(series, items);
-        bytesPerItem = static_cast<double>(mallinfo2().uordblks - before) /
-                       static_cast<double>(series * items);
         state.ResumeTiming();
         for (const auto& one : all) {
             manager->submitWork(one);
@@ -76,13 +78,7 @@ void workItems(benchmark::State& state) {
         state.ResumeTiming();
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(series * items) * state.iterations());
-    state.counters["bytes/item"] = bytesPerItem;
 }
-BENCHMARK(workItems)
-    ->Args({1, 200'000})
-    ->Args({1000, 200})
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
 
 void disabledLogCall(benchmark::State& state) {
     MZLoggingSetLogLevelEnabled(MZLogLevelDebug, false);
@@ -90,18 +86,26 @@ void disabledLogCall(benchmark::State& state) {
     MZLoggingSetLogLevelEnabled(MZLogLevelDebug, false);
     int number = 1;
     const std::string text = "text";
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto& step : state) {
         MZLogDebug("%d %@ %f", number, text, 1.5);
         benchmark::DoNotOptimize(number);
     }
 }
-BENCHMARK(disabledLogCall);
-
 }  // namespace
 
 int main(int argc, char** argv) {
+    const double bytes = bytesPerItem(1, 200'000);
     velto::MainQueue::runOnOwnThread();
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    benchmark::RegisterBenchmark("1 series of 200000 items",
+                                 [bytes](benchmark::State& state) {
+                                     workItems(state, 1, 200'000);
+                                     state.counters["bytes_per_item"] = bytes;
+                                 })
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("1000 series of 200 items", workItems, 1000, 200)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("disabled log call", disabledLogCall);
+    return runRows(argc, argv);
 }
