@@ -388,7 +388,7 @@ const char* MZJSONDocumentReader::readText(const char* at, const char* end) {
     if (!isPlain && !velto::isValidUTF8({begin, length})) {
         return nullptr;
     }
-    // Before the quotation mark at least a bracket has been read.
+    // Before the quotation mark stands a bracket, or what the source has there.
     if (length <= Builder::shortText && end - begin >= std::ptrdiff_t{Builder::shortText}) {
         builder_.pushShortText(begin, length);
     } else {

@@ -73,16 +73,17 @@ bool MZJSONTextSource::readMore(std::size_t unread) {
 char* MZJSONTextSource::room(std::size_t count) {
     if (length_ + count + 1 > capacity_) {
         const std::string_view unread = block_ ? text() : std::string_view();
-        const std::size_t capacity = std::max(segmentSize, 2 * (unread.size() + count + 1));
+        const std::size_t capacity = std::max(segmentSize, 2 * (unread.size() + count + 2));
         auto next = std::make_unique_for_overwrite<char[]>(capacity);
-        unread.copy(next.get(), unread.size());
-        if (begin_ != 0) {
+        next[0] = '\0';
+        unread.copy(&next[1], unread.size());
+        if (begin_ > 1) {
             read_.push_back({std::move(block_), begin_});
         }
         block_ = std::move(next);
         capacity_ = capacity;
-        begin_ = 0;
-        length_ = unread.size();
+        begin_ = 1;
+        length_ = 1 + unread.size();
     }
     return &block_[length_];
 }
@@ -102,9 +103,9 @@ void MZJSONTextSource::takeCharacters() {
 std::string MZJSONTextSource::bytes() const {
     std::string text;
     for (const Segment& segment : read_) {
-        text.append(segment.block.get(), segment.length);
+        text.append(&segment.block[1], segment.length - 1);
     }
-    text.append(block_.get(), length_);
+    text.append(&block_[1], length_ - 1);
     return encoding_ == TextEncoding::utf8 ? text
                                            : velto::encodeText(text, encoding_)
                                                  .value_or("")

@@ -24,7 +24,7 @@ public:
     /// Goes on to a text that begins with the last `unread` bytes of this one and has at least as
     /// many new bytes of the stream behind them, in whole blocks; false when there are no more.
     bool readMore(std::size_t unread);
-    /// A zero stands behind it. It lasts until more is read.
+    /// A zero stands behind it, and a byte before it may be read. It lasts until more is read.
     std::string_view text() const noexcept { return {&block_[begin_], length_ - begin_}; }
 
     /// Whether the text is all that the stream had; known when there is no more.
