@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/Platform/MD5.h>
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace velto::detail {
@@ -87,6 +88,10 @@ void digestBlocks(std::array<Word, 4>& state,
 }
 
 }  // namespace
+
+MD5::~MD5() {
+    explicit_bzero(rest_.data(), rest_.size());
+}
 
 void MD5::update(const std::uint8_t* bytes, std::size_t length) noexcept {
     const std::size_t held = length_ % blockSize;

@@ -9,6 +9,11 @@ namespace velto::detail {
 /// MD5 (RFC 1321), made piece by piece: 5 % faster than OpenSSL's. One thread at a time.
 class MD5 {
 public:
+    MD5() = default;
+    MD5(const MD5&) = default;
+    MD5& operator=(const MD5&) = default;
+    ~MD5();  ///< Wipes what it holds of the bytes.
+
     void update(const std::uint8_t* bytes, std::size_t length) noexcept;
     std::array<std::uint8_t, 16> finish() noexcept;  ///< Uses the digest up.
 
