@@ -182,7 +182,7 @@ PackageInspection::PackageInspection(PassKey, InspectedPackage& package) : packa
 PackageInspection::~PackageInspection() = default;
 
 void PackageInspection::run() {
-    setWorkStatus(MZWorkStatusStarted);
+    startUnlessCancelled();
     for (InspectedFile& file : package_.files) {
         if (isCancelled()) {
             return;

@@ -12,19 +12,20 @@ std::string absolutePath(std::string_view path) {
     if (problem) {
         return std::string(path);  // without a working folder; whoever uses it says what is wrong
     }
+    while (whole != whole.root_path() && (!whole.has_filename() || whole.filename() == ".")) {
+        whole = whole.parent_path();
+    }
     // Behind a link to a folder, ".." is not the folder that holds the link.
     if (std::ranges::find(whole, "..") != whole.end()) {
-        const bool hasName =
-            whole.has_filename() && whole.filename() != "." && whole.filename() != "..";
+        const bool hasName = whole.filename() != "..";
         const std::filesystem::path folder =
-            std::filesystem::weakly_canonical(hasName ? whole.parent_path() : whole, problem);
+            std::filesystem::canonical(hasName ? whole.parent_path() : whole, problem);
         if (problem) {
             return whole.string();
         }
         whole = hasName ? folder / whole.filename() : folder;
     }
-    whole = whole.lexically_normal();
-    return (whole.has_filename() ? whole : whole.parent_path()).string();
+    return whole.lexically_normal().string();
 }
 
 }  // namespace velto::cli

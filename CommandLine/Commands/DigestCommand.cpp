@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 
@@ -130,7 +131,8 @@ public:
             if (DigestListReader::isIgnored(line)) {
                 return true;
             }
-            const std::optional<DigestEntry> entry = reader.entry(line);
+            const std::optional<DigestEntry> entry =
+                line.size() < longestLine ? reader.entry(line) : std::nullopt;
             // A list that is read from standard input cannot name it.
             if (entry && !(list == standardInputName && entry->name == standardInputName)) {
                 check(*entry);
@@ -154,9 +156,7 @@ public:
             return;
         }
         if (malformed != 0) {
-            say(malformed == 1
-                    ? localized("WARNING: 1 line is improperly formatted")
-                    : localizedFormat("WARNING: %llu lines are improperly formatted", malformed));
+            say(linesAreMalformed(malformed));
         }
         if (const std::uint64_t count = unreadable_ - unreadableBefore; count != 0) {
             say(count == 1
@@ -177,7 +177,10 @@ public:
     bool isWanted() const { return frontend_.console().isComplete(); }
 
     ExitCode end(bool isCheck) {
-        const bool hasFailed = !reasons_.empty() || wrong_ != 0 || (isStrict_ && malformed_ != 0);
+        if (isStrict_ && malformed_ != 0) {
+            reasons_.push_back(linesAreMalformed(malformed_));
+        }
+        const bool hasFailed = !reasons_.empty() || wrong_ != 0;
         if (!frontend_.printsJSON()) {
             return hasFailed ? ExitCode::failed : ExitCode::done;
         }
@@ -205,18 +208,24 @@ public:
     }
 
 private:
+    static std::string linesAreMalformed(std::uint64_t count) {
+        return count == 1 ? localized("WARNING: 1 line is improperly formatted")
+                          : localizedFormat("WARNING: %llu lines are improperly formatted", count);
+    }
+
     static std::string displayName(const std::string& name) {
         return name == standardInputName ? localized("standard input") : name;
     }
 
     void check(const DigestEntry& entry) {
+        Error why;
         if (ignoresMissing_ && entry.name != standardInputName &&
-            !FileManager::exists(entry.name)) {
+            !FileManager::attributes(entry.name, &why) && why.code() == ENOENT) {
             ++missing_;
             return;
         }
         ++checked_;
-        Error why;
+        why = {};
         const std::optional<std::string> md5 = md5Of(entry.name, why);
         const bool isRight =
             md5 && md5->size() == entry.md5.size() && findIgnoringCase(entry.md5, *md5) == 0;
@@ -228,6 +237,9 @@ private:
         } else {
             ++right_;
         }
+        if (isSilent_) {
+            return;
+        }
         if (frontend_.printsJSON()) {
             frontend_.answer(JSONLine("check")
                                  .add("file", entry.name)
@@ -236,7 +248,7 @@ private:
                                  .add("outcome", isRight ? "ok"
                                                  : md5   ? "wrong"
                                                          : "unreadable"));
-        } else if (!isSilent_ && (!isRight || !frontend_.isQuiet())) {
+        } else if (!isRight || !frontend_.isQuiet()) {
             // For scripts, whatever the language; here md5sum escapes for a line feed only.
             const bool isEscaped = entry.name.find('\n') != std::string::npos;
             frontend_.answer((isEscaped ? "\\" + escapedName(entry.name) : entry.name) +

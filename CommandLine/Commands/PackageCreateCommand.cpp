@@ -10,6 +10,7 @@
 #include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/TextEncoding.h>
 #include <VeltoConnectFoundation/Utilities/MZHumanReadableBytes.h>
 #include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
@@ -17,8 +18,8 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
-#include <algorithm>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
@@ -59,17 +60,28 @@ Error faultOfFolder(const std::filesystem::path& video) {
     const std::filesystem::path folder = video.parent_path();
     struct stat status {};
     struct statfs system {};
-    if (::access(folder.c_str(), W_OK | X_OK) != 0 || ::stat(video.c_str(), &status) != 0 ||
-        ::statfs(folder.c_str(), &system) != 0) {
+    if (::stat(video.c_str(), &status) != 0) {
+        return Error::posix(errno, video.string());
+    }
+    if (::access(folder.c_str(), W_OK | X_OK) != 0 || ::statfs(folder.c_str(), &system) != 0) {
         return Error::posix(errno, folder.string());
     }
     // Any other may share the blocks of both files. Holes take no room.
     constexpr std::array withoutClones{EXT4_SUPER_MAGIC, TMPFS_MAGIC, MSDOS_SUPER_MAGIC};
     const auto needed = static_cast<std::uint64_t>(
         std::min<std::int64_t>(status.st_size, std::int64_t{status.st_blocks} * 512));
-    const auto room = std::uint64_t{system.f_bavail} * static_cast<std::uint64_t>(system.f_frsize);
-    const bool needsRoom = std::ranges::find(withoutClones, system.f_type) != withoutClones.end();
+    const auto room = std::uint64_t{::geteuid() == 0 ? system.f_bfree : system.f_bavail} *
+                      static_cast<std::uint64_t>(system.f_frsize);
+    // A tmpfs without a limit has no blocks to count.
+    const bool needsRoom = system.f_blocks != 0 &&
+                           std::ranges::find(withoutClones, system.f_type) != withoutClones.end();
     return needsRoom && room < needed ? Error::posix(ENOSPC, folder.string()) : Error();
+}
+
+/// Also on a file system where names of either case are the same.
+bool isMetadataName(std::string_view name) {
+    constexpr std::string_view metadata = "metadata.xml";
+    return name.size() == metadata.size() && findIgnoringCase(name, metadata) == 0;
 }
 
 /// What a package is made of, as the command line says.
@@ -127,7 +139,7 @@ private:
                 printable(std::filesystem::weakly_canonical(whole, problem).string()));
         } else if (attributes->kind != FileAttributes::Kind::regular) {
             why = localized("It is not a file.");
-        } else if (name == "metadata.xml") {
+        } else if (isMetadataName(name)) {
             why = localized("A package's own metadata bears this name.");
             failure.next = localized("Rename the video, then try again.");
         } else if (const std::string fault = faultOfMetadataName(name); !fault.empty()) {
@@ -182,7 +194,9 @@ std::string cleanUp(Frontend& frontend, const std::string& directory) {
     }
     frontend.interrupts().setHandler([](unsigned) {});  // A part of it would be left.
     Error error;
-    if (!FileManager::remove(directory, &error)) {
+    const bool isRemoved = FileManager::remove(directory, &error);
+    frontend.interrupts().setHandler({});
+    if (!isRemoved) {
         return localizedFormat("The unfinished package could not be removed: %@",
                                printable(error.localizedDescription()));
     }

@@ -46,6 +46,8 @@ TEST_F(DigestTest, PrintsAndChecksAsTheRealOne) {
     write("bare", "900150983CD24FB0D6963F7D28E17F72 abc\n" + sum + "  abc\n");
     write("wrong", none + "  abc\n" + none + "  empty");
     write("unreadable", sum + "  missing\n");
+    std::filesystem::create_symlink("loop", files / "loop");
+    write("loops", sum + "  abc\n" + sum + "  loop\n");
     write("one of each", none + "  abc\n" + sum + "  missing\nnot a line\n");
     for (const std::string arguments : {"*",
                                         "abc - < large",
@@ -66,7 +68,7 @@ TEST_F(DigestTest, PrintsAndChecksAsTheRealOne) {
                                         "-c - < /dev/null",
                                         "-c --status wrong missing",
                                         "-c --strict all mixed",
-                                        "-c --ignore-missing unreadable 'one of each'",
+                                        "-c --ignore-missing unreadable 'one of each' loops",
                                         "-c -w mixed"}) {
         SCOPED_TRACE(arguments);
         Child theirs = run("md5sum ", arguments);

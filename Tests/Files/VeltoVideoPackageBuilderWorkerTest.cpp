@@ -226,8 +226,8 @@ TEST(VeltoVideoPackageBuilderWorker, RefusesAVideoThatIsNotTheDigestedOne) {
     }
     folder.write("target", "video");
     std::filesystem::create_symlink("target", folder.at("link.mov"));
-    folder.write("metadata.xml", "video");
-    for (const char* name : {"link.mov", "metadata.xml"}) {
+    folder.write("Metadata.XML", "video");
+    for (const char* name : {"link.mov", "Metadata.XML"}) {
         SCOPED_TRACE(name);
         const auto builder = builderFor(folder.at(name));
         builder->run();

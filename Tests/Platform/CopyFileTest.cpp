@@ -471,6 +471,7 @@ TEST(CopyFile, BearsWhatTheSystemAnswers) {
         return call > 5 ? EIO : 0;
     };
     const Faults::Answer full = [](unsigned call, std::size_t&) { return call > 1 ? EDQUOT : 0; };
+    const Faults::Answer brokenAtOnce = [](unsigned, std::size_t&) { return EIO; };
     const Faults::Answer fullAtOnce = [](unsigned, std::size_t&) { return EDQUOT; };
     const Faults::Answer grown = [](unsigned call, std::size_t&) { return call == 2 ? ERANGE : 0; };
     const Faults::Answer vanished = [](unsigned, std::size_t&) { return ENODATA; };
@@ -489,7 +490,8 @@ TEST(CopyFile, BearsWhatTheSystemAnswers) {
         {"what was written is lost", {.copy = refused, .write = broken}, EIO},
         {"no more may be written", {.copy = refused, .write = full}, EDQUOT},
         {"no more may be copied", {.copy = fullAtOnce, .write = fullAtOnce}, EDQUOT},
-        {"an attribute does not fit", {.setAttribute = fullAtOnce}, hasNote ? EDQUOT : 0},
+        {"an attribute does not fit", {.setAttribute = fullAtOnce}, 0, false, false},
+        {"an attribute is not written", {.setAttribute = brokenAtOnce}, hasNote ? EIO : 0},
         {"an attribute grows", {.getAttribute = grown}, 0},
         {"an attribute vanishes", {.getAttribute = vanished}, 0, false, false},
         {"an attribute cannot be read", {.getAttribute = fullAtOnce}, hasNote ? EDQUOT : 0, true},

@@ -73,6 +73,9 @@ bool GzipStream::hasEnded() const noexcept {
 void GzipStream::run(std::span<const std::uint8_t>& input,
                      std::span<std::uint8_t>& output,
                      bool isLast) {
+    if (!isRunning()) {
+        return;
+    }
     // zlib itself counts in 32 bits.
     constexpr std::size_t most = std::numeric_limits<uInt>::max();
     z_stream& stream = *stream_;

@@ -56,6 +56,9 @@ bool MZJSONTextSource::readMore(std::size_t unread) {
         isEnded_ = !MZReadBytesFromStream(*stream_, reinterpret_cast<std::uint8_t*>(place),
                                           blockSize, obtained, error_);
         if (error_) {
+            if (isUTF8) {
+                commit(place);  // Behind the text stand bytes of the block that failed.
+            }
             break;
         }
         sum += obtained;
@@ -78,6 +81,7 @@ char* MZJSONTextSource::room(std::size_t count) {
         next[0] = '\0';
         unread.copy(&next[1], unread.size());
         if (begin_ > 1) {
+            read_.reserve(read_.size() + 1);  // Should that fail, the block stays.
             read_.push_back({std::move(block_), begin_});
         }
         block_ = std::move(next);

@@ -44,7 +44,7 @@ void VeltoDrovanWorker::didCreate() {
 
 void VeltoDrovanWorker::run() {
     try {
-        setWorkStatus(MZWorkStatusStarted);
+        startUnlessCancelled();
         setStatusMessage(storeMessages()->authenticatingWithStoreMessage());
         drovanWillStart();
         finished_ = false;

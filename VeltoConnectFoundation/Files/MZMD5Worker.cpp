@@ -56,10 +56,9 @@ MZMD5Worker::MZMD5Worker(velto::PassKey, std::string_view file)
 MZMD5Worker::~MZMD5Worker() = default;
 
 void MZMD5Worker::run() {
-    if (isCancelled()) {
+    if (!startUnlessCancelled()) {
         return;
     }
-    setWorkStatus(MZWorkStatusStarted);
     setStatusMessage(velto::localizedFormat("Computing the checksum of %@…",
                                             std::filesystem::path(file_).filename().string()));
     Error error;
@@ -70,7 +69,10 @@ void MZMD5Worker::run() {
             Guard guard(resultLock_);
             md5_ = std::move(md5);
         }
-        finishUnlessCancelled();
+        if (!finishUnlessCancelled()) {
+            Guard guard(resultLock_);
+            md5_.reset();  // It may be that of half the file.
+        }
     }
     setPercentComplete(100);
 }

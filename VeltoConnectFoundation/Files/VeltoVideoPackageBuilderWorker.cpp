@@ -6,6 +6,7 @@
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/TextEncoding.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -46,7 +47,9 @@ Error faultOfSource(const std::string& source) {
         return refusal(
             ELOOP, localizedFormat("%@: it is a symbolic link, and a package holds files", source));
     }
-    if (lastComponent(source) == metadataName) {
+    // Also where the file system takes names of either case for the same.
+    if (const std::string name = lastComponent(source);
+        name.size() == metadataName.size() && velto::findIgnoringCase(name, metadataName) == 0) {
         return refusal(EEXIST,
                        localizedFormat("%@: a package's own metadata bears this name", source));
     }
@@ -92,9 +95,7 @@ VeltoVideoPackageBuilderWorker::initWithMetadataWorker(
 }
 
 void VeltoVideoPackageBuilderWorker::run() {
-    if (!isCancelled()) {
-        setWorkStatus(MZWorkStatusStarted);
-    }
+    startUnlessCancelled();
     setPercentComplete(0);
     try {
         if (!videoMetadataWorker_->isValidVendorID()) {

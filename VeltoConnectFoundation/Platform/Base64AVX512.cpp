@@ -326,7 +326,9 @@ Lines linesFrom(const char* text, std::size_t at, std::size_t length) {
             return {at, static_cast<std::size_t>(to - bytes)};
         }
         ++at;
-        lines = linesFrom(text, at, at - line);
+        // Perhaps of several lines; an end inside a group would not be one to the plain way.
+        const std::size_t lineLength = at - line;
+        lines = linesFrom(text, at, lineLength % 4 == 1 ? lineLength : 0);
         line = at;
     }
 }

@@ -371,9 +371,9 @@ private:
     }
 
     /// The room for attributes is small whatever the disk has left: not even ENOSPC tells of a full
-    /// one, which the data would have met first.
+    /// one. Without them the copy is as good.
     static bool isBeyondDestination(int reason) {
-        constexpr std::array reasons{ENOTSUP, EPERM, EACCES, ENOSPC, E2BIG, ERANGE};
+        constexpr std::array reasons{ENOTSUP, EPERM, EACCES, ENOSPC, EDQUOT, E2BIG, ERANGE};
         return std::ranges::find(reasons, reason) != reasons.end();
     }
 

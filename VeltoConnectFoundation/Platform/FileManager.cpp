@@ -262,8 +262,18 @@ bool FileManager::writeAtomically(std::string_view path,
 }
 
 bool FileManager::synchronize(std::string_view path, Error* error) {
-    const Descriptor file(open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    return (file.isOpen() && fsync(file.number()) == 0) || failWithErrno(error, path);
+    const std::string whole(path);
+    const Descriptor file(open(whole.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.isOpen()) {
+        return fsync(file.number()) == 0 || failWithErrno(error, path);
+    }
+    if (errno != EACCES) {
+        return failWithErrno(error, path);
+    }
+    const std::size_t slash = whole.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : whole.substr(0, slash + 1);
+    const Descriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return (parent.isOpen() && syncfs(parent.number()) == 0) || failWithErrno(error, path);
 }
 
 bool FileManager::createFolder(std::string_view path, std::uint32_t mode, Error* error) {

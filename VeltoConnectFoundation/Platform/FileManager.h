@@ -59,7 +59,8 @@ public:
                                               std::string_view bytes,
                                               std::uint32_t mode = 0666,
                                               Error* error = nullptr);
-    /// Returns once the content of a file is on the disk.
+    /// Returns once the content of a file is on the disk; if the file may not be read, once all of
+    /// its file system is.
     [[nodiscard]] static bool synchronize(std::string_view path, Error* error = nullptr);
 
     /// With the folders above it; a folder that exists is fine.

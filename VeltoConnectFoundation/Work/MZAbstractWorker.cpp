@@ -110,17 +110,27 @@ void MZAbstractWorker::setWorkStatus(MZWorkStatus status) {
     }
 }
 
-void MZAbstractWorker::finishUnlessCancelled() {
+bool MZAbstractWorker::startUnlessCancelled() {
+    return setUnlessCancelled(MZWorkStatusStarted);
+}
+
+bool MZAbstractWorker::finishUnlessCancelled() {
+    return setUnlessCancelled(MZWorkStatusFinished);
+}
+
+bool MZAbstractWorker::setUnlessCancelled(MZWorkStatus status) {
     std::function<void()> now;
     {
         Guard guard(lock_);
-        if (!cancelled_) {
-            now = changeWorkStatus(MZWorkStatusFinished);
+        if (cancelled_) {
+            return false;
         }
+        now = changeWorkStatus(status);
     }
     if (now) {
         now();
     }
+    return true;
 }
 
 std::function<void()> MZAbstractWorker::changeWorkStatus(MZWorkStatus status) {

@@ -67,9 +67,10 @@ public:
 
     MZWorkStatus workStatus() const { return workStatus_.load(); }
     void setWorkStatus(MZWorkStatus status);
-    /// Finished, unless the worker is cancelled: however close both are, a cancel has the last
-    /// word.
-    void finishUnlessCancelled();
+    /// Started, unless the worker is cancelled: however close both are, a cancel has the last word.
+    /// Answers whether it was set.
+    bool startUnlessCancelled();
+    bool finishUnlessCancelled();  ///< The same with finished.
 
     /// 0 to 100. A worker that counts what it does may answer from its counters.
     virtual double percentComplete() const;
@@ -136,6 +137,7 @@ private:
     Callbacks& callbacks() VELTO_REQUIRES(lock_);
     /// What the caller has to run after releasing the lock, if anything.
     std::function<void()> changeWorkStatus(MZWorkStatus status) VELTO_REQUIRES(lock_);
+    bool setUnlessCancelled(MZWorkStatus status);
     template <class Member>
     Member get(Member Callbacks::*member) const;
     template <class Member>
