@@ -10,7 +10,6 @@
 #include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
-#include <VeltoConnectFoundation/Platform/TextEncoding.h>
 #include <VeltoConnectFoundation/Utilities/MZHumanReadableBytes.h>
 #include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
@@ -78,12 +77,6 @@ Error faultOfFolder(const std::filesystem::path& video) {
     return needsRoom && room < needed ? Error::posix(ENOSPC, folder.string()) : Error();
 }
 
-/// Also on a file system where names of either case are the same.
-bool isMetadataName(std::string_view name) {
-    constexpr std::string_view metadata = "metadata.xml";
-    return name.size() == metadata.size() && findIgnoringCase(name, metadata) == 0;
-}
-
 /// What a package is made of, as the command line says.
 struct Plan {
     std::string video;  ///< Absolute.
@@ -139,7 +132,7 @@ private:
                 printable(std::filesystem::weakly_canonical(whole, problem).string()));
         } else if (attributes->kind != FileAttributes::Kind::regular) {
             why = localized("It is not a file.");
-        } else if (isMetadataName(name)) {
+        } else if (VeltoVideoPackageBuilderWorker::isMetadataName(name)) {
             why = localized("A package's own metadata bears this name.");
             failure.next = localized("Rename the video, then try again.");
         } else if (const std::string fault = faultOfMetadataName(name); !fault.empty()) {

@@ -47,9 +47,7 @@ Error faultOfSource(const std::string& source) {
         return refusal(
             ELOOP, localizedFormat("%@: it is a symbolic link, and a package holds files", source));
     }
-    // Also where the file system takes names of either case for the same.
-    if (const std::string name = lastComponent(source);
-        name.size() == metadataName.size() && velto::findIgnoringCase(name, metadataName) == 0) {
+    if (VeltoVideoPackageBuilderWorker::isMetadataName(lastComponent(source))) {
         return refusal(EEXIST,
                        localizedFormat("%@: a package's own metadata bears this name", source));
     }
@@ -155,6 +153,10 @@ Error VeltoVideoPackageBuilderWorker::createPackage() {
         tellPhase(localizedFormat("Generated package: %@", directory));
     }
     return error;
+}
+
+bool VeltoVideoPackageBuilderWorker::isMetadataName(std::string_view name) {
+    return name.size() == metadataName.size() && velto::findIgnoringCase(name, metadataName) == 0;
 }
 
 std::string VeltoVideoPackageBuilderWorker::uniqueDirectoryNameWithExample(std::string_view path) {

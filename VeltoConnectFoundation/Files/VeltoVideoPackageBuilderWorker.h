@@ -41,6 +41,9 @@ public:
     /// Fails with an error, or with one that the worker has got meanwhile.
     [[nodiscard]] velto::Error createPackage();
 
+    /// Whether the metadata would take the place of a video of that name: "metadata.xml", in either
+    /// case, for some file systems take both for the same.
+    static bool isMetadataName(std::string_view name);
     /// The path itself when nothing is there, else the first free of "…-1.velmp", "…-2.velmp" and
     /// so on.
     static std::string uniqueDirectoryNameWithExample(std::string_view path);

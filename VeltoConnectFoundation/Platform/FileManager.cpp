@@ -1,5 +1,6 @@
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 
+#include <VeltoConnectFoundation/Platform/FileDescriptor.h>
 #include <VeltoConnectFoundation/Platform/UUID.h>
 
 #include <dirent.h>
@@ -19,22 +20,6 @@
 namespace velto {
 
 namespace {
-
-/// Owns a descriptor.
-class Descriptor {
-public:
-    explicit Descriptor(int number) noexcept : number_(number) {}
-    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    Descriptor& operator=(Descriptor&&) = delete;
-    ~Descriptor() { close(); }
-
-    int number() const noexcept { return number_; }
-    bool isOpen() const noexcept { return number_ >= 0; }
-    int close() noexcept { return isOpen() ? ::close(std::exchange(number_, -1)) : 0; }
-
-private:
-    int number_;
-};
 
 bool failWithErrno(Error* error, std::string_view path) {
     return fail(error, Error::posix(errno, path));
@@ -66,16 +51,17 @@ std::optional<FileAttributes> attributesAt(std::string_view path, int flags, Err
 }
 
 /// Not open, and the error set, unless it is a regular file.
-Descriptor openRegular(std::string_view path, struct stat& status, Error* error) {
+FileDescriptor openRegular(std::string_view path, struct stat& status, Error* error) {
     // O_NONBLOCK: opening a pipe nobody writes to must not wait.
-    Descriptor file(open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file.isOpen() || fstat(file.number(), &status) != 0) {
+    FileDescriptor file(
+        open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file || fstat(file.number(), &status) != 0) {
         failWithErrno(error, path);
-        return Descriptor(-1);
+        return FileDescriptor();
     }
     if (!S_ISREG(status.st_mode)) {
         fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
-        return Descriptor(-1);
+        return FileDescriptor();
     }
     return file;
 }
@@ -179,8 +165,8 @@ bool FileManager::read(std::string_view path,
                        std::vector<std::uint8_t>& bytes,
                        Error* error) {
     struct stat status {};
-    const Descriptor file = openRegular(path, status, error);
-    if (!file.isOpen()) {
+    const FileDescriptor file = openRegular(path, status, error);
+    if (!file) {
         return false;
     }
     // Sizes of files of the kernel read 0: the end alone decides, with a byte of room to see it.
@@ -210,8 +196,8 @@ bool FileManager::readBlocks(std::string_view path,
                              const std::function<bool(std::string_view block)>& use,
                              Error* error) {
     struct stat status {};
-    const Descriptor file = openRegular(path, status, error);
-    if (!file.isOpen()) {
+    const FileDescriptor file = openRegular(path, status, error);
+    if (!file) {
         return false;
     }
     std::string block(blockSize, '\0');
@@ -242,9 +228,10 @@ bool FileManager::writeAtomically(std::string_view path,
     const std::string folder = slash == std::string::npos ? "." : target.substr(0, slash + 1);
     const std::string temporary = folder + "/.velto-" + UUID::random();
 
-    Descriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
-                         static_cast<mode_t>(mode)));
-    if (!file.isOpen()) {
+    FileDescriptor file(open(temporary.c_str(),
+                             O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                             static_cast<mode_t>(mode)));
+    if (!file) {
         return failWithErrno(error, path);
     }
     if (!writeAll(file.number(), bytes) || fsync(file.number()) != 0 || file.close() != 0 ||
@@ -254,8 +241,8 @@ bool FileManager::writeAtomically(std::string_view path,
         return fail(error, Error::posix(reason, path));
     }
     // The new name is on the disk once its folder is; the content is safe either way.
-    const Descriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (parent.isOpen()) {
+    const FileDescriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (parent) {
         fsync(parent.number());
     }
     return true;
@@ -263,8 +250,8 @@ bool FileManager::writeAtomically(std::string_view path,
 
 bool FileManager::synchronize(std::string_view path, Error* error) {
     const std::string whole(path);
-    const Descriptor file(open(whole.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.isOpen()) {
+    const FileDescriptor file(open(whole.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file) {
         return fsync(file.number()) == 0 || failWithErrno(error, path);
     }
     if (errno != EACCES) {
@@ -272,8 +259,8 @@ bool FileManager::synchronize(std::string_view path, Error* error) {
     }
     const std::size_t slash = whole.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : whole.substr(0, slash + 1);
-    const Descriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return (parent.isOpen() && syncfs(parent.number()) == 0) || failWithErrno(error, path);
+    const FileDescriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return (parent && syncfs(parent.number()) == 0) || failWithErrno(error, path);
 }
 
 bool FileManager::createFolder(std::string_view path, std::uint32_t mode, Error* error) {
