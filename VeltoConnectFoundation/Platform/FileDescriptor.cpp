@@ -7,7 +7,18 @@
 
 namespace velto {
 
-void FileDescriptor::reset(int number) noexcept {
+int FileDescriptor::aboveStandard(int number) noexcept {
+    if (number < 0 || number > STDERR_FILENO) {
+        return number;
+    }
+    const int above = ::fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int failure = errno;
+    ::close(number);
+    errno = failure;
+    return above;
+}
+
+void FileDescriptor::take(int number) noexcept {
     if (number_ >= 0) {
         const int before = errno;
         ::close(number_);
@@ -28,17 +39,27 @@ int Pipe::open() noexcept {
         return errno;
     }
     reading.reset(ends[0]);
+    const int failure = reading ? 0 : errno;
     writing.reset(ends[1]);
-    for (FileDescriptor* end : {&reading, &writing}) {
-        if (end->number() <= STDERR_FILENO) {
-            const int above = ::fcntl(end->number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-            if (above < 0) {
-                return errno;
-            }
-            end->reset(above);
+    return failure != 0 ? failure : writing ? 0 : errno;
+}
+
+StandardDescriptorsTaken::StandardDescriptorsTaken() noexcept {
+    int number = -1;
+    while ((number = ::open("/", O_PATH | O_CLOEXEC)) >= 0 && number <= STDERR_FILENO) {
+        taken_[static_cast<std::size_t>(number)] = true;
+    }
+    if (number >= 0) {
+        ::close(number);
+    }
+}
+
+StandardDescriptorsTaken::~StandardDescriptorsTaken() {
+    for (std::size_t number = 0; number < taken_.size(); ++number) {
+        if (taken_[number]) {
+            ::close(static_cast<int>(number));
         }
     }
-    return 0;
 }
 
 }  // namespace velto

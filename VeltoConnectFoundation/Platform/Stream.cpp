@@ -1,5 +1,7 @@
 #include <VeltoConnectFoundation/Platform/Stream.h>
 
+#include <VeltoConnectFoundation/Platform/FileDescriptor.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -72,18 +74,15 @@ template <class Base>
 class FileStream : public Base {
 public:
     FileStream(std::string_view path, int flags) : path_(path), flags_(flags) {}
-    ~FileStream() override { closeFile(); }
-    FileStream(const FileStream&) = delete;
-    FileStream& operator=(const FileStream&) = delete;
 
     void open() override {
         if (status_ != StreamStatus::notOpen) {
             return;
         }
         do {
-            descriptor_ = ::open(path_.c_str(), flags_ | O_CLOEXEC, 0666);
-        } while (descriptor_ < 0 && errno == EINTR);
-        if (descriptor_ < 0) {
+            file_.reset(::open(path_.c_str(), flags_ | O_CLOEXEC, 0666));
+        } while (!file_ && errno == EINTR);
+        if (!file_) {
             fail();
             return;
         }
@@ -92,7 +91,7 @@ public:
     }
 
     void close() override {
-        closeFile();
+        file_.reset();
         status_ = StreamStatus::closed;
     }
 
@@ -100,16 +99,16 @@ public:
     Error streamError() const override { return error_; }
 
     Value propertyForKey(std::string_view key) const override {
-        if (key != StreamFileCurrentOffsetKey || descriptor_ < 0) {
+        if (key != StreamFileCurrentOffsetKey || !file_) {
             return {};
         }
-        const off_t at = ::lseek(descriptor_, 0, SEEK_CUR);
+        const off_t at = ::lseek(file_.number(), 0, SEEK_CUR);
         return at < 0 ? Value() : Value(std::int64_t{at});
     }
 
     bool setProperty(const Value& value, std::string_view key) override {
-        if (key != StreamFileCurrentOffsetKey || descriptor_ < 0 || !value.isNumber() ||
-            ::lseek(descriptor_, value.integerValue(), SEEK_SET) < 0) {
+        if (key != StreamFileCurrentOffsetKey || !file_ || !value.isNumber() ||
+            ::lseek(file_.number(), value.integerValue(), SEEK_SET) < 0) {
             return false;
         }
         status_ = StreamStatus::open;
@@ -123,7 +122,7 @@ protected:
     std::ptrdiff_t uninterrupted(const Transfer& transfer) {
         ssize_t count = 0;
         do {
-            count = transfer(descriptor_);
+            count = transfer(file_.number());
         } while (count < 0 && errno == EINTR);
         if (count < 0) {
             fail();
@@ -134,13 +133,6 @@ protected:
     StreamStatus status_ = StreamStatus::notOpen;
 
 private:
-    void closeFile() noexcept {
-        if (descriptor_ >= 0) {
-            ::close(descriptor_);
-            descriptor_ = -1;
-        }
-    }
-
     void fail() {
         error_ = Error::posix(errno, path_);
         status_ = StreamStatus::error;
@@ -149,7 +141,7 @@ private:
 
     const std::string path_;
     const int flags_;
-    int descriptor_ = -1;
+    FileDescriptor file_;
     Error error_;
 };
 

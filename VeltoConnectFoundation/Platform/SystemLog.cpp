@@ -1,5 +1,8 @@
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 
+#include <VeltoConnectFoundation/Platform/FileDescriptor.h>
+
+#include <fcntl.h>
 #include <glib.h>
 #include <unistd.h>
 
@@ -9,6 +12,7 @@
 #include <charconv>
 #include <ctime>
 #include <exception>
+#include <optional>
 #include <string>
 
 namespace velto {
@@ -42,10 +46,25 @@ GLogField field(const char* key, std::string_view value) {
     return {key, value.data(), static_cast<gssize>(value.size())};
 }
 
+/// Asked when the library is loaded: where it was closed, what has its number later is something
+/// else of the host's.
+bool hasStandardError() {
+    static const bool wasOpen = fcntl(STDERR_FILENO, F_GETFD) != -1;
+    return wasOpen;
+}
+
+[[maybe_unused]] const bool hadStandardError = hasStandardError();
+
 bool writeToJournal(int level, std::string_view line) {
     static const bool standardErrorIsJournal = g_log_writer_is_journald(STDERR_FILENO) != FALSE;
     if (!standardErrorIsJournal) {
         return false;
+    }
+    // The first line opens GLib's socket.
+    static std::atomic_flag isOpen;
+    std::optional<StandardDescriptorsTaken> taken;
+    if (!isOpen.test_and_set()) {
+        taken.emplace();
     }
     const std::array fields{field("MESSAGE", line), field("PRIORITY", syslogPriority(level)),
                             field("SYSLOG_IDENTIFIER", processName())};
@@ -80,6 +99,9 @@ void appendStamp(std::string& text) {
 
 /// In one call, so that lines of several threads do not mix.
 void writeToStandardError(std::string_view text) {
+    if (!hasStandardError()) {
+        return;
+    }
     while (!text.empty()) {
         const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
         if (written >= 0) {
@@ -93,7 +115,7 @@ void writeToStandardError(std::string_view text) {
 }  // namespace
 
 void systemLog(int level, std::string_view line) {
-    if (writeToJournal(level, line)) {
+    if (!hasStandardError() || writeToJournal(level, line)) {
         return;
     }
     std::string text;
