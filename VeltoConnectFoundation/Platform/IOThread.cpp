@@ -1,5 +1,6 @@
 #include <VeltoConnectFoundation/Platform/IOThread.h>
 
+#include <VeltoConnectFoundation/Platform/FileDescriptor.h>
 #include <VeltoConnectFoundation/Platform/Lock.h>
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 #include <VeltoConnectFoundation/Platform/Thread.h>
@@ -13,14 +14,18 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <new>
 #include <set>
 #include <system_error>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 
 namespace velto {
 
 namespace {
+
+constexpr std::chrono::milliseconds pauseWithoutMemory{10};
 
 thread_local bool isIOThread = false;
 
@@ -53,12 +58,13 @@ private:
     int timeOut();
     void callDueTimers();
     void call(Token token);
+    void postpone(Source& source, Token token) VELTO_REQUIRES(mutex_);
     void take(std::unordered_map<Token, std::shared_ptr<Source>>::iterator found)
         VELTO_REQUIRES(mutex_);
-    void interrupt() const { eventfd_write(interruption_, 1); }
+    void interrupt() const { eventfd_write(interruption_.number(), 1); }
 
-    const int epoll_;
-    const int interruption_;  ///< An eventfd, under token 0.
+    const FileDescriptor epoll_;
+    const FileDescriptor interruption_;  ///< An eventfd, under token 0.
     Mutex mutex_;
     std::condition_variable callEnded_;
     Token lastToken_ VELTO_GUARDED_BY(mutex_) = 0;
@@ -70,8 +76,8 @@ private:
 IOThread::State::State()
     : epoll_(epoll_create1(EPOLL_CLOEXEC)), interruption_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     epoll_event event{EPOLLIN, {.u64 = 0}};
-    if (epoll_ < 0 || interruption_ < 0 ||
-        epoll_ctl(epoll_, EPOLL_CTL_ADD, interruption_, &event) != 0) {
+    if (!epoll_ || !interruption_ ||
+        epoll_ctl(epoll_.number(), EPOLL_CTL_ADD, interruption_.number(), &event) != 0) {
         throw std::system_error(errno, std::generic_category(), "the I/O thread");
     }
     startThread("velto-io", [this] { work(); });
@@ -85,11 +91,12 @@ IOThread::Token IOThread::State::addDescriptor(int fd,
     source->callback = std::move(callback);
     const MutexGuard guard(mutex_);
     const Token token = ++lastToken_;
+    const auto added = sources_.emplace(token, std::move(source)).first;
     epoll_event event{events, {.u64 = token}};
-    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) != 0) {
+    if (epoll_ctl(epoll_.number(), EPOLL_CTL_ADD, fd, &event) != 0) {
+        sources_.erase(added);
         return 0;
     }
-    sources_.emplace(token, std::move(source));
     return token;
 }
 
@@ -102,7 +109,12 @@ IOThread::Token IOThread::State::addTimer(Seconds after, std::function<void()> c
     const MutexGuard guard(mutex_);
     const Token token = ++lastToken_;
     const auto place = timers_.emplace(source->due, token).first;
-    sources_.emplace(token, std::move(source));
+    try {
+        sources_.emplace(token, std::move(source));
+    } catch (...) {
+        timers_.erase(place);
+        throw;
+    }
     if (place == timers_.begin()) {
         interrupt();
     }
@@ -127,7 +139,7 @@ void IOThread::State::remove(Token token) {
 void IOThread::State::take(std::unordered_map<Token, std::shared_ptr<Source>>::iterator found) {
     const Source& source = *found->second;
     if (source.fd >= 0) {
-        epoll_ctl(epoll_, EPOLL_CTL_DEL, source.fd, nullptr);
+        epoll_ctl(epoll_.number(), EPOLL_CTL_DEL, source.fd, nullptr);
     } else {
         timers_.erase({source.due, found->first});
     }
@@ -156,19 +168,34 @@ void IOThread::State::call(Token token) {
         }
         source = found->second;
         underWay_ = token;
-        if (source->fd < 0) {
-            take(found);
-        }
     }
+    bool lacksMemory = false;
     try {
         source->callback();
+    } catch (const std::bad_alloc&) {
+        lacksMemory = true;
     } catch (...) {
         platformLogUncaught("the I/O thread");
     }
-    source.reset();
-    const MutexGuard guard(mutex_);
+    const bool isTimer = source->fd < 0;
+    if (lacksMemory && !isTimer) {
+        std::this_thread::sleep_for(pauseWithoutMemory);  // It still has something to read.
+    }
+    MutexGuard guard(mutex_);
+    if (const auto found = sources_.find(token); isTimer && found != sources_.end()) {
+        lacksMemory ? postpone(*source, token) : take(found);
+    }
+    guard.unlock();
+    source.reset();  // Its callback is destroyed with no lock held.
+    guard.lock();
     underWay_ = 0;
     callEnded_.notify_all();
+}
+
+void IOThread::State::postpone(Source& source, Token token) {
+    auto place = timers_.extract({source.due, token});
+    source.due = place.value().first = Time::now() + pauseWithoutMemory;
+    timers_.insert(std::move(place));
 }
 
 void IOThread::State::callDueTimers() {
@@ -191,20 +218,17 @@ void IOThread::State::work() {
     std::array<epoll_event, 64> events;
     for (;;) {
         const int count =
-            epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), timeOut());
+            epoll_wait(epoll_.number(), events.data(), static_cast<int>(events.size()), timeOut());
         for (int index = 0; index < count; ++index) {
             if (const Token token = events[static_cast<std::size_t>(index)].data.u64; token != 0) {
                 call(token);
             } else {
                 eventfd_t ignored;
-                eventfd_read(interruption_, &ignored);
+                eventfd_read(interruption_.number(), &ignored);
             }
         }
         callDueTimers();
     }
-}
-
-IOThread::IOThread() : state_(new State) {
 }
 
 IOThread& IOThread::shared() {
@@ -212,24 +236,55 @@ IOThread& IOThread::shared() {
     return *thread;
 }
 
+IOThread::State* IOThread::startedState() {
+    State* state = state_.load(std::memory_order_acquire);
+    if (state == nullptr) {
+        const MutexGuard guard(starting_);
+        state = state_.load(std::memory_order_acquire);
+        if (state == nullptr) {
+            try {
+                state = new State;
+                state_.store(state, std::memory_order_release);
+            } catch (const std::system_error& failure) {
+                errno = failure.code().value();
+            } catch (const std::bad_alloc&) {
+                errno = ENOMEM;
+            }
+        }
+    }
+    return state;
+}
+
+int IOThread::start() {
+    return startedState() != nullptr ? 0 : errno;
+}
+
 IOThread::Token IOThread::addReadable(int fd, std::function<void()> callback) {
-    return state_->addDescriptor(fd, EPOLLIN | EPOLLRDHUP, std::move(callback));
+    State* const state = startedState();
+    return state == nullptr ? 0
+                            : state->addDescriptor(fd, EPOLLIN | EPOLLRDHUP, std::move(callback));
 }
 
 IOThread::Token IOThread::addWritable(int fd, std::function<void()> callback) {
-    return state_->addDescriptor(fd, EPOLLOUT, std::move(callback));
+    State* const state = startedState();
+    return state == nullptr ? 0 : state->addDescriptor(fd, EPOLLOUT, std::move(callback));
 }
 
 IOThread::Token IOThread::addTimer(Seconds after, std::function<void()> callback) {
-    return state_->addTimer(after, std::move(callback));
+    State* const state = startedState();
+    return state == nullptr ? 0 : state->addTimer(after, std::move(callback));
 }
 
 void IOThread::remove(Token token) {
-    state_->remove(token);
+    if (State* const state = state_.load(std::memory_order_acquire)) {
+        state->remove(token);
+    }
 }
 
 void IOThread::removeCurrent() {
-    state_->removeCurrent();
+    if (isIOThread) {
+        state_.load(std::memory_order_acquire)->removeCurrent();
+    }
 }
 
 bool IOThread::isCurrent() const {

@@ -2,20 +2,29 @@
 
 #include <VeltoConnectFoundation/Platform/Clock.h>
 #include <VeltoConnectFoundation/Platform/Export.h>
+#include <VeltoConnectFoundation/Platform/Lock.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 
 namespace velto {
 
 /// The one thread that watches descriptors and timers for the platform. Any thread; callbacks run
-/// on the I/O thread with no lock held, one at a time, and must be short.
+/// on the I/O thread with no lock held, one at a time, and must be short. One for which there was
+/// no memory is called again a moment later.
+///
+/// Starts with its first use. Where the system has no thread or descriptor for it, that use is
+/// refused, and the next one tries again.
 class VELTO_EXPORT_INTERNAL IOThread {
 public:
     /// Names what was added; never used again. 0 names nothing.
     using Token = std::uint64_t;
 
-    static IOThread& shared();  ///< Starts with its first use, never destroyed.
+    static IOThread& shared();  ///< Never destroyed.
+
+    /// 0 once it runs, or why it cannot start.
+    [[nodiscard]] int start();
 
     /// Calls back as long as `fd` can be read, was hung up or failed, again and again until it is
     /// removed. The descriptor stays the caller's: close it after remove(). One token at a time
@@ -23,7 +32,8 @@ public:
     Token addReadable(int fd, std::function<void()> callback);
     /// The same for writing; a pipe whose reader is gone counts as writable.
     Token addWritable(int fd, std::function<void()> callback);
-    /// Calls back once, not before `after` has passed.
+    /// Calls back once, not before `after` has passed. 0 with errno set as long as the thread
+    /// cannot start.
     Token addTimer(Seconds after, std::function<void()> callback);
     /// After it the callback does not run any more: one under way is waited for, unless this is
     /// the I/O thread. A token that is done, removed or 0 is ignored.
@@ -35,9 +45,12 @@ public:
     bool isCurrent() const;
 
 private:
-    IOThread();
+    IOThread() = default;
     class State;
-    State* state_;
+    State* startedState();
+
+    Mutex starting_;
+    std::atomic<State*> state_{nullptr};
 };
 
 }  // namespace velto

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/ContextMailbox.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/FileDescriptor.h>
 #include <VeltoConnectFoundation/Platform/IOThread.h>
 #include <VeltoConnectFoundation/Platform/MainThread.h>
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
@@ -9,6 +10,7 @@
 #include <VeltoConnectFoundation/Platform/Thread.h>
 
 #include <glib.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -38,13 +40,22 @@ struct Call {
     std::exception_ptr failure;
 };
 
+bool ownsDefaultContext() {
+    GMainContext* const context = defaultContext();
+    return context != nullptr && g_main_context_is_owner(context) != FALSE;
+}
+
 }  // namespace
 
+/// The home is the default context's mailbox or a loop of our own. Work that has no home yet, since
+/// the system has no descriptor or no thread for it, waits until the queue's next use finds one.
 class MainQueue::State {
 public:
-    State() : mailbox_(makeMailbox(nullptr)) {
+    State() : mailbox_([this](const std::function<void()>& work) { perform(work); }) {
         // Tells us that somebody runs the default context, before there is any work.
-        mailbox_->knock();
+        mailbox_.knock();
+        const MutexGuard guard(mutex_);
+        settle();
     }
 
     void moveToOwnThread();
@@ -54,18 +65,18 @@ public:
 
     bool isCurrent() const {
         return mainThread_.load() == &threadMark || inlineThread_.load() == &threadMark ||
-               (!hasOwnThread_.load() &&
-                g_main_context_is_owner(g_main_context_default()) != FALSE);
+               (!hasOwnThread() && ownsDefaultContext());
+    }
+
+    bool isDispatchedElsewhere() const {
+        const void* const thread = mainThread_.load();
+        return thread != nullptr && thread != &threadMark;
     }
 
     bool hasOwnThread() const { return hasOwnThread_.load(); }
 
 private:
-    std::unique_ptr<ContextMailbox> makeMailbox(GMainContext* context) {
-        return std::make_unique<ContextMailbox>(
-            context, [this](const std::function<void()>& work) { perform(work); });
-    }
-
+    void settle() VELTO_REQUIRES(mutex_);
     void perform(const std::function<void()>& work) noexcept;
     bool performInline(const std::function<void()>& work);
     void perform(Call& call);
@@ -81,37 +92,64 @@ private:
     std::atomic<bool> isDispatched_{false};
     std::atomic<bool> isWatched_{false};
 
+    ContextMailbox mailbox_;  ///< Of the default context.
+
     Mutex mutex_;
     std::condition_variable changed_;
     bool isUsed_ VELTO_GUARDED_BY(mutex_) = false;
+    bool isSettled_ VELTO_GUARDED_BY(mutex_) = false;
     std::uint64_t wakeCount_ VELTO_GUARDED_BY(mutex_) = 1;
-    std::unique_ptr<ContextMailbox> mailbox_ VELTO_GUARDED_BY(mutex_);
+    std::shared_ptr<RunLoop> ownLoop_ VELTO_GUARDED_BY(mutex_);
 };
+
+void MainQueue::State::settle() {
+    if (isSettled_) {
+        return;
+    }
+    if (!hasOwnThread()) {
+        if (GMainContext* const context = defaultContext()) {
+            mailbox_.attach(context, ContextMailbox::Deliverer::whoeverRunsTheContext);
+            isSettled_ = true;
+        }
+        return;
+    }
+    try {
+        startThread("velto-main", [this, loop = ownLoop_] {
+            RunLoop::adopt(loop);
+            mainThread_.store(&threadMark);
+            {
+                const Guard guard(standIn_);
+                isDispatched_.store(true);
+            }
+            for (;;) {
+                try {
+                    loop->run(Seconds(std::numeric_limits<double>::infinity()));
+                } catch (...) {
+                    platformLogUncaught("the main thread's loop");
+                }
+            }
+        });
+        isSettled_ = true;
+    } catch (...) {
+        platformLogUncaught("starting the main queue's thread");
+    }
+}
 
 void MainQueue::State::moveToOwnThread() {
     const MutexGuard guard(mutex_);
-    if (hasOwnThread_.load()) {
+    if (hasOwnThread()) {
         return;
     }
     if (isUsed_) {
         throw Exception(InternalInconsistencyException,
                         "The main queue was used before runOnOwnThread() was called.");
     }
-    GMainContext* const context = g_main_context_new();
-    startThread("velto-main", [this, context] {
-        g_main_context_push_thread_default(context);
-        mainThread_.store(&threadMark);
-        for (;;) {
-            try {
-                RunLoop::current()->run(Seconds(std::numeric_limits<double>::infinity()));
-            } catch (...) {
-                platformLogUncaught("the main thread's loop");
-            }
-        }
-    });
-    mailbox_ = makeMailbox(context);
+    ownLoop_ = RunLoop::makeForNewThread();
+    mailbox_.close();
     hasOwnThread_.store(true);
-    isDispatched_.store(true);
+    isSettled_ = false;
+    settle();
+    isDispatched_.store(isSettled_);
 }
 
 void MainQueue::State::perform(const std::function<void()>& work) noexcept {
@@ -133,7 +171,12 @@ void MainQueue::State::async(std::function<void()> work) {
     {
         const MutexGuard guard(mutex_);
         isUsed_ = true;
-        mailbox_->post(std::move(work));
+        if (ownLoop_ == nullptr) {
+            mailbox_.post(std::move(work));
+        } else {
+            ownLoop_->perform([this, work = std::move(work)] { perform(work); });
+        }
+        settle();
     }
     watchForSilence();
 }
@@ -180,6 +223,7 @@ bool MainQueue::State::sync(const std::function<void()>& work,
     {
         const MutexGuard guard(mutex_);
         isUsed_ = true;
+        settle();
     }
     if (!isDispatched_.load() && performInline(work)) {
         return true;
@@ -223,11 +267,16 @@ void MainQueue::State::wakeWaiters() {
 
 void MainQueue::State::watchForSilence() {
     if (!isDispatched_.load() && !isWatched_.exchange(true)) {
-        IOThread::shared().addTimer(longestSilence, [this] {
+        const IOThread::Token timer = IOThread::shared().addTimer(longestSilence, [this] {
+            {
+                const MutexGuard guard(mutex_);
+                settle();
+            }
             if (!isDispatched_.load()) {
                 platformLog(2, silenceReport);
             }
         });
+        isWatched_.store(timer != 0);
     }
 }
 
@@ -268,9 +317,23 @@ bool MainQueue::hasOwnThread() const {
     return state_->hasOwnThread();
 }
 
-bool runsDefaultContext() {
-    return g_main_context_is_owner(g_main_context_default()) != FALSE ||
-           (gettid() == getpid() && !MainQueue::shared().hasOwnThread());
+_GMainContext* defaultContext() {
+    static std::atomic<GMainContext*> known{nullptr};
+    GMainContext* context = known.load();
+    if (context == nullptr && FileDescriptor(eventfd(0, EFD_CLOEXEC))) {
+        const StandardDescriptorsTaken taken;
+        context = g_main_context_default();
+        known.store(context);
+    }
+    return context;
+}
+
+bool isThreadOfDefaultContext() {
+    return ownsDefaultContext() || (gettid() == getpid() && !MainQueue::shared().hasOwnThread());
+}
+
+bool mayRunDefaultContextNow() {
+    return ownsDefaultContext() || !MainQueue::shared().state_->isDispatchedElsewhere();
 }
 
 }  // namespace velto

@@ -1,9 +1,18 @@
 #pragma once
 
+struct _GMainContext;
+
 namespace velto {
 
-/// Whether the calling thread's loop is GLib's default main context: it runs that just now, or is
-/// the process's first thread while the main queue has no thread of its own.
-bool runsDefaultContext();
+/// GLib's default main context. Null where it is not there yet and the system has no descriptor for
+/// it: GLib would end the host. Ask again later.
+_GMainContext* defaultContext();
+
+/// Whether the calling thread's loop runs the default context: it does that just now, or is the
+/// process's first thread while the main queue has no thread of its own.
+bool isThreadOfDefaultContext();
+
+/// Whether no other thread delivers the main queue from the default context.
+bool mayRunDefaultContextNow();
 
 }  // namespace velto

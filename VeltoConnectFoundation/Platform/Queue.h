@@ -61,6 +61,7 @@ public:
     bool hasOwnThread() const;  ///< Whether runOnOwnThread() has chosen its home.
 
 private:
+    friend bool mayRunDefaultContextNow();
     MainQueue();
     ~MainQueue() override;
     class State;

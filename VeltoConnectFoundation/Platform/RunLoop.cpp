@@ -8,26 +8,37 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
+#include <chrono>
 #include <exception>
+#include <optional>
 #include <utility>
 
 namespace velto {
 
-/// Shared with nobody but the loop's own mailbox; the context is the thread's own, the host's for
-/// this thread, or on the main thread the default one.
+/// Its thread waits for work by itself, which needs no descriptor. A context that the thread may
+/// run (the host's for this thread, the default one on the main thread) delivers the work too, and
+/// is run here meanwhile.
 class RunLoop::State {
 public:
-    State()
-        : context_(contextOfThread()),
-          mailbox_(context_, [this](const std::function<void()>& work) { perform(work); }) {}
-
+    State() : mailbox_([this](const std::function<void()>& work) { perform(work); }) {}
     ~State() {
-        mailbox_.close();
-        g_main_context_unref(context_);
+        if (context_ != nullptr) {
+            g_main_context_unref(context_);
+        }
     }
     State(const State&) = delete;
     State& operator=(const State&) = delete;
+
+    /// On the loop's thread, once it has one: looks for the context.
+    void adopt() {
+        GMainContext* const ofHost = g_main_context_get_thread_default();
+        mayRunDefaultContext_ = ofHost == nullptr && isThreadOfDefaultContext();
+        if (ofHost != nullptr) {
+            attach(ofHost);
+        } else {
+            attachDefaultContext();
+        }
+    }
 
     bool run(Seconds limit, const std::function<bool()>& done);
 
@@ -36,19 +47,36 @@ public:
 
     void wake() {
         isWoken_.store(true);
-        g_main_context_wakeup(context_);
+        mailbox_.knock();
     }
 
-    void post(std::function<void()> work) { mailbox_.post(std::move(work)); }
+    void post(std::function<void()> work) {
+        if (work) {
+            mailbox_.post(std::move(work));
+        } else {
+            mailbox_.knock();
+        }
+    }
 
 private:
-    static GMainContext* contextOfThread() {
-        GMainContext* const ofHost = g_main_context_ref_thread_default();
-        if (ofHost != g_main_context_default() || runsDefaultContext()) {
-            return ofHost;
+    void attach(GMainContext* context) {
+        context_ = g_main_context_ref(context);
+        mailbox_.attach(context, ContextMailbox::Deliverer::thisThread);
+    }
+
+    /// Later, where there is no descriptor for it just now.
+    void attachDefaultContext() {
+        if (mayRunDefaultContext_ && context_ == nullptr) {
+            if (GMainContext* const context = defaultContext()) {
+                attach(context);
+            }
         }
-        g_main_context_unref(ofHost);
-        return g_main_context_new();
+    }
+
+    /// Another thread that runs the default context must not wait for this one.
+    bool acquiresContext() const {
+        return context_ != nullptr && (!mayRunDefaultContext_ || mayRunDefaultContextNow()) &&
+               g_main_context_acquire(context_) != FALSE;
     }
 
     void perform(const std::function<void()>& work) noexcept {
@@ -66,7 +94,8 @@ private:
         }
     }
 
-    GMainContext* const context_;
+    GMainContext* context_ = nullptr;
+    bool mayRunDefaultContext_ = false;
     std::atomic<bool> isWoken_{false};
     int depth_ = 0;
     std::exception_ptr failure_;
@@ -75,17 +104,16 @@ private:
 
 namespace {
 
-/// Makes a context turn once at a time that is given.
+/// The end of a run.
 class Deadline {
+    using Monotonic = std::chrono::steady_clock;  // GLib's too.
+
 public:
-    Deadline(GMainContext* context, Seconds limit) {
-        // Beyond a year there is no deadline.
+    explicit Deadline(Seconds limit) {
+        // Beyond a year there is none.
         if (limit < Seconds(366.0 * 86400)) {
-            end_ = g_get_monotonic_time() +
-                   static_cast<gint64>(std::ceil(std::max(limit.count(), 0.0) * 1e6));
-            source_ = g_source_new(&functions, sizeof(GSource));
-            g_source_set_ready_time(source_, end_);
-            g_source_attach(source_, context);
+            end_ = Monotonic::now() +
+                   std::chrono::ceil<Monotonic::duration>(std::max(limit, Seconds(0)));
         }
     }
     ~Deadline() {
@@ -97,7 +125,19 @@ public:
     Deadline(const Deadline&) = delete;
     Deadline& operator=(const Deadline&) = delete;
 
-    bool hasPassed() const { return source_ != nullptr && g_get_monotonic_time() >= end_; }
+    std::optional<Monotonic::time_point> end() const { return end_; }
+    bool hasPassed() const { return end_ && Monotonic::now() >= *end_; }
+
+    /// Makes a context turn then.
+    void attach(GMainContext* context) {
+        if (end_ && source_ == nullptr) {
+            source_ = g_source_new(&functions, sizeof(GSource));
+            g_source_set_ready_time(
+                source_,
+                std::chrono::ceil<std::chrono::microseconds>(end_->time_since_epoch()).count());
+            g_source_attach(source_, context);
+        }
+    }
 
 private:
     static gboolean dispatch(GSource* source, GSourceFunc, gpointer) {
@@ -106,7 +146,7 @@ private:
     }
 
     static inline GSourceFuncs functions{nullptr, nullptr, dispatch, nullptr, nullptr, nullptr};
-    gint64 end_ = 0;
+    std::optional<Monotonic::time_point> end_;
     GSource* source_ = nullptr;
 };
 
@@ -121,11 +161,16 @@ private:
     int& depth_;
 };
 
+/// Behind the end of the thread's own objects, when those of the host's that end later may still
+/// ask.
+thread_local bool hasThreadEnded = false;
+
 /// Closes the loop with its thread; others may still hold on to it.
 struct LoopOfThread {
     std::shared_ptr<RunLoop> loop;
     std::shared_ptr<RunLoop::State> state;
     ~LoopOfThread() {
+        hasThreadEnded = true;
         if (state != nullptr) {
             state->close();
         }
@@ -141,9 +186,16 @@ bool RunLoop::State::run(Seconds limit, const std::function<bool()>& done) {
         return true;
     }
     const Depth depth(depth_);
-    const Deadline deadline(context_, limit);
+    Deadline deadline(limit);
+    attachDefaultContext();
     while (!isWoken_.exchange(false)) {
-        g_main_context_iteration(context_, TRUE);
+        if (acquiresContext()) {
+            deadline.attach(context_);
+            g_main_context_iteration(context_, TRUE);
+            g_main_context_release(context_);
+        } else {
+            mailbox_.deliverNext(deadline.end());
+        }
         if (failure_) {
             std::rethrow_exception(std::exchange(failure_, nullptr));
         }
@@ -161,13 +213,24 @@ RunLoop::RunLoop(std::shared_ptr<State> state) : state_(std::move(state)) {
 }
 RunLoop::~RunLoop() = default;
 
+std::shared_ptr<RunLoop> RunLoop::makeForNewThread() {
+    return std::shared_ptr<RunLoop>(new RunLoop(std::make_shared<State>()));
+}
+
+void RunLoop::adopt(std::shared_ptr<RunLoop> loop) {
+    loop->state_->adopt();
+    loopOfThread.state = loop->state_;
+    loopOfThread.loop = std::move(loop);
+}
+
 std::shared_ptr<RunLoop> RunLoop::current() {
-    LoopOfThread& mine = loopOfThread;
-    if (mine.loop == nullptr) {
-        mine.state = std::make_shared<State>();
-        mine.loop = std::shared_ptr<RunLoop>(new RunLoop(mine.state));
+    if (hasThreadEnded) {
+        return makeForNewThread();
     }
-    return mine.loop;
+    if (loopOfThread.loop == nullptr) {
+        adopt(makeForNewThread());
+    }
+    return loopOfThread.loop;
 }
 
 bool RunLoop::run(Seconds limit, const std::function<bool()>& done) {
@@ -183,7 +246,7 @@ void RunLoop::perform(std::function<void()> work) {
 }
 
 bool RunLoop::isCurrent() const {
-    return loopOfThread.state == state_;
+    return !hasThreadEnded && loopOfThread.state == state_;
 }
 
 }  // namespace velto

@@ -25,13 +25,18 @@ public:
 
     /// Ends the run under way, or the next one. Any thread.
     void wake();
-    /// Runs `work` on the loop's thread, in order. Any thread.
+    /// Runs `work` on the loop's thread, in order. None is a turn without work, which allocates
+    /// nothing. Any thread.
     void perform(std::function<void()> work);
     bool isCurrent() const;  ///< Whether this is the calling thread's loop.
 
     class State;
 
 private:
+    friend class MainQueue;  // Its own thread's loop is there before the thread is.
+    static std::shared_ptr<RunLoop> makeForNewThread();
+    static void adopt(std::shared_ptr<RunLoop> loop);
+
     explicit RunLoop(std::shared_ptr<State> state);
     std::shared_ptr<State> state_;
 };
