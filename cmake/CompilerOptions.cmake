@@ -15,6 +15,26 @@ endif()
 
 add_link_options(LINKER:--as-needed)
 
+# Faults that get through end the process instead of being used (tools/check-hardening looks at the
+# files). Fortified calls need an optimized build, and the sanitizers have checks of their own there.
+include(CheckPIESupported)
+check_pie_supported()
+add_compile_definitions(_GLIBCXX_ASSERTIONS)
+add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+if(NOT VELTO_SANITIZE)
+    add_compile_options(
+        "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
+endif()
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    # The mark for shadow stacks is set here, since the C library's start files of Debian 12 lack
+    # it; they have no landing pads either, so the other mark is left to the linker's judgement.
+    add_compile_options(-fcf-protection=full)
+    add_link_options(LINKER:-z,shstk)
+elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+    add_compile_options(-mbranch-protection=standard)
+endif()
+
 set(velto_library_sanitize ${VELTO_SANITIZE})
 if(VELTO_SANITIZE)
     # Fuzzed code is instrumented everywhere; only the fuzzers themselves link libFuzzer's main.

@@ -520,6 +520,13 @@ const char* MZJSONDocumentReader::readNumber(const char* at, const char* end) {
             }
         }
     }
+    return readOtherNumber(begin, at, end);
+}
+
+/// `begin` to `at` are what is known to belong to its run.
+const char* MZJSONDocumentReader::readOtherNumber(const char* begin,
+                                                  const char* at,
+                                                  const char* end) {
     if (!isDigit(*begin) && *begin != '-' && *begin != '.') {
         return nullptr;
     }

@@ -43,6 +43,7 @@ private:
     const char* readText(const char* at, const char* end);
     const char* readEscapedText(const char* begin, const char* at, const char* end);
     const char* readNumber(const char* at, const char* end);
+    const char* readOtherNumber(const char* begin, const char* at, const char* end);
     const char* readLiteral(const char* at, const char* end, std::string_view literal) noexcept;
     const char* cutOff() noexcept;
 

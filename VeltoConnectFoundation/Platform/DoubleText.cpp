@@ -30,26 +30,22 @@ constexpr std::array<std::uint64_t, highestPower + 1> powersOfFive = [] {
     return powers;
 }();
 
-constexpr std::array<char, 200> digitPairs = [] {
-    std::array<char, 200> pairs{};
-    for (std::size_t i = 0; i < 100; ++i) {
-        pairs[2 * i] = static_cast<char>('0' + i / 10);
-        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
-    }
-    return pairs;
-}();
-
-void writePair(char* text, std::uint32_t pair) noexcept {
-    std::memcpy(text, &digitPairs[std::size_t{2} * pair], 2);
+/// Eight digits in memory order from the lowest byte up, each 0 to 9.
+std::uint64_t eightDigits(std::uint32_t number) noexcept {
+    // Halves of four digits, quarters of two, then single ones, each in a lane of its own.
+    const std::uint64_t halves = number / 10000 | std::uint64_t{number % 10000} << 32;
+    const std::uint64_t hundreds = (halves * 10486 >> 20) & 0x0000007F0000007F;
+    const std::uint64_t quarters = hundreds | (halves - 100 * hundreds) << 16;
+    const std::uint64_t tens = (quarters * 103 >> 10) & 0x000F000F000F000F;
+    return tens | (quarters - 10 * tens) << 8;
 }
 
-void writeEightDigits(char* text, std::uint32_t number) noexcept {
-    const std::uint32_t high = number / 10000;
-    const std::uint32_t low = number % 10000;
-    writePair(text, high / 100);
-    writePair(text + 2, high % 100);
-    writePair(text + 4, low / 100);
-    writePair(text + 6, low % 100);
+/// As characters of text from the lowest byte up.
+void store(char* text, std::uint64_t characters) noexcept {
+    if constexpr (std::endian::native == std::endian::big) {
+        characters = __builtin_bswap64(characters);
+    }
+    std::memcpy(text, &characters, sizeof characters);
 }
 
 /// A number of 16 digits, and the power of ten of the first one.
@@ -95,40 +91,41 @@ Decimal nearestDecimal(std::uint64_t mantissa, int exponent2) noexcept {
 }
 
 char* writeDecimal(char* text, const Decimal& decimal) noexcept {
-    char digits[digitCount];
-    writeEightDigits(digits, static_cast<std::uint32_t>(decimal.digits / 100'000'000));
-    writeEightDigits(digits + 8, static_cast<std::uint32_t>(decimal.digits % 100'000'000));
-    std::size_t count = digitCount;
-    while (digits[count - 1] == '0') {
-        --count;
-    }
+    constexpr std::uint64_t zeros = 0x3030303030303030;
+    const std::uint64_t high =
+        eightDigits(static_cast<std::uint32_t>(decimal.digits / 100'000'000));
+    const std::uint64_t low = eightDigits(static_cast<std::uint32_t>(decimal.digits % 100'000'000));
+    const auto count = static_cast<std::size_t>(low != 0 ? 16 - std::countl_zero(low) / 8
+                                                         : 8 - std::countl_zero(high) / 8);
     const int exponent = decimal.exponent;
-    if (exponent < -4) {
-        *text++ = digits[0];
-        if (count > 1) {
-            *text++ = '.';
-            std::memcpy(text, digits + 1, count - 1);
-            text += count - 1;
-        }
-        *text++ = 'e';
-        *text++ = '-';
-        writePair(text, static_cast<std::uint32_t>(-exponent));
-        return text + 2;
+    const bool isFraction = exponent < 0 && exponent >= -4;
+    std::memcpy(text, "0.000", 5);
+    // Where those after the point belong; those before it are moved down.
+    char* const digits = text + (isFraction ? 1 - exponent : 1);
+    store(digits, high | zeros);
+    store(digits + 8, low | zeros);
+    if (isFraction) {
+        return digits + count;
     }
+    const std::size_t whole = exponent < 0 ? 1 : static_cast<std::size_t>(exponent) + 1;
+    if (whole < 8) {
+        const std::size_t point = 8 * whole;
+        const std::uint64_t before = (std::uint64_t{1} << point) - 1;
+        const std::uint64_t after = ~std::uint64_t{0xFF} << point;
+        store(text, ((high | zeros) & before) | std::uint64_t{'.'} << point |
+                        ((high | zeros) << 8 & after));
+    } else {
+        std::memmove(text, digits, whole);
+        text[whole] = '.';
+    }
+    char* end = count > whole ? digits + count : text + whole;
     if (exponent < 0) {
-        text = std::copy_n("0.000", 1 - exponent, text);
-        std::memcpy(text, digits, count);
-        return text + count;
+        *end++ = 'e';
+        *end++ = '-';
+        *end++ = static_cast<char>('0' + -exponent / 10);
+        *end++ = static_cast<char>('0' + -exponent % 10);
     }
-    const std::size_t whole = static_cast<std::size_t>(exponent) + 1;
-    std::memcpy(text, digits, whole);
-    text += whole;
-    if (count > whole) {
-        *text++ = '.';
-        std::memcpy(text, digits + whole, count - whole);
-        text += count - whole;
-    }
-    return text;
+    return end;
 }
 
 }  // namespace

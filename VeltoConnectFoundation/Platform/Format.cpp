@@ -173,7 +173,8 @@ private:
             const std::size_t length = prefix.copy(signAndBase.data(), 1);
             signAndBase[length] = '0';
             signAndBase[length + 1] = 'x';
-            capitaliseIf(directive.conversion == 'A', signAndBase.data(), &signAndBase[length + 2]);
+            capitaliseIf(directive.conversion == 'A', signAndBase.data(),
+                         signAndBase.data() + length + 2);
             prefix = std::string_view(signAndBase.data(), length + 2);
         }
         capitaliseIf(directive.conversion < 'a', begin, end);

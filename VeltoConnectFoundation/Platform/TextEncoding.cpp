@@ -36,10 +36,13 @@ constexpr char32_t pairOf(char32_t high, char32_t low) {
 std::size_t asciiRun(const char* at, const char* end) noexcept {
     const char* const begin = at;
     constexpr std::uint64_t highBits = 0x8080808080808080U;
+    const auto word = [&at](std::size_t index) {
+        std::uint64_t bytes;
+        std::memcpy(&bytes, at + index * sizeof bytes, sizeof bytes);
+        return bytes;
+    };
     while (end - at >= 32) {
-        std::array<std::uint64_t, 4> block;
-        std::memcpy(block.data(), at, sizeof block);
-        if (((block[0] | block[1] | block[2] | block[3]) & highBits) != 0) {
+        if (((word(0) | word(1) | word(2) | word(3)) & highBits) != 0) {
             break;
         }
         at += 32;

@@ -87,8 +87,7 @@ T truncated(double number, double lowest, double beyond) noexcept {
 
 /// With the seed of texts: a document must not be able to choose keys that collide.
 std::size_t mixed(std::size_t state, std::uint64_t bits) noexcept {
-    const std::uint64_t words[] = {state, bits};
-    return detail::hashText({reinterpret_cast<const char*>(words), sizeof(words)});
+    return detail::hashWords(state, bits);
 }
 
 /// Of a value that is no container.
@@ -116,7 +115,13 @@ std::size_t plainHash(const Value& value) noexcept {
 /// in each other cost no more than that at each level.
 class ContainerHash {
 public:
-    std::size_t of(const Value& container) {
+    /// Never in place: each hash of a plain value would guard the stack for it.
+    [[gnu::noinline]] static std::size_t of(const Value& container) {
+        return ContainerHash().from(container);
+    }
+
+private:
+    std::size_t from(const Value& container) {
         open(container);
         std::size_t left = most;
         for (;;) {
@@ -142,7 +147,6 @@ public:
         }
     }
 
-private:
     static constexpr std::size_t most = 4096;
 
     struct Level {
@@ -606,7 +610,7 @@ std::string_view Value::className() const noexcept {
 }
 
 std::size_t Value::hash() const noexcept {
-    return isArray() || isDictionary() ? ContainerHash().of(*this) : plainHash(*this);
+    return isArray() || isDictionary() ? ContainerHash::of(*this) : plainHash(*this);
 }
 
 bool operator==(const Value& left, const Value& right) noexcept {

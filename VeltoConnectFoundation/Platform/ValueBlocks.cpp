@@ -27,6 +27,18 @@ std::uint64_t mixed(std::uint64_t left, std::uint64_t right) noexcept {
     return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
 }
 
+std::uint64_t initialState() noexcept {
+    return reinterpret_cast<std::uintptr_t>(&hashSeed) * odd1;
+}
+
+/// Of a text's last words, or all of a short one.
+std::size_t hashOf(std::uint64_t state,
+                   std::uint64_t low,
+                   std::uint64_t high,
+                   std::size_t length) noexcept {
+    return mixed(mixed(low ^ odd2, high ^ state) ^ length, odd3);
+}
+
 template <class T>
 std::uint64_t word(const char* bytes) noexcept {
     T result;
@@ -132,7 +144,7 @@ std::uint32_t grownCapacity(std::uint32_t capacity, std::size_t needed) {
 std::size_t hashText(std::string_view text) noexcept {
     const char* bytes = text.data();
     const std::size_t length = text.size();
-    std::uint64_t state = reinterpret_cast<std::uintptr_t>(&hashSeed) * odd1;
+    std::uint64_t state = initialState();
     std::uint64_t low = 0;
     std::uint64_t high = 0;
     if (length > 16) {
@@ -153,7 +165,11 @@ std::size_t hashText(std::string_view text) noexcept {
         low = word<std::uint8_t>(bytes) | word<std::uint8_t>(bytes + length / 2) << 8 |
               word<std::uint8_t>(bytes + length - 1) << 16;
     }
-    return mixed(mixed(low ^ odd2, high ^ state) ^ length, odd3);
+    return hashOf(state, low, high, length);
+}
+
+std::size_t hashWords(std::uint64_t low, std::uint64_t high) noexcept {
+    return hashOf(initialState(), low, high, sizeof low + sizeof high);
 }
 
 std::size_t DictionaryBlock::slotsFor(std::size_t capacity) noexcept {
@@ -193,7 +209,13 @@ public:
     }
 
 private:
-    using Words = std::array<std::uint64_t, 2>;
+    /// No array: one on the stack is reached through memory, and has the stack guarded.
+    struct Words {
+        std::uint64_t first = 0;
+        std::uint64_t second = 0;
+
+        bool operator==(const Words&) const = default;
+    };
 
     static Words words(const Value& value) noexcept {
         return std::bit_cast<Words>(ValueAccess::storage(value));
@@ -201,7 +223,7 @@ private:
 
     const Value* other_ = nullptr;
     std::string_view text_;
-    Words words_{};
+    Words words_;
 };
 
 std::size_t hashOf(const Value& key) noexcept {
@@ -214,7 +236,9 @@ std::size_t hashOf(std::string_view key) noexcept {
 
 /// The slot of the entry with that key, or the empty one where it belongs.
 template <class Key>
-std::size_t slotOf(const DictionaryBlock& block, const Key& key, const KeyMatch& matches) noexcept {
+[[gnu::always_inline]] inline std::size_t slotOf(const DictionaryBlock& block,
+                                                 const Key& key,
+                                                 const KeyMatch& matches) noexcept {
     const std::uint32_t* const table = block.table();
     const std::size_t mask = block.slots - 1;
     std::size_t slot = hashOf(key) & mask;
@@ -225,7 +249,8 @@ std::size_t slotOf(const DictionaryBlock& block, const Key& key, const KeyMatch&
 }
 
 template <class Key>
-std::uint32_t indexOf(const DictionaryBlock& block, const Key& key) noexcept {
+[[gnu::always_inline]] inline std::uint32_t indexOf(const DictionaryBlock& block,
+                                                    const Key& key) noexcept {
     const KeyMatch matches(key);
     if (block.slots != 0) {
         const std::uint32_t found = block.table()[slotOf(block, key, matches)];

@@ -209,6 +209,8 @@ struct ValueAccess {
 };
 
 std::size_t hashText(std::string_view text) noexcept;
+/// For numbers; no guard of the stack, as a text put together of them would need.
+std::size_t hashWords(std::uint64_t low, std::uint64_t high) noexcept;
 const Value& noneValue() noexcept;
 /// malloc, or std::bad_alloc.
 void* allocate(std::size_t size);

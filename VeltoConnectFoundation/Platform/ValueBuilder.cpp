@@ -34,6 +34,10 @@ ValueBuilder::~ValueBuilder() {
     }
 }
 
+void ValueBuilder::pushShortCopy(const char* text, std::size_t length) {
+    push(std::bit_cast<Words>(ValueAccess::shortText(text, length)));
+}
+
 void ValueBuilder::growStack() {
     const std::size_t used = size();
     const std::size_t capacity = std::max<std::size_t>(64, used * 2);

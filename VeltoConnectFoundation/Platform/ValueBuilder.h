@@ -21,7 +21,7 @@ public:
     void push(double number) { push(ValueAccess::words(ValueKind::doubleFloat, number)); }
     void pushText(const char* text, std::size_t length) {
         if (length <= ValueAccess::inlineCapacity) {
-            push(shortWords(text, length));
+            pushShortCopy(text, length);
         } else {
             std::memcpy(beginText(length), text, length);
             pushBegunText(length);
@@ -43,7 +43,7 @@ public:
     }
     void pushBegunText(std::size_t length) {
         if (length <= ValueAccess::inlineCapacity) {
-            push(shortWords(free_ + sizeof(StringBlock), length));
+            pushShortCopy(free_ + sizeof(StringBlock), length);
             return;
         }
         auto* block = new (free_) StringBlock;
@@ -76,9 +76,8 @@ private:
         }
         *top_++ = words;
     }
-    static Words shortWords(const char* text, std::size_t length) noexcept {
-        return std::bit_cast<Words>(ValueAccess::shortText(text, length));
-    }
+    /// Apart, since a copy on the stack would have the stack guarded in each caller.
+    void pushShortCopy(const char* text, std::size_t length);
     void reserve(std::size_t size) {
         if (static_cast<std::size_t>(end_ - free_) < size) {
             addChunk(size);
