@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sandbox {
@@ -45,7 +46,12 @@ struct Fault {
         const std::string start = text + " (" + std::to_string(code) + ")";
         return detail.empty() ? start : start + ": " + detail;
     }
+    /// What to do against it; empty without a code.
+    std::string_view nextStep() const;
 };
+
+/// One message for each fault; the first of each code also says what to do next.
+std::vector<std::string> messagesOf(const std::vector<Fault>& faults);
 
 /// Ends the run; main prints the faults and exits with `exitCode`.
 class Failure : public std::exception {

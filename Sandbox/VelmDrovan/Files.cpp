@@ -40,17 +40,21 @@ Descriptor openRegular(const std::string& path, FileStamp& stamp) {
 }
 
 std::optional<std::string> readSmallFile(const std::string& path) {
+    return readSmallFile(Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)));
+}
+
+std::optional<std::string> readSmallFile(const Descriptor& file) {
     constexpr std::size_t limit = 16 << 20;
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::string text;
-    if (!file ||
-        !readBlocks(file.get(), 64 << 10,
-                    [&](std::string_view block) {
-                        text.append(block);
-                        return text.size() <= limit;
-                    }) ||
-        text.size() > limit)
+    if (!file || !readBlocks(file.get(), 64 << 10, [&](std::string_view block) {
+            text.append(block);
+            return text.size() <= limit;
+        }))
         return std::nullopt;
+    if (text.size() > limit) {
+        errno = EFBIG;
+        return std::nullopt;
+    }
     return text;
 }
 
@@ -103,6 +107,27 @@ std::string homeFolder(const char* variable, const char* fallback) {
 
 std::string systemReason() {
     return std::generic_category().message(errno);
+}
+
+std::string unreadableReason(const std::string& path) {
+    const std::string reason = systemReason();
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0)
+        return reason;
+    switch (status.st_mode & S_IFMT) {
+        case S_IFREG:
+            return reason;
+        case S_IFDIR:
+            return "it is a folder, not a file";
+        case S_IFLNK:
+            return "it is a symbolic link, not a file";
+        case S_IFIFO:
+            return "it is a named pipe, not a file";
+        case S_IFSOCK:
+            return "it is a socket, not a file";
+        default:
+            return "it is a device, not a file";
+    }
 }
 
 }  // namespace sandbox

@@ -42,6 +42,7 @@ Descriptor openRegular(const std::string& path, FileStamp& stamp);
 
 /// None when unreadable or longer than 16 MiB.
 std::optional<std::string> readSmallFile(const std::string& path);
+std::optional<std::string> readSmallFile(const Descriptor& file);  ///< The same, with errno.
 
 /// Hands a file's bytes over in blocks until the end or until `take` answers false. False with
 /// errno when reading fails.
@@ -62,5 +63,8 @@ std::string homeFolder(const char* variable, const char* fallback);
 
 /// The system's word for errno.
 std::string systemReason();
+
+/// Why a path could not be read: what is there when it is no regular file, else errno's word.
+std::string unreadableReason(const std::string& path);
 
 }  // namespace sandbox

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <unordered_set>
 
 namespace sandbox {
 namespace {
@@ -200,12 +201,15 @@ private:
 };
 
 void warnOfStrangers(Package& package) {
+    std::unordered_set<std::string_view> known{".", "..", metadataName};
+    for (const auto& file : package.files)
+        known.insert(file.name);
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(package.folder.c_str()), closedir);
     while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != ".." && name != metadataName &&
-            std::ranges::find(package.files, name, &DataFile::name) == package.files.end())
-            package.warnings.push_back("The file is not described by metadata.xml: " + name);
+        const std::string_view name = entry->d_name;
+        if (!known.contains(name))
+            package.warnings.push_back("The file is not described by metadata.xml: " +
+                                       std::string(name));
     }
     std::ranges::sort(package.warnings);  // A folder has no order of its own.
 }
@@ -230,9 +234,13 @@ Package readPackage(const std::string& path) {
         throw Failure(PackageMissing, "The package cannot be found", path + ": " + systemReason());
     if (!S_ISDIR(status.st_mode) || !package.name.ends_with(extension))
         throw Failure(PackageMissing, "The package is no folder with the extension .velmp", path);
-    const auto text = readSmallFile(package.folder + "/" + std::string(metadataName));
+    const std::string metadataPath = package.folder + "/" + std::string(metadataName);
+    FileStamp stamp;
+    const Descriptor metadata = openRegular(metadataPath, stamp);
+    const auto text = metadata ? readSmallFile(metadata) : std::nullopt;
     if (!text)
-        throw Failure(MetadataMissing, "The package has no readable metadata.xml", package.name);
+        throw Failure(MetadataMissing, "The package has no readable metadata.xml",
+                      package.name + ": " + unreadableReason(metadataPath));
     if (auto faults = MetadataReader(package).read(*text); !faults.empty())
         throw Failure(std::move(faults));
     warnOfStrangers(package);
@@ -251,7 +259,7 @@ std::vector<Fault> checkFiles(Package& package,
                 faults.push_back({FileMissing, "A file is missing from the package", file.name});
             else
                 faults.push_back({FileUnreadable, "A file of the package cannot be read",
-                                  file.name + ": " + systemReason()});
+                                  file.name + ": " + unreadableReason(package.pathOf(file))});
             continue;
         }
         if (file.stamp.size != file.size) {

@@ -75,13 +75,10 @@ private:
         return a && b ? std::min(a, b) : std::max(a, b);
     }
 
-    bool wasDelivered(const DataFile& file) const {
-        return std::ranges::find(delivered_, file.name, &DeliveredFile::name) != delivered_.end();
-    }
-
     bool sendAll() {
-        for (const auto& file : files_) {
-            const bool before = wasDelivered(file);
+        for (std::size_t index = 0; index < files_.size(); ++index) {
+            const DataFile& file = files_[index];
+            const bool before = index < delivered_.size();  // In an earlier go.
             if (before || scenario_.skipped.contains(file.name) || store_.holds(file)) {
                 console_.line("The file named " + file.name +
                               " has been skipped because it already exists on the remote server");

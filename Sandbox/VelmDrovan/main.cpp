@@ -53,14 +53,15 @@ void run(const CommandLine& line, Scenario& scenario, const Console& console) {
 void report(const Failure& failure, ErrorStyle style, const Console& console) {
     if (style == ErrorStyle::None)
         return;
-    for (const auto& fault : failure.faults())
-        console.error("ERROR: " + fault.message());
+    const std::vector<std::string> messages = messagesOf(failure.faults());
+    for (const auto& message : messages)
+        console.error("ERROR: " + message);
     if (style == ErrorStyle::Lines)
         return;
     const auto print = style == ErrorStyle::Block ? &Console::error : &Console::result;
     (console.*print)("Error Messages:");
-    for (const auto& fault : failure.faults())
-        (console.*print)("\t" + fault.message());
+    for (const auto& message : messages)
+        (console.*print)("\t" + message);
 }
 
 int runTool(const std::vector<std::string>& arguments) {

@@ -59,9 +59,11 @@ TEST_F(PackageCheckTest, ReportsEveryDamage) {
         std::filesystem::rename(p / "first.mov", p / "../first.mov");
         std::filesystem::create_symlink("../first.mov", p / "first.mov");
     };
-    const auto pipe = [](Package p) {
-        std::filesystem::remove(p / "first.mov");
-        mkfifo((p / "first.mov").c_str(), 0600);
+    const auto pipe = [](const char* name) {
+        return [name](Package p) {
+            std::filesystem::remove(p / name);
+            mkfifo((p / name).c_str(), 0600);
+        };
     };
     const auto several = [&](Package p) {
         std::filesystem::remove(p / "first.mov");
@@ -101,7 +103,8 @@ TEST_F(PackageCheckTest, ReportsEveryDamage) {
         {"other size", described("first.mov", "12"), nothing, {-24107}},
         {"one byte changed", {}, put("first.mov", "first filE\n"), {-24108}},
         {"symbolic link", {}, link, {-24109}},
-        {"named pipe", {}, pipe, {-24109}},
+        {"named pipe", {}, pipe("first.mov"), {-24109}},
+        {"metadata in a named pipe", {}, pipe("metadata.xml"), {-24102}},
         {"several at once", {}, several, {-24106, -24107}},
     };
     for (const auto& row : rows) {
@@ -120,6 +123,9 @@ TEST_F(PackageCheckTest, ReportsEveryDamage) {
                 // The first parentheses of a message hold its code, whatever the names in it.
                 EXPECT_EQ(std::atoi(block[i].c_str() + block[i].find('(') + 1), row.codes[i])
                     << block[i];
+            }
+            if (std::string_view(row.name).ends_with("named pipe")) {
+                EXPECT_NE(block[0].find(": it is a named pipe"), std::string::npos) << block[0];
             }
             EXPECT_EQ(run.output.find("Validation failed.") != std::string::npos,
                       !row.codes.empty() && mode == std::string("verify"));
