@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <unordered_set>
 #include <utility>
 
 namespace velto::cli {
@@ -117,13 +118,14 @@ const FailureKind& failureKind(const Error& error) {
 Failure failureOfErrors(std::string what, const std::vector<Error>& errors) {
     Failure failure{.what = std::move(what), .errors = errors};
     const FailureKind* chosen = nullptr;
+    std::unordered_set<std::string> told{failure.what};
     for (const Error& error : errors) {
         const FailureKind& kind = failureKind(error);
         if (chosen == nullptr || weight(kind.exitCode) > weight(chosen->exitCode)) {
             chosen = &kind;
         }
         std::string why = reason(error);
-        if (why != failure.what && std::ranges::find(failure.why, why) == failure.why.end()) {
+        if (told.insert(why).second) {
             failure.why.push_back(std::move(why));
         }
     }
