@@ -182,7 +182,9 @@ PackageInspection::PackageInspection(PassKey, InspectedPackage& package) : packa
 PackageInspection::~PackageInspection() = default;
 
 void PackageInspection::run() {
-    startUnlessCancelled();
+    if (!startUnlessCancelled()) {
+        return;
+    }
     for (InspectedFile& file : package_.files) {
         if (isCancelled()) {
             return;
@@ -192,7 +194,7 @@ void PackageInspection::run() {
         }
     }
     setPercentComplete(100);
-    finishUnlessCancelled();
+    static_cast<void>(finishUnlessCancelled());  // A cancel that came last changes no result.
 }
 
 void PackageInspection::inspect(InspectedFile& file) {

@@ -35,10 +35,9 @@ private:
 class Sandbox {
 public:
     Sandbox()
-        : defaults_(
-              {{"VeltoDrovanExecutablePath", (sandboxFolder() / "velm/bin/VelmDrovan").string()},
-               {"VeltoDrovanProxyDiscoveryEnabled", false},
-               {"VeltoProcessTerminationGrace", 0.1}}),
+        : defaults_({{"VeltoDrovanExecutablePath", tool().string()},
+                     {"VeltoDrovanProxyDiscoveryEnabled", false},
+                     {"VeltoProcessTerminationGrace", 0.1}}),
           store_("VELM_SANDBOX_STORE", (path() / "store").string()) {
         std::ofstream(path() / "movie.mov") << std::string(100'000, 'm');
         const std::string command = "\"" + (sourceFolder() / "Sandbox/make-package").string() +
@@ -55,6 +54,10 @@ public:
     void play(const std::string& lines) {
         std::ofstream(path() / "scenario") << lines;
         scenario_.emplace("VELM_SANDBOX_SCENARIO", (path() / "scenario").string());
+    }
+    static std::filesystem::path tool() { return sandboxFolder() / "velm/bin/VelmDrovan"; }
+    void setTool(const std::filesystem::path& path) {
+        set("VeltoDrovanExecutablePath", path.string());
     }
     void set(std::string_view key, const Value& value) { defaults_.set(key, value); }
 

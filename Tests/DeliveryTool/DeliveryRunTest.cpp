@@ -101,6 +101,56 @@ TEST_F(DeliveryRun, EveryFaultOfTheToolEndsInAClearResult) {
     }
 }
 
+TEST_F(DeliveryRun, OnlyAToolThatSaysSoConfirmsItsWork) {
+    const std::string block =
+        "echo 'JSON-START>>{\"done\":1}<<JSON-END' >&2; echo NewPackageName = A.velmp >&2";
+    const std::string end =
+        R"(printf 'JSON: {"messageType":"VerifyProgress","description":"Validation completed."}')";
+    const struct {
+        const char* name;
+        bool verifyOnly;
+        std::string scenario;
+        std::string script;  ///< Of another tool.
+        bool isConfirmed;
+    } rows[] = {
+        {"upload", false, "", "", true},
+        {"all of it there already", false, "", "", true},
+        {"one that is skipped", false, "skip=movie.mov\n", "", true},
+        {"a restart", false, "restart=0@transfer:50\nrestart=0@transfer:100\n", "", true},
+        {"noise", false, "garbage=yes@transfer\nflood=1@checked\nunterminated=x\n", "", true},
+        {"ends in the transfer", false, "exit=0@transfer:50\n", "", false},
+        {"ends before it", false, "exit=0@checked\n", "", false},
+        {"lists errors", false, "error=Not so (-5)\nexit=0@end\n", "", false},
+        {"does nothing", false, "", "true", false},
+        {"only a result", false, "", block, false},
+        {"verify", true, "", "", true},
+        {"verify without counts", true, "verify-count=no\n", "", true},
+        {"verify without a last line feed", true, "", end, true},
+        {"verify ends before its end", true, "exit=0@checked\n", "", false},
+        {"verify that starts over", true, "",
+         end + R"(; echo; echo 'JSON: {"messageType":"VerifyProgress",)" +
+             R"("description":"Validating assets"}')",
+         false},
+        {"verify does nothing", true, "", "true", false},
+    };
+    const auto script = sandbox.path() / "script";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        if (row.scenario.find("transfer") != std::string::npos) {
+            std::filesystem::remove_all(sandbox.path() / "store");
+        }
+        sandbox.play(row.scenario);
+        if (!row.script.empty()) {
+            std::ofstream(script) << "#!/bin/sh\n" << row.script << "\n";
+            std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+        }
+        sandbox.setTool(row.script.empty() ? sandbox.tool() : script);
+        const auto worker = finished(sandbox.worker(row.verifyOnly));
+        EXPECT_FALSE(worker->hasErrors()) << "the exit status alone decides";
+        EXPECT_EQ(worker->deliveryConfirmed(), row.isConfirmed);
+    }
+}
+
 TEST_F(DeliveryRun, AFailureIsAnErrorForAnUnknownStoreToo) {
     sandbox.play("exit=9@start\n");
     const auto source = sandbox.source();
@@ -132,6 +182,32 @@ TEST_F(DeliveryRun, AGrandchildOnThePipesDelaysNobody) {
     const auto worker = finished(sandbox.worker());
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     EXPECT_FALSE(worker->hasErrors());
+}
+
+TEST_F(DeliveryRun, ACancelBeforeTheLaunchStartsNoTool) {
+    class CancelledWorker : public VeltoDrovanUploadWorker {
+    public:
+        using VeltoDrovanUploadWorker::VeltoDrovanUploadWorker;
+        bool isAsked = false;
+
+    protected:
+        void drovanWillStart() override {
+            isAsked = true;
+            cancel();
+        }
+    };
+    for (const bool isEarly : {true, false}) {
+        SCOPED_TRACE(isEarly);
+        const auto worker = velto::make<CancelledWorker>(sandbox.source(), true);
+        if (isEarly) {
+            worker->cancel();
+        }
+        worker->run();
+        EXPECT_EQ(worker->isAsked, !isEarly);
+        EXPECT_EQ(worker->drovan()->terminationStatus(), 0) << "a tool was started";
+        EXPECT_EQ(worker->workStatus(), MZWorkStatusCancelled);
+        EXPECT_EQ(worker->statusMessage(), "Cancelled Ovalis operation.");
+    }
 }
 
 TEST_F(DeliveryRun, ACancelEndsTheToolAndSaysSo) {

@@ -184,6 +184,58 @@ TEST(UploadWorker, FollowsATransfer) {
     EXPECT_EQ(worker->size(), 0U);
 }
 
+TEST(UploadWorker, AccountsForEachByteOnce) {
+    using Lines = std::vector<const char*>;
+    const Lines announced{"adding file for % complete logging: a b.mov size: 100\n",
+                          "adding file for % complete logging: b.mov 300\r\n",
+                          "adding file for % complete logging: none size: 0\n",
+                          "Setting total size of files for upload to: 400\n"};
+    const char* const skipped =
+        "The file named a b.mov has been skipped because it already exists on the remote server\n";
+    const char* const restart = "Scheduling automatic restart in 5 s\n";
+    const struct {
+        const char* name;
+        Lines lines;
+        std::uint64_t sent, skipped;
+        bool isWhole;
+    } rows[] = {
+        {"nothing yet", {}, 0, 0, false},
+        {"names with blanks",
+         {"DBG: a b.mov 100/100, 100% completed\n", "b.mov 300/300, 100% completed\n"},
+         400,
+         0,
+         true},
+        {"there already", {skipped, skipped, "b.mov 1/300, 0% completed\n"}, 1, 100, false},
+        {"the rest sent", {skipped, "b.mov 300/300, 100% completed\n"}, 300, 100, true},
+        {"cut off", {"a b.mov 100/100, x\n", "a b.mov 99/100, 99% completed\n"}, 99, 0, false},
+        {"sent before a restart",
+         {"a b.mov 100/100, 100% completed\n", "b.mov 200/300, 66% completed\n", restart, skipped},
+         100,
+         0,
+         false},
+        {"begun again", {"a b.mov 60/100, 60% completed\n", restart, skipped}, 0, 100, false},
+        {"said too often",
+         {"b.mov 300/300, 100% completed\n", "b.mov 300/300, 100% completed\n"},
+         300,
+         0,
+         false},
+        {"not announced", {"c.mov 400/400, 100% completed\n"}, 400, 0, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto worker = workerFor(packageSource());
+        for (const Lines& lines : {announced, row.lines}) {
+            for (const char* line : lines) {
+                worker->processDrovanOutput(line);
+            }
+        }
+        EXPECT_EQ(worker->transfer().size, 400U);
+        EXPECT_EQ(worker->transfer().sent, row.sent);
+        EXPECT_EQ(worker->transfer().skipped, row.skipped);
+        EXPECT_EQ(worker->transfer().isWhole(), row.isWhole);
+    }
+}
+
 TEST(UploadWorker, FollowsPhases) {
     const auto worker = workerFor(packageSource(), true);
     EXPECT_EQ(worker->statusMessage(), "Verify package with the Ovalis.");

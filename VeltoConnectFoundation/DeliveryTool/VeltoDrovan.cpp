@@ -33,11 +33,12 @@ namespace {
 constexpr Seconds terminateSlice{0.1};
 constexpr Seconds lastDelivery{1.0};
 
-std::string decoded(const std::string& bytes) {
-    if (velto::isValidUTF8(bytes)) {
+velto::Data decoded(velto::Data bytes) {
+    if (velto::isValidUTF8(bytes.view())) {
         return bytes;
     }
-    return velto::decodeText(bytes, velto::TextEncoding::isoLatin1).value_or(std::string());
+    return velto::Data(std::string_view(
+        velto::decodeText(bytes.view(), velto::TextEncoding::isoLatin1).value_or(std::string())));
 }
 
 }  // namespace
@@ -73,7 +74,7 @@ public:
     void processDidTerminate(const ProcessExit& exit) override {
         const std::shared_ptr<VeltoDrovan> owner = owner_.lock();
         if (owner != nullptr) {
-            owner->taskCompleted(*this, exit.status);
+            owner->taskCompleted(*this, exit);
         }
         // Before the delegate hears of it, since what the delegate does must keep nobody waiting.
         reach(Progress::ended);
@@ -205,8 +206,8 @@ std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::createTask() {
     std::shared_ptr<Child> earlier;
     {
         const Guard guard(lock_);
-        outputData_.clear();
-        errorData_.clear();
+        outputData_ = {};
+        errorData_ = {};
         earlier.swap(lastTask_);
     }
     try {
@@ -284,9 +285,20 @@ std::int32_t VeltoDrovan::execute() {
 }
 
 void VeltoDrovan::executeAsynchronously() {
+    launchAsynchronously(nullptr);
+}
+
+bool VeltoDrovan::executeAsynchronously(const std::function<bool()>& isWanted) {
+    return launchAsynchronously(&isWanted);
+}
+
+bool VeltoDrovan::launchAsynchronously(const std::function<bool()>* isWanted) {
     try {
         terminate();
         const std::shared_ptr<Child> child = createTask();
+        if (isWanted != nullptr && !(*isWanted)()) {
+            return false;
+        }
         child->setTellsEnd();
         const auto setTask = [this](const std::shared_ptr<Child>& task) {
             const Guard guard(lock_);
@@ -299,23 +311,24 @@ void VeltoDrovan::executeAsynchronously() {
             setTask(nullptr);
             throw;
         }
+        return true;
     } catch (const Exception& exception) {
         MZLogError("Exception while launching VeltoDrovan: %@", exception);
         throw;
     }
 }
 
-void VeltoDrovan::taskCompleted(const Child& child, std::int32_t status) {
+void VeltoDrovan::taskCompleted(const Child& child, const ProcessExit& exit) {
     const Guard guard(lock_);
-    dropTask(child, status);
+    dropTask(child, exit);
     if (child.tellsEnd() && lastTask_.get() == &child) {
         outbox_.add({Report::Kind::completed, {}});
     }
 }
 
-void VeltoDrovan::dropTask(const Child& child, std::int32_t status) {
+void VeltoDrovan::dropTask(const Child& child, const ProcessExit& exit) {
     if (drovanTask_.get() == &child) {
-        terminationStatus_ = status;
+        termination_ = exit;
         drovanTask_ = nullptr;
     }
 }
@@ -334,9 +347,9 @@ void VeltoDrovan::terminate() {
     waitForDelivery(*child);
     child->setWaiter(nullptr);
     // While the main queue stands still the end is not delivered: it is told later.
-    const std::int32_t status = child->process().exitStatus().value_or(ProcessExit()).status;
+    const ProcessExit exit = child->process().exitStatus().value_or(ProcessExit());
     const Guard guard(lock_);
-    dropTask(*child, status);
+    dropTask(*child, exit);
 }
 
 /// The child has been reaped: what it printed last is on its way to the main queue.
@@ -400,12 +413,15 @@ bool VeltoDrovan::isRunning() const {
 }
 
 std::int32_t VeltoDrovan::terminationStatus() const {
+    return termination().status;
+}
+
+ProcessExit VeltoDrovan::termination() const {
     if (const std::shared_ptr<Child> child = drovanTask()) {
-        const std::optional<ProcessExit> exit = child->process().exitStatus();
-        return exit ? exit->status : 0;
+        return child->process().exitStatus().value_or(noEnd);
     }
     const Guard guard(lock_);
-    return terminationStatus_;
+    return termination_;
 }
 
 void VeltoDrovan::appendOutputData(std::string_view bytes) {
@@ -424,7 +440,8 @@ void VeltoDrovan::collect(Report::Kind kind, const velto::Data& block, const Chi
     }
     const Guard guard(lock_);
     if (child == nullptr || child == lastTask_.get()) {
-        (kind == Report::Kind::output ? outputData_ : errorData_) += block.view();
+        (kind == Report::Kind::output ? outputData_ : errorData_)
+            .append(block.bytes(), block.length());
         outbox_.add({kind, block});
     }
 }
@@ -451,41 +468,39 @@ void VeltoDrovan::tellDelegate() {
 
 velto::Data VeltoDrovan::standardOut() const {
     Guard guard(lock_);
-    return velto::Data(outputData_);
+    return outputData_;
 }
 
 velto::Data VeltoDrovan::standardError() const {
     Guard guard(lock_);
-    return velto::Data(errorData_);
+    return errorData_;
+}
+
+velto::Data VeltoDrovan::standardOutText() const {
+    return decoded(standardOut());
+}
+
+velto::Data VeltoDrovan::standardErrorText() const {
+    return decoded(standardError());
 }
 
 std::string VeltoDrovan::standardOutString() const {
-    std::string bytes;
-    {
-        Guard guard(lock_);
-        bytes = outputData_;
-    }
-    return decoded(bytes);
+    return std::string(standardOutText().view());
 }
 
 std::string VeltoDrovan::standardErrorString() const {
-    std::string bytes;
-    {
-        Guard guard(lock_);
-        bytes = errorData_;
-    }
-    return decoded(bytes);
+    return std::string(standardErrorText().view());
 }
 
 std::string VeltoDrovan::allOutput() const {
-    std::string output;
-    std::string error;
+    velto::Data output;
+    velto::Data error;
     {
         Guard guard(lock_);
         output = outputData_;
         error = errorData_;
     }
-    return format("%@\n%@", decoded(error), decoded(output));
+    return format("%@\n%@", decoded(error).view(), decoded(output).view());
 }
 
 std::string VeltoDrovan::description() const {

@@ -3,10 +3,12 @@
 #include <VeltoConnectFoundation/Platform/Clock.h>
 #include <VeltoConnectFoundation/Platform/Lock.h>
 #include <VeltoConnectFoundation/Platform/Make.h>
+#include <VeltoConnectFoundation/Platform/Process.h>
 #include <VeltoConnectFoundation/Platform/Value.h>
 #include <VeltoConnectFoundation/Work/Outbox.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -97,6 +99,9 @@ public:
     std::int32_t execute();
     /// Starts the tool and returns. Raises likewise.
     void executeAsynchronously();
+    /// The same, unless `isWanted` answers no right before the launch, when all that takes time has
+    /// been looked up: then nothing is started, and the answer is false.
+    [[nodiscard]] bool executeAsynchronously(const std::function<bool()>& isWanted);
     /// Asks a running tool to end, and waits on the calling thread's run loop until it has and all
     /// its output has been delivered (for that at most a second).
     void terminate();
@@ -108,6 +113,8 @@ public:
     bool isRunning() const;
     /// The exit status, or the signal's number; 0 before the first end, -1 when it was lost.
     std::int32_t terminationStatus() const;
+    /// The same with what the number is; that of no end before the first one.
+    velto::ProcessExit termination() const;
 
     /// Collect a block and pass it on; an empty one is ignored.
     void appendOutputData(std::string_view bytes);
@@ -119,6 +126,9 @@ public:
     /// As UTF-8, else as ISO Latin-1.
     std::string standardOutString() const;
     std::string standardErrorString() const;
+    /// The same; the collected bytes themselves, without a copy, where they are UTF-8.
+    velto::Data standardOutText() const;
+    velto::Data standardErrorText() const;
     std::string allOutput() const;  ///< Standard error, a line feed, standard output.
 
     std::string description() const;
@@ -133,13 +143,16 @@ private:
         velto::Data block;
     };
 
+    static constexpr velto::ProcessExit noEnd{velto::ProcessExit::Reason::exit, 0};
+
     std::shared_ptr<Child> drovanTask() const;
     std::shared_ptr<Child> createTask();
     void launch(const std::shared_ptr<Child>& child);
+    bool launchAsynchronously(const std::function<bool()>* isWanted);
     static void waitForDelivery(const Child& child);
     void collect(Report::Kind kind, const velto::Data& block, const Child* child);
-    void taskCompleted(const Child& child, std::int32_t status);
-    void dropTask(const Child& child, std::int32_t status) VELTO_REQUIRES(lock_);
+    void taskCompleted(const Child& child, const velto::ProcessExit& exit);
+    void dropTask(const Child& child, const velto::ProcessExit& exit) VELTO_REQUIRES(lock_);
     void tellDelegate();
     void terminateKeepingDelegate(bool notify);
     static std::optional<std::string> executableDrovanPath();
@@ -147,12 +160,12 @@ private:
     mutable velto::Lock lock_;
     std::vector<std::string> arguments_ VELTO_GUARDED_BY(lock_);
     std::optional<velto::Dictionary> environment_ VELTO_GUARDED_BY(lock_);
-    std::string outputData_ VELTO_GUARDED_BY(lock_);
-    std::string errorData_ VELTO_GUARDED_BY(lock_);
+    velto::Data outputData_ VELTO_GUARDED_BY(lock_);
+    velto::Data errorData_ VELTO_GUARDED_BY(lock_);
     std::shared_ptr<Child> drovanTask_ VELTO_GUARDED_BY(lock_);
     /// Of the last launch, also when it has ended; an earlier one's late output is dropped.
     std::shared_ptr<Child> lastTask_ VELTO_GUARDED_BY(lock_);
-    std::int32_t terminationStatus_ VELTO_GUARDED_BY(lock_) = 0;
+    velto::ProcessExit termination_ VELTO_GUARDED_BY(lock_) = noEnd;
     std::string serviceAddress_ VELTO_GUARDED_BY(lock_);
     std::weak_ptr<VeltoDrovanDelegate> delegate_ VELTO_GUARDED_BY(lock_);
     MZOutbox<Report> outbox_;

@@ -97,23 +97,21 @@ std::optional<std::string> VeltoDrovanMessages::extractInfoMessageFromLineOnlyIf
 
 std::optional<std::vector<std::string>> VeltoDrovanMessages::extractMultipleErrorsFromString(
     std::string_view output) {
-    std::vector<std::string> messages;
-    for (;;) {
-        const std::size_t start = output.rfind('\n');
-        const std::string_view line =
-            start == std::string_view::npos ? output : output.substr(start + 1);
-        if (line.ends_with("Error Messages:")) {
-            std::ranges::reverse(messages);
-            return messages;
+    // The header first: an output without one may be very long.
+    std::size_t end = output.size();
+    while (!output.substr(0, end).ends_with("Error Messages:")) {
+        end = end == 0 ? std::string_view::npos : output.rfind('\n', end - 1);
+        if (end == std::string_view::npos) {
+            return std::nullopt;
         }
+    }
+    std::vector<std::string> messages;
+    eachLine(output.substr(end), [&](std::string_view line) {
         if (std::optional<std::string> message = extractErrorFromLine(line)) {
             messages.push_back(std::move(*message));
         }
-        if (start == std::string_view::npos) {
-            return std::nullopt;
-        }
-        output = output.substr(0, start);
-    }
+    });
+    return messages;
 }
 
 std::vector<Error> VeltoDrovanMessages::parseErrorsFromString(std::string_view output) {

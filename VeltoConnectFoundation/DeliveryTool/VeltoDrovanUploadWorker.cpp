@@ -4,6 +4,7 @@
 #include <VeltoConnectFoundation/Codecs/MZJSONDeserializer.h>
 #include <VeltoConnectFoundation/Codecs/MZJSONSerializer.h>
 #include <VeltoConnectFoundation/DeliveryTool/ToolLineMarkers.h>
+#include <VeltoConnectFoundation/DeliveryTool/ToolTransferLedger.h>
 #include <VeltoConnectFoundation/Files/VeltoPackageSource.h>
 #include <VeltoConnectFoundation/Platform/Base64.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
@@ -76,14 +77,14 @@ std::optional<std::string> base64OfJSON(const Dictionary& dictionary) {
     return velto::encodeBase64(json->view(), velto::Base64Form::lines64);
 }
 
-/// Two whole numbers with a slash between them.
-bool readCounts(std::string_view text, std::int64_t& sent, std::int64_t& total) {
-    const char* const end = text.data() + text.size();
-    const auto [slash, sentProblem] = std::from_chars(text.data(), end, sent);
-    if (sentProblem != std::errc() || slash == end || *slash != '/') {
-        return false;
-    }
-    return std::from_chars(slash + 1, end, total).ec == std::errc();
+std::optional<ToolLineCounts> countsOf(std::string_view line, const ToolLineMarkers& markers) {
+    return markers.has(Marker::percentCompleted) ? ToolLineCounts::of(line) : std::nullopt;
+}
+
+/// The object of a "JSON:" line that tells how a verify goes on; empty for any other.
+Dictionary verifyProgress(const ToolLineMarkers& markers) {
+    const Value json = velto::parseJSON(markers.after(Marker::json)).value_or(Value());
+    return json["messageType"].string() == "VerifyProgress" ? json.dictionary() : Dictionary();
 }
 
 }  // namespace
@@ -91,7 +92,10 @@ bool readCounts(std::string_view text, std::int64_t& sent, std::int64_t& total) 
 VeltoDrovanUploadWorker::VeltoDrovanUploadWorker(velto::PassKey key,
                                                  std::shared_ptr<VeltoPackageSource> source,
                                                  bool verifyOnly)
-    : VeltoDrovanWorker(key), source_(std::move(source)), verifyOnly_(verifyOnly) {
+    : VeltoDrovanWorker(key),
+      source_(std::move(source)),
+      verifyOnly_(verifyOnly),
+      ledger_(std::make_unique<ToolTransferLedger>()) {
     velto::assertParameter(source_ != nullptr, "source",
                            "initWithPackageSource:verifyOnly:", "VeltoDrovanUploadWorker.cpp");
 }
@@ -210,7 +214,10 @@ void VeltoDrovanUploadWorker::drovanWillStart() {
         transferSize_ = 0;
         bytesTransferred_.clear();
         fileSizes_.clear();
+        *ledger_ = {};
+        isValidated_ = false;
     }
+    confirmed_ = false;
     std::vector<std::string> arguments{"-m", verifyOnly_ ? "verify" : "upload", "-u"};
     const auto append = [&](auto... texts) { (arguments.emplace_back(texts), ...); };
 
@@ -281,7 +288,12 @@ void VeltoDrovanUploadWorker::processDrovanOutput(std::string_view line) {
     if (!markers.any()) {
         return;
     }
-    if (const std::optional<std::string> percent = percentCompleted(line, markers)) {
+    const std::optional<ToolLineCounts> counts = countsOf(line, markers);
+    {
+        Guard guard(progressLock_);
+        ledger_->enter(markers, counts);
+    }
+    if (const std::optional<std::string> percent = percentCompleted(line, markers, counts)) {
         double value = 0;
         std::from_chars(percent->data(), percent->data() + percent->size(), value);
         setPercentComplete(value);
@@ -294,9 +306,8 @@ void VeltoDrovanUploadWorker::processDrovanOutput(std::string_view line) {
         resetProgress();
         setStatusMessage(localized("Testing TCP/UDP connectivity…"));
     } else if (markers.has(Marker::json)) {
-        const Value json = velto::parseJSON(markers.after(Marker::json)).value_or(Value());
-        if (json["messageType"].string() == "VerifyProgress") {
-            processVerifyProgress(json.dictionary());
+        if (const Dictionary progress = verifyProgress(markers); !progress.isEmpty()) {
+            processVerifyProgress(progress);
         }
     } else if (markers.has(Marker::authenticating)) {
         setStatus(Sentence::verifyingMetadata);
@@ -311,12 +322,14 @@ void VeltoDrovanUploadWorker::processDrovanOutput(std::string_view line) {
 }
 
 std::optional<std::string> VeltoDrovanUploadWorker::extractPercentCompleted(std::string_view line) {
-    return percentCompleted(line, ToolLineMarkers(line));
+    const ToolLineMarkers markers(line);
+    return percentCompleted(line, markers, countsOf(line, markers));
 }
 
 std::optional<std::string> VeltoDrovanUploadWorker::percentCompleted(
     std::string_view line,
-    const ToolLineMarkers& markers) {
+    const ToolLineMarkers& markers,
+    const std::optional<ToolLineCounts>& counts) {
     scanFileSizes(markers, line);
     if (!hasTransferSize()) {
         if (markers.has(Marker::settingTotalSize)) {
@@ -327,37 +340,17 @@ std::optional<std::string> VeltoDrovanUploadWorker::percentCompleted(
     if (std::optional<std::string> resumed = resumePercentCompleted(markers)) {
         return resumed;
     }
-    if (!markers.has(Marker::percentCompleted)) {
+    if (!counts) {
         return std::nullopt;
     }
-    // The last word that ends with a comma holds the counts, the word before it names the file.
-    std::size_t comma = line.rfind(',');
-    while (comma != std::string_view::npos && comma + 1 < line.size() && line[comma + 1] != ' ') {
-        comma = comma == 0 ? std::string_view::npos : line.rfind(',', comma - 1);
-    }
-    if (comma == std::string_view::npos) {
-        return std::nullopt;
-    }
-    const std::size_t space = line.rfind(' ', comma);
-    if (space == std::string_view::npos) {
-        return std::nullopt;
-    }
-    std::int64_t sent = 0;
-    std::int64_t total = 0;
-    if (!readCounts(line.substr(space + 1, comma - space - 1), sent, total)) {
-        return std::nullopt;
-    }
-    const std::string_view before = line.substr(0, space);
-    const std::size_t nameStart = before.rfind(' ');
-    const std::string_view name =
-        nameStart == std::string_view::npos ? before : before.substr(nameStart + 1);
+    const std::string_view name = counts->lastWord();
     Guard guard(progressLock_);
     auto known = bytesTransferred_.find(name);
     if (known == bytesTransferred_.end()) {
         known = bytesTransferred_.emplace(name, 0).first;
     }
-    transferred_ += static_cast<std::uint64_t>(sent) - known->second;  // may go down
-    known->second = static_cast<std::uint64_t>(sent);
+    transferred_ += static_cast<std::uint64_t>(counts->sent) - known->second;  // may go down
+    known->second = static_cast<std::uint64_t>(counts->sent);
     return percentText();
 }
 
@@ -480,6 +473,7 @@ Value VeltoDrovanUploadWorker::extractJSON(std::string_view line) {
 
 void VeltoDrovanUploadWorker::processVerifyProgress(const Dictionary& progress) {
     const std::string_view description = progress["description"].string();
+    noteVerifyStep(description);
     if (description == "Analyzing metadata") {
         setStatusMessage(localized("Analyzing metadata"));
     } else if (description == "Adding asset to analyze:") {
@@ -498,6 +492,18 @@ void VeltoDrovanUploadWorker::processVerifyProgress(const Dictionary& progress) 
         setPercentComplete(100);
     } else if (count.integerValue() > 0) {
         setPercentComplete(progress["index"].doubleValue() / count.doubleValue() * 100);
+    }
+}
+
+/// The last step that is known decides.
+void VeltoDrovanUploadWorker::noteVerifyStep(std::string_view description) {
+    constexpr std::string_view before[] = {"Analyzing metadata",
+                                           "Adding asset to analyze:", "Validating assets",
+                                           "Validation failed."};
+    const bool isEnd = description == "Validation completed.";
+    if (isEnd || std::ranges::find(before, description) != std::end(before)) {
+        Guard guard(progressLock_);
+        isValidated_ = isEnd;
     }
 }
 
@@ -524,24 +530,53 @@ void VeltoDrovanUploadWorker::resetSigniantProgress() {
 
 void VeltoDrovanUploadWorker::drovanCompleted() {
     VeltoDrovanWorker::drovanCompleted();
+    // Looked at where they lie: together they may be very large.
+    const velto::Data outText = drovan()->standardOutText();
+    const velto::Data errorText = drovan()->standardErrorText();
+    const std::string_view out = outText.view();
+    const std::string_view error = errorText.view();
     if (terminationStatus() != 0) {
-        addFailure();
+        addFailure(error, out);
     } else {
-        const std::optional<std::string> result =
-            parseResultsFromString(drovan()->standardOutString());
+        const std::optional<std::string> result = parseResultsFromString(out);
         setStatusMessage(result ? result : uploadedPackageToStoreMessage());
     }
-    readResults();
+    readResults(error, out);
+    readUnfinishedLine(out);
+    readUnfinishedLine(error);
+    confirmed_ = terminationStatus() == 0 && saysDone() &&
+                 !VeltoDrovanMessages::extractMultipleErrorsFromString(error) &&
+                 !VeltoDrovanMessages::extractMultipleErrorsFromString(out);
 }
 
-void VeltoDrovanUploadWorker::addFailure() {
+bool VeltoDrovanUploadWorker::saysDone() const {
+    Guard guard(progressLock_);
+    return verifyOnly_ ? isValidated_
+                       : (jsonOutput_ || uploadedPackageName_) && ledger_->transfer().isWhole();
+}
+
+/// Without its line feed a last line was none for the hooks; what it tells counts all the same.
+void VeltoDrovanUploadWorker::readUnfinishedLine(std::string_view output) {
+    const std::string_view line = output.substr(output.rfind('\n') + 1);
+    const ToolLineMarkers markers(line);
+    if (markers.has(Marker::json)) {
+        noteVerifyStep(verifyProgress(markers)["description"].string());
+    }
+    Guard guard(progressLock_);
+    ledger_->enter(markers, countsOf(line, markers));
+}
+
+VeltoDrovanTransfer VeltoDrovanUploadWorker::transfer() const {
+    Guard guard(progressLock_);
+    return ledger_->transfer();
+}
+
+void VeltoDrovanUploadWorker::addFailure(std::string_view error, std::string_view out) {
     // An unknown store type has no sentence of its own, and a failed run must not pass for a good
     // one.
     const std::string fallback = errorOccurredUploadingToStoreErrorMessage().value_or(
         storeMessages()->errorTalkingWithStoreMessage());
     try {
-        const std::string out = drovan()->standardOutString();
-        const std::string error = drovan()->standardErrorString();
         MZLogInfo(" Error:\n%@", error);
         MZLogInfo(" Out:\n%@", out);
         std::vector<Error> errors = VeltoDrovanMessages::parseErrorsFromString(error);
@@ -564,16 +599,21 @@ void VeltoDrovanUploadWorker::addFailure() {
     }
 }
 
-void VeltoDrovanUploadWorker::readResults() {
+void VeltoDrovanUploadWorker::readResults(std::string_view error, std::string_view out) {
+    // One stream after the other is all that the tool printed, standard error first.
+    const auto all = [&](const auto& parse) {
+        std::vector<Value> values;
+        for (const std::string_view text : {error, out}) {
+            const std::vector<Error> found = parse(text);
+            values.insert(values.end(), found.begin(), found.end());
+        }
+        return Array(std::move(values));
+    };
     try {
-        const std::string error = drovan()->standardErrorString();
         extractJsonFromErrorOutput(error);
         extractNewPackageNameFromOutput(error);
-        const std::string all = drovan()->allOutput();
-        const std::vector<Error> warnings = VeltoDrovanMessages::parseAllWarningsFromString(all);
-        addWarnings(Array(std::vector<Value>(warnings.begin(), warnings.end())));
-        const std::vector<Error> infos = VeltoDrovanMessages::parseAllInfoMessagesFromString(all);
-        addInfoMessages(Array(std::vector<Value>(infos.begin(), infos.end())));
+        addWarnings(all(&VeltoDrovanMessages::parseAllWarningsFromString));
+        addInfoMessages(all(&VeltoDrovanMessages::parseAllInfoMessagesFromString));
     } catch (const Exception& exception) {
         MZLogError("Exception while parsing warnings: %@", exception);
     }

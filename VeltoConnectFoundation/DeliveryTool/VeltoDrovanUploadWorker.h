@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanTransfer.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanUploadSentences.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanWorker.h>
 #include <VeltoConnectFoundation/Work/MZThroughputWorker.h>
@@ -9,6 +10,8 @@
 #include <unordered_map>
 
 class ToolLineMarkers;
+class ToolTransferLedger;
+struct ToolLineCounts;
 class VeltoPackageSource;
 
 /// Verifies a package with the store, or uploads it, through the delivery tool.
@@ -17,8 +20,9 @@ class VeltoPackageSource;
 ///     MZWorkSeriesManager::defaultManager()->submitWork(MZWorkSeries::seriesWithWork(worker));
 ///
 /// Progress is the worker's percentComplete, statusMessage, size() and completed(); a failed run
-/// ends with at least one error. Secrets reach the tool in environment variables with random names
-/// that the command line refers to as "@env:NAME".
+/// ends with at least one error. A run without errors is one whose tool ended with 0: whether the
+/// tool also said that the work is done tells deliveryConfirmed(). Secrets reach the tool in
+/// environment variables with random names that the command line refers to as "@env:NAME".
 class VELTO_EXPORT VeltoDrovanUploadWorker : public VeltoDrovanWorker, public MZThroughputWorker {
 public:
     /// Variables that were added for secrets, beside the environment that holds them.
@@ -60,6 +64,12 @@ public:
     void setChecksumEnabled(bool enabled) { checksumEnabled_ = enabled; }
     std::optional<std::string> uploadedPackageName() const;  ///< As the tool reported it.
     velto::Value jsonOutput() const;  ///< The tool's result block; none without.
+    /// After the run: whether the tool ended with 0 and itself said that the work is done. For an
+    /// upload its result block or new package name, with all bytes sent or at the store already;
+    /// for a verify the end of the validation as its last step. Never when it listed errors.
+    bool deliveryConfirmed() const { return confirmed_.load(); }
+    /// Exact also for file names with blanks, which size() and completed() are not.
+    VeltoDrovanTransfer transfer() const;
 
     /// One line from either stream.
     void processDrovanOutput(std::string_view line);
@@ -125,24 +135,31 @@ private:
     std::optional<std::string> sentence(VeltoDrovanUploadSentence which) const;
     void setStatus(VeltoDrovanUploadSentence which);
     std::optional<std::string> percentCompleted(std::string_view line,
-                                                const ToolLineMarkers& markers);
+                                                const ToolLineMarkers& markers,
+                                                const std::optional<ToolLineCounts>& counts);
+    void noteVerifyStep(std::string_view description);
+    void readUnfinishedLine(std::string_view output);
+    bool saysDone() const;
     void scanFileSizes(const ToolLineMarkers& markers, std::string_view line);
     std::optional<std::string> resumePercentCompleted(const ToolLineMarkers& markers);
     bool hasTransferSize() const;
     void setTransferSize(std::int64_t size);
     std::string percentText() const VELTO_REQUIRES(progressLock_);
-    void addFailure();
-    void readResults();
+    void addFailure(std::string_view error, std::string_view out);
+    void readResults(std::string_view error, std::string_view out);
 
     const std::shared_ptr<VeltoPackageSource> source_;
     const bool verifyOnly_;
     std::atomic<bool> checksumEnabled_{true};
+    std::atomic<bool> confirmed_{false};
     mutable velto::Lock progressLock_;
     std::uint64_t transferSize_ VELTO_GUARDED_BY(progressLock_) = 0;
     std::uint64_t transferred_ VELTO_GUARDED_BY(progressLock_) = 0;
     bool transferSizeSet_ VELTO_GUARDED_BY(progressLock_) = false;
     NumbersByFile<std::uint64_t> bytesTransferred_ VELTO_GUARDED_BY(progressLock_);
     NumbersByFile<std::int64_t> fileSizes_ VELTO_GUARDED_BY(progressLock_);
+    std::unique_ptr<ToolTransferLedger> ledger_ VELTO_GUARDED_BY(progressLock_);
+    bool isValidated_ VELTO_GUARDED_BY(progressLock_) = false;
     std::optional<std::string> uploadedPackageName_ VELTO_GUARDED_BY(progressLock_);
     velto::Value jsonOutput_ VELTO_GUARDED_BY(progressLock_);
 };

@@ -44,19 +44,9 @@ void VeltoDrovanWorker::didCreate() {
 
 void VeltoDrovanWorker::run() {
     try {
-        startUnlessCancelled();
-        setStatusMessage(storeMessages()->authenticatingWithStoreMessage());
-        drovanWillStart();
-        finished_ = false;
-        {
-            Guard guard(loopLock_);
-            loop_ = velto::RunLoop::current();
+        if (startUnlessCancelled()) {
+            runTool();
         }
-        drovan_->executeAsynchronously();
-        waitForTool();
-        terminationStatus_ = drovan_->terminationStatus();
-        // Required: the text of a completed operation even when the tool failed; the lines decide.
-        setStatusMessage(storeMessages()->completedOperationWithStoreMessage());
     } catch (const Exception& exception) {
         addException(exception);
     }
@@ -64,14 +54,34 @@ void VeltoDrovanWorker::run() {
         Guard guard(loopLock_);
         loop_ = nullptr;
     }
-    if (isCancelled()) {
-        setStatusMessage(storeMessages()->cancelledOperationWithStoreMessage());
-    } else {
+    bool isFinished = false;
+    if (!isCancelled()) {
         drovanCompleted();
-        finishUnlessCancelled();
+        isFinished = finishUnlessCancelled();
+    }
+    if (!isFinished) {
+        setStatusMessage(storeMessages()->cancelledOperationWithStoreMessage());
     }
     velto::NotificationCenter::shared().postOnMainThread(VeltoDrovanWorkerCompletedNotification,
                                                          shared_from_this());
+}
+
+void VeltoDrovanWorker::runTool() {
+    setStatusMessage(storeMessages()->authenticatingWithStoreMessage());
+    drovanWillStart();
+    finished_ = false;
+    {
+        Guard guard(loopLock_);
+        loop_ = velto::RunLoop::current();
+    }
+    // To put the command line together may take a while: the system is asked for its proxy.
+    if (!drovan_->executeAsynchronously([this] { return !isCancelled(); })) {
+        return;
+    }
+    waitForTool();
+    terminationStatus_ = drovan_->terminationStatus();
+    // Required: the text of a completed operation even when the tool failed; the lines decide.
+    setStatusMessage(storeMessages()->completedOperationWithStoreMessage());
 }
 
 void VeltoDrovanWorker::waitForTool() {

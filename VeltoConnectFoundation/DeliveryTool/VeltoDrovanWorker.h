@@ -40,6 +40,8 @@ public:
     void setEnvironment(std::optional<velto::Dictionary> environment);
     const std::shared_ptr<VeltoDrovan>& drovan() const { return drovan_; }
     std::int32_t terminationStatus() const { return terminationStatus_.load(); }
+    /// How the tool ended: by an exit status or by a signal.
+    velto::ProcessExit termination() const { return drovan_->termination(); }
 
     /// The last line of the output, from "ERROR:" on when it holds that; the store's "error
     /// communicating" text for an empty output.
@@ -60,6 +62,7 @@ protected:
     virtual void drovanCompleted();
 
 private:
+    void runTool();
     void waitForTool();
     void wakeRun();
 

@@ -93,7 +93,9 @@ VeltoVideoPackageBuilderWorker::initWithMetadataWorker(
 }
 
 void VeltoVideoPackageBuilderWorker::run() {
-    startUnlessCancelled();
+    if (!startUnlessCancelled()) {
+        return;  // cancel() has said all.
+    }
     setPercentComplete(0);
     try {
         if (!videoMetadataWorker_->isValidVendorID()) {
@@ -108,7 +110,9 @@ void VeltoVideoPackageBuilderWorker::run() {
         throw;
     }
     setPercentComplete(100);
-    finishUnlessCancelled();
+    if (!finishUnlessCancelled()) {
+        setStatusMessage(cancelledMessage());
+    }
 }
 
 void VeltoVideoPackageBuilderWorker::cancel() {

@@ -69,8 +69,8 @@ public:
     void setWorkStatus(MZWorkStatus status);
     /// Started, unless the worker is cancelled: however close both are, a cancel has the last word.
     /// Answers whether it was set.
-    bool startUnlessCancelled();
-    bool finishUnlessCancelled();  ///< The same with finished.
+    [[nodiscard]] bool startUnlessCancelled();
+    [[nodiscard]] bool finishUnlessCancelled();  ///< The same with finished.
 
     /// 0 to 100. A worker that counts what it does may answer from its counters.
     virtual double percentComplete() const;
@@ -137,7 +137,7 @@ private:
     Callbacks& callbacks() VELTO_REQUIRES(lock_);
     /// What the caller has to run after releasing the lock, if anything.
     std::function<void()> changeWorkStatus(MZWorkStatus status) VELTO_REQUIRES(lock_);
-    bool setUnlessCancelled(MZWorkStatus status);
+    [[nodiscard]] bool setUnlessCancelled(MZWorkStatus status);
     template <class Member>
     Member get(Member Callbacks::*member) const;
     template <class Member>
