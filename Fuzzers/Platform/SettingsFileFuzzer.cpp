@@ -21,6 +21,11 @@ const Setting list("FuzzList", SettingKind::array, {}, "A list.");
 const Setting table("FuzzTable", SettingKind::dictionary, {}, "A table.");
 const Setting text("FuzzText", SettingKind::string, {}, "A text.");
 const Setting number("FuzzNumber", SettingKind::number, {}, "A number.");
+const Setting remote("FuzzRemote",
+                     SettingKind::dictionary,
+                     {},
+                     "A table.",
+                     velto::SettingReach::remote);
 
 /// A folder for the process's life.
 struct Folder {
@@ -40,6 +45,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
     UserDefaults& defaults = UserDefaults::shared();
+    // What a server sends is read as the same notation.
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    defaults.setPriorityDefaults({{"FuzzRemote", "{" + std::string(bytes) + "}"}});
+    require(remote.value().isNone() || remote.value().isDictionary());
     velto::Error error;
     const bool isRead = defaults.loadUserFile(path, &error);
     require(isRead != static_cast<bool>(error));

@@ -2,12 +2,15 @@
 
 #include <Tests/Support/IsError.h>
 #include <Tests/Support/ScopedUserDefaults.h>
+#include <Tests/Support/SmallStack.h>
 #include <Tests/Support/TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <thread>
 
@@ -33,6 +36,7 @@ const Setting number("TestNumber", SettingKind::number, 0.5, "A number.");
 const Setting string("TestString", SettingKind::string, "default", "A text.");
 const Setting array("TestArray", SettingKind::array, {}, "A list.");
 const Setting dictionary("TestDictionary", SettingKind::dictionary, {}, "A table.");
+const Setting remoteTable("TestRemoteTable", SettingKind::dictionary, {}, "", SettingReach::remote);
 const Setting remote("TestRemote", SettingKind::string, {}, "A text.", SettingReach::remote);
 
 class UserDefaultsTest : public ::testing::Test {
@@ -165,6 +169,9 @@ TEST_F(UserDefaultsTest, WhatIsWrittenReadsBackAndTheRestOfTheFileStays) {
          "other",
          {},
          "# mine\nTestString = \"\"\"\ntwo\nlines\"\"\"\nborn = 1979-05-27T07:32:00Z\n"},
+        {"keeps what stands behind a value", before, "other", Array{"ü"},
+         "# mine\nTestString = \"\"\"\ntwo\nlines\"\"\"\nother = [ 'ü' ] # kept\n"
+         "born = 1979-05-27T07:32:00Z\n"},
         {"writes text for a switch as a switch", "", "TestBoolean", "YES", "TestBoolean = true\n"},
         {"removes the only one", "a = 1\n", "a", {}, ""},
     };
@@ -233,6 +240,72 @@ TEST_F(UserDefaultsTest, AMalformedFileIsAnErrorWithItsLineAndNoneOfItsText) {
     EXPECT_TRUE(defaults_.loadUserFile(folder_.at("missing.toml")));
     EXPECT_FALSE(defaults_.loadError());
     EXPECT_FALSE(defaults_.loadUserFile(std::string(folder_.path())));
+}
+
+TEST_F(UserDefaultsTest, WhatIsNestedTooDeeplyIsRefusedBeforeItIsRead) {
+    const auto times = [](std::string_view text, int count) {
+        std::string result;
+        while (count-- > 0) {
+            result += text;
+        }
+        return result;
+    };
+    const std::string dots = times("a.", 35'000) + "a";
+    const std::string fitting = "{" + times("a.", 60) + "a = '.....[[[[[#', b = 1.5}";
+    velto::testing::onSmallStack([&] {
+        for (const std::string& text :
+             {dots + " = 1", "[" + dots + "]", "[[" + dots + "]]", "x = {" + dots + " = 1}",
+              "x = " + times("{" + times("a.", 40) + "a = ", 20), "x = " + times("[", 30'000),
+              R"(x = """"[\"""""")" + ("\n" + dots + " = 1"), "x = '''\n''''\n" + dots + " = 1"}) {
+            SCOPED_TRACE(text.substr(0, 20));
+            Error error;
+            EXPECT_FALSE(defaults_.loadUserFile(folder_.write("c.toml", text), &error));
+            EXPECT_THAT(error, IsError(velto::SettingsErrorDomain, 1));
+            EXPECT_NE(error.description().find("too deeply"), std::string::npos);
+        }
+        // A server's text too.
+        defaults_.setPriorityDefaults({{"TestRemoteTable", "{" + dots + " = 1}"}});
+        EXPECT_TRUE(remoteTable.value().isNone());
+        defaults_.setPriorityDefaults({{"TestRemoteTable", fitting}});
+        EXPECT_TRUE(remoteTable.value().isDictionary());
+        EXPECT_TRUE(defaults_.loadUserFile(
+            folder_.write("c.toml", "x = [[1.5], [2.5]] # [.\ny = " + fitting + "\n")));
+    });
+}
+
+TEST_F(UserDefaultsTest, AFileThatOthersMayWriteIsNotUsed) {
+    const std::string folder = folder_.at("open");
+    ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+    const std::string file = folder_.write("open/c.toml", "TestInteger = 3\n");
+    const std::string link = folder_.at("link.toml");
+    ASSERT_EQ(symlink("open/c.toml", link.c_str()), 0);
+    const struct {
+        mode_t folder, file;
+        bool isUsed;
+    } rows[] = {{0755, 0644, true},  {0755, 0664, false}, {0755, 0646, false},
+                {0775, 0600, false}, {0757, 0600, false}, {01777, 0600, true}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::Message() << std::oct << row.folder << ' ' << row.file);
+        ASSERT_EQ(chmod(folder.c_str(), row.folder) + chmod(file.c_str(), row.file), 0);
+        for (const std::string& path : {file, link}) {
+            Error error;
+            EXPECT_EQ(defaults_.loadUserFile(path, &error), row.isUsed);
+            EXPECT_EQ(integer.integerValue(), row.isUsed ? 3 : 10);
+            EXPECT_EQ(defaults_.setValue("TestInteger", 3, &error), row.isUsed);
+            EXPECT_EQ(error.code(), row.isUsed ? 0 : velto::SettingsErrorUnsafeFile);
+        }
+    }
+}
+
+TEST_F(UserDefaultsTest, ALinkStaysOneAndOneThatLeadsNowhereIsNotReplaced) {
+    const std::string link = folder_.at("link.toml");
+    ASSERT_EQ(symlink("real.toml", link.c_str()), 0);
+    ASSERT_TRUE(defaults_.loadUserFile(link));
+    EXPECT_FALSE(defaults_.setValue("TestInteger", 3));
+    const std::string file = folder_.write("real.toml", "");
+    EXPECT_TRUE(defaults_.setValue("TestInteger", 3));
+    EXPECT_EQ(contentsOfFile(file), "TestInteger = 3\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
 }
 
 TEST_F(UserDefaultsTest, ReadersSeeWholeChangesWhileOthersWrite) {

@@ -15,8 +15,6 @@ namespace {
 
 constexpr unsigned deepestValue = 64;
 
-enum Code : std::int64_t { malformedFile = 1, unfitValue = 2 };
-
 std::string quoted(std::string_view text) {
     return "“" + std::string(text) + "”";
 }
@@ -77,17 +75,84 @@ Value valueFromNode(const toml::node& node) {
     });
 }
 
+/// Follows strings, comments and brackets of a text, as long as it is valid, to see how deep its
+/// tables and lists go: each bracket is a level, and so is each dot of a key.
+class DepthScanner {
+public:
+    explicit DepthScanner(std::string_view text) : text_(text) {}
+
+    /// The first line (from 1) that goes deeper than values may; 0 for none.
+    std::size_t lineOfTooDeep() {
+        for (; at_ < text_.size(); ++at_) {
+            const char c = text_[at_];
+            if (c == '"' || c == '\'') {
+                skipString(c);
+            } else if (c == '#') {
+                at_ = std::min(text_.find('\n', at_), text_.size()) - 1;
+            } else if (c == '[' || c == '{') {
+                outside_.push_back(depth_++);
+            } else if ((c == ']' || c == '}') && !outside_.empty()) {
+                depth_ = outside_.back();
+                outside_.pop_back();
+            } else if (c == '.') {
+                ++depth_;
+            } else if (c == ',' || (c == '\n' && outside_.empty())) {
+                depth_ = outside_.empty() ? 0 : outside_.back() + 1;  // another key or value
+            }
+            if (depth_ > deepestValue) {
+                return 1 + static_cast<std::size_t>(std::ranges::count(text_.substr(0, at_), '\n'));
+            }
+        }
+        return 0;
+    }
+
+private:
+    /// To its last quote, or to the end of the line that it should end in.
+    void skipString(char quote) {
+        const std::string three(3, quote);
+        const bool hasLines = text_.substr(at_).starts_with(three);
+        for (at_ += hasLines ? 3 : 1; at_ < text_.size(); ++at_) {
+            if (text_[at_] == '\\' && quote == '"') {
+                ++at_;
+            } else if (hasLines ? text_.substr(at_).starts_with(three)
+                                : text_[at_] == quote || text_[at_] == '\n') {
+                break;
+            }
+        }
+        if (hasLines) {
+            // Up to two more are the string's own.
+            at_ = std::min(text_.find_first_not_of(quote, at_), at_ + 5) - 1;
+        }
+    }
+
+    std::string_view text_;
+    std::size_t at_ = 0;
+    std::size_t depth_ = 0;
+    std::vector<std::size_t> outside_;  ///< The depth before each open bracket.
+};
+
+bool failAsMalformed(std::string_view path, std::string_view reason, Error* error) {
+    return fail(error,
+                Error::make(SettingsErrorDomain, SettingsErrorMalformedFile,
+                            "The settings file " + quoted(path) + " could not be read.", reason));
+}
+
 /// The table a text holds, else none. `error` names the place but nothing of the text, for what
 /// stands in the file may be a password.
 std::optional<toml::table> parseTable(std::string_view text, std::string_view path, Error* error) {
+    // The parser, and what it makes, use the call stack for each level.
+    if (const std::size_t line = DepthScanner(text).lineOfTooDeep(); line != 0) {
+        failAsMalformed(path, "Line " + std::to_string(line) + " is nested too deeply.", error);
+        return std::nullopt;
+    }
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& failure) {
         const auto& place = failure.source().begin;
-        fail(error, Error::make(SettingsErrorDomain, malformedFile,
-                                "The settings file " + quoted(path) + " could not be read.",
-                                "Line " + std::to_string(place.line) + ", column " +
-                                    std::to_string(place.column) + " is not valid TOML."));
+        failAsMalformed(path,
+                        "Line " + std::to_string(place.line) + ", column " +
+                            std::to_string(place.column) + " is not valid TOML.",
+                        error);
         return std::nullopt;
     }
 }
@@ -207,75 +272,101 @@ std::optional<std::string> tomlText(const Dictionary& entries) {
     return entries.isEmpty() ? "" : text;
 }
 
-/// The lines (from 0, to before) that a key of the root takes.
-std::optional<std::pair<std::size_t, std::size_t>> linesOfKey(const toml::table& table,
-                                                              std::string_view key) {
-    const auto found = table.find(key);
-    if (found == table.end()) {
-        return std::nullopt;
-    }
-    const std::size_t first = found->first.source().begin.line;
-    const std::size_t last = found->second.source().end.line;
-    if (first == 0 || last < first) {
-        return std::nullopt;
-    }
-    return std::pair(first - 1, last);
-}
-
-/// Offset of a line's first character; the text's length beyond its end.
-std::size_t offsetOfLine(std::string_view text, std::size_t line) {
+/// Offset of a place, whose line and column (of characters) count from 1; the text's length beyond
+/// its end.
+std::size_t offsetOf(std::string_view text, toml::source_position place) {
     std::size_t offset = 0;
-    for (; line > 0 && offset < text.size(); --line) {
+    for (std::size_t line = 1; line < place.line && offset < text.size(); ++line) {
         const std::size_t feed = text.find('\n', offset);
         offset = feed == std::string_view::npos ? text.size() : feed + 1;
+    }
+    for (std::size_t column = 1; column < place.column && offset < text.size(); ++column) {
+        do {
+            ++offset;
+        } while (offset < text.size() &&
+                 (static_cast<unsigned char>(text[offset]) & 0xC0U) == 0x80);
     }
     return offset;
 }
 
-/// The file's text with one key changed and all other lines, comments too, as they were.
-std::string editedText(std::string text,
-                       const toml::table& table,
-                       std::string_view key,
-                       std::string_view replacement) {
+/// A file's text with one key changed, in the ways that touch the least first: its value alone, all
+/// its lines, or a new line. Whether a text holds what it should is for the caller to see.
+std::vector<std::string> editedTexts(std::string text,
+                                     const toml::table& table,
+                                     std::string_view key,
+                                     std::string_view line) {
     if (!text.empty() && text.back() != '\n') {
         text += '\n';
     }
-    if (const auto lines = linesOfKey(table, key)) {
-        const std::size_t begin = offsetOfLine(text, lines->first);
-        const std::size_t end = offsetOfLine(text, lines->second);
-        return text.replace(begin, end - begin, replacement);
+    if (const auto found = table.find(key); found != table.end()) {
+        std::vector<std::string> texts;
+        const toml::source_region& value = found->second.source();
+        if (!line.empty()) {
+            // The key stands in front of the value, in the line as in the text.
+            const std::size_t equals = line.find(" = ");
+            const std::size_t begin = offsetOf(text, value.begin);
+            const std::size_t end = std::max(begin, offsetOf(text, value.end));
+            texts.push_back(text.substr(0, begin) +
+                            std::string(line.substr(equals + 3, line.size() - equals - 4)) +
+                            text.substr(end));
+        }
+        const std::size_t begin = offsetOf(text, {found->first.source().begin.line, 1});
+        const std::size_t end = std::max(begin, offsetOf(text, {value.end.line + 1, 1}));
+        texts.push_back(text.replace(begin, end - begin, line));
+        return texts;
     }
     // Behind a table's header the key would be the table's.
     const bool hasTables = std::ranges::any_of(table, [](const auto& entry) {
-        return entry.second.is_table() || entry.second.is_array();
+        return entry.second.is_table() || entry.second.is_array_of_tables();
     });
-    return hasTables ? text.insert(0, replacement) : text.append(replacement);
+    return {hasTables ? text.insert(0, line) : text.append(line)};
 }
 
 }  // namespace
 
-std::optional<Dictionary> settingsFromText(std::string_view text,
-                                           std::string_view path,
-                                           Error* error) {
+std::optional<SettingsFile> settingsFromText(std::string_view text,
+                                             std::string_view path,
+                                             Error* error) {
     const auto table = parseTable(text, path, error);
-    return table ? std::optional(dictionaryFromTable(*table)) : std::nullopt;
+    if (!table) {
+        return std::nullopt;
+    }
+    SettingsFile file{dictionaryFromTable(*table), {}};
+    for (const auto& [key, node] : *table) {
+        file.keys.push_back({std::string(key.str()), key.source().begin.line});
+    }
+    std::ranges::stable_sort(file.keys, {}, &SettingsFile::Key::line);
+    return file;
 }
 
-std::optional<std::string> settingsTextWithChange(std::string text,
+std::optional<std::string> settingsTextWithChange(const std::string& text,
                                                   const Dictionary& wanted,
-                                                  std::string_view key) {
+                                                  std::string_view key,
+                                                  Error* error) {
     const auto line =
         wanted.contains(key) ? tomlText({{key, wanted[key]}}) : std::optional<std::string>("");
     auto whole = tomlText(wanted);
     if (!line || !whole) {
+        fail(error, unfitSettingError(key, "Its value cannot be written to a settings file."));
         return std::nullopt;
     }
-    if (const auto table = parseTable(text, {}, nullptr)) {
-        std::string edited = editedText(std::move(text), *table, key, *line);
+    if (text.size() + line->size() > largestSettingsFile) {
+        fail(error, unfitSettingError(key, "The file would be too long."));
+        return std::nullopt;
+    }
+    const auto table = parseTable(text, {}, nullptr);
+    for (std::string& edited :
+         table ? editedTexts(text, *table, key, *line) : std::vector<std::string>()) {
         const auto check = parseTable(edited, {}, nullptr);
         if (check && dictionaryFromTable(*check) == wanted) {
-            return edited;
+            return std::move(edited);
         }
+    }
+    if (text.find('#') != std::string::npos) {
+        fail(error, unfitSettingError(key,
+                                      "The file's comments would be lost; an editor can "
+                                      "change it."));
+        return std::nullopt;
     }
     return whole;
 }
@@ -288,7 +379,7 @@ std::optional<Value> valueFromInlineTOML(std::string_view text) {
 }
 
 Error unfitSettingError(std::string_view key, std::string_view reason) {
-    return Error::make(SettingsErrorDomain, unfitValue,
+    return Error::make(SettingsErrorDomain, SettingsErrorUnfitValue,
                        "The setting " + quoted(key) + " was not changed.", reason);
 }
 

@@ -15,8 +15,6 @@ namespace velto {
 
 namespace {
 
-constexpr std::size_t largestFile = std::size_t{1} << 20;
-
 /// `value` as a setting of that kind reads it; none when it cannot be.
 Value coerced(const Value& value, SettingKind kind) {
     const bool readable = value.isNumber() || value.isString();
@@ -70,7 +68,8 @@ bool fits(const Value& value, SettingKind kind) {
         return !coerced(value, kind).isNone();
     }
     const std::string_view text = value.string();
-    constexpr std::array<std::string_view, 6> truths = {"YES", "NO", "true", "false", "1", "0"};
+    constexpr std::array<std::string_view, 8> truths = {"YES",  "NO",    "yes", "no",
+                                                        "true", "false", "1",   "0"};
     switch (kind) {
         case SettingKind::boolean:
             return std::ranges::find(truths, text) != truths.end();
@@ -140,6 +139,7 @@ public:
     Dictionary arguments;
     Dictionary environment;
     Dictionary user;
+    std::vector<SettingsFile::Key> userKeys;
     Dictionary priority;
     Dictionary registered;
     std::string userPath;
@@ -207,42 +207,34 @@ public:
 
     bool loadFile(std::string path, Error* error) {
         const std::lock_guard guard(mutex_);
-        layers_.userPath = std::move(path);
-        layers_.loaded = false;
-        load();
+        load(std::move(path));
         changed();
         return !layers_.loadError || fail(error, layers_.loadError);
     }
 
     bool write(std::string_view key, const Value& value, Error* error) {
+        const std::string path = layers()->userPath;
+        SettingsFileLock lock;
+        if (!lock.take(path, error)) {
+            return false;
+        }
         const std::lock_guard guard(mutex_);
         // What another process wrote meanwhile stays.
-        layers_.loaded = false;
-        load();
+        const auto text = load(path);
         changed();
-        if (layers_.loadError) {
+        if (!text) {
             return fail(error, layers_.loadError);
         }
         Dictionary wanted = layers_.user;
         wanted.set(key, value);
-        const std::string& path = layers_.userPath;
-        std::string text;
-        if (const auto file = FileManager::read(path, largestFile)) {
-            text = file->view();
+        if (wanted == layers_.user) {
+            return true;
         }
-        const auto edited = settingsTextWithChange(std::move(text), wanted, key);
-        if (!edited) {
-            return fail(error,
-                        unfitSettingError(key, "Its value cannot be written to a settings file."));
-        }
-        const std::size_t slash = path.rfind('/');
-        if ((slash != std::string::npos && slash != 0 &&
-             !FileManager::createFolder(path.substr(0, slash), 0700, error)) ||
-            !FileManager::writeAtomically(path, *edited, 0600, error)) {
+        const auto edited = settingsTextWithChange(*text, wanted, key, error);
+        if (!edited || !FileManager::writeAtomically(path, *edited, 0600, error)) {
             return false;
         }
-        layers_.user = std::move(wanted);
-        return true;
+        return load(path) || fail(error, layers_.loadError);
     }
 
     std::uint64_t generation() const noexcept {
@@ -274,25 +266,28 @@ private:
 
     /// Reads the user's file unless that has been done. Locked.
     void load() {
-        if (layers_.loaded) {
-            return;
+        if (!layers_.loaded) {
+            load(layers_.userPath.empty() ? FileManager::configurationFolder() + "/config.toml"
+                                          : layers_.userPath);
         }
+    }
+
+    /// Reads a file and answers its text; none, and no settings, when it cannot be used. Locked.
+    std::optional<std::string> load(std::string path) {
         layers_.loaded = true;
         layers_.user.clear();
+        layers_.userKeys.clear();
         layers_.loadError = {};
-        if (layers_.userPath.empty()) {
-            layers_.userPath = FileManager::configurationFolder() + "/config.toml";
-        }
-        if (!FileManager::exists(layers_.userPath)) {
-            return;
-        }
-        const auto file = FileManager::read(layers_.userPath, largestFile, &layers_.loadError);
+        layers_.userPath = std::move(path);
+        auto text = readSettingsFile(layers_.userPath, &layers_.loadError);
+        auto file =
+            text ? settingsFromText(*text, layers_.userPath, &layers_.loadError) : std::nullopt;
         if (!file) {
-            return;
+            return std::nullopt;
         }
-        if (auto user = settingsFromText(file->view(), layers_.userPath, &layers_.loadError)) {
-            layers_.user = std::move(*user);
-        }
+        layers_.user = std::move(file->values);
+        layers_.userKeys = std::move(file->keys);
+        return text;
     }
 
     struct Layer {
@@ -421,13 +416,17 @@ SettingLayer UserDefaults::layer(std::string_view key) const {
     });
 }
 
+bool Setting::accepts(const Value& value) const {
+    return fits(value, kind_);
+}
+
 bool UserDefaults::setValue(std::string_view key, const Value& value, Error* error) {
     Value written = value;
     if (!value.isNone()) {
         const auto settings = declaredSettings();
         const auto found = std::ranges::find(settings, key, &Setting::key);
         if (found != settings.end()) {
-            if (!fits(value, (*found)->kind())) {
+            if (!(*found)->accepts(value)) {
                 return fail(error, unfitSettingError(
                                        key, "Its value must be " +
                                                 std::string(nameOfKind((*found)->kind())) + "."));
@@ -479,6 +478,20 @@ std::string UserDefaults::userFilePath() const {
 
 Error UserDefaults::loadError() const {
     return state_->layers()->loadError;
+}
+
+std::vector<UserDefaults::UserFileKey> UserDefaults::userFileKeys() const {
+    const auto settings = declaredSettings();
+    std::vector<UserFileKey> keys;
+    for (const SettingsFile::Key& key : state_->layers()->userKeys) {
+        const auto found = std::ranges::find(settings, key.name, &Setting::key);
+        keys.push_back({key.name, key.line, found == settings.end() ? nullptr : *found});
+    }
+    return keys;
+}
+
+Value UserDefaults::userFileValue(std::string_view key) const {
+    return state_->layers()->user[key];
 }
 
 bool UserDefaults::loadUserFile(std::string_view path, Error* error) {

@@ -25,8 +25,10 @@ enum class SettingReach : std::uint8_t { local, remote };
 
 enum class SettingLayer : std::uint8_t { arguments, environment, user, priority, registered, none };
 
-/// Codes: 1 a malformed file, 2 a value that does not fit.
 inline constexpr std::string_view SettingsErrorDomain = "VeltoSettingsErrorDomain";
+inline constexpr std::int64_t SettingsErrorMalformedFile = 1;
+inline constexpr std::int64_t SettingsErrorUnfitValue = 2;
+inline constexpr std::int64_t SettingsErrorUnsafeFile = 3;  ///< Others may write it.
 
 /// One key that the library reads, declared once beside its class as a constant; declarations
 /// register when the library is loaded. `key` and `meaning` are literals, and a declared setting
@@ -52,6 +54,9 @@ public:
     }                                                      ///< none when there is none
     std::string_view meaning() const { return meaning_; }  ///< One line, English.
     SettingReach reach() const { return reach_; }
+
+    /// Whether all of a value is of the setting's kind: reading is more lenient.
+    bool accepts(const Value& value) const;
 
     /// The setting's value in UserDefaults::shared(); takes no lock while nothing has changed.
     Value value() const;
@@ -86,8 +91,9 @@ public:
     Array arrayValue(std::string_view key) const;
     SettingLayer layer(std::string_view key) const;
 
-    /// Writes the user's file (TOML, mode 0600, atomically, other lines as they were); none removes
-    /// the key. A declared key takes its own kind only; a malformed file is never overwritten.
+    /// Writes the user's file (TOML, mode 0600, atomically, other lines as they were, one writer
+    /// after the other); none removes the key. A declared key takes its own kind only; a file that
+    /// could not be loaded is never overwritten. A link stays one.
     [[nodiscard]] bool setValue(std::string_view key, const Value& value, Error* error = nullptr);
     /// Supplies values nobody set; later registrations win over earlier ones.
     void registerDefaults(const Dictionary& defaults);
@@ -105,8 +111,18 @@ public:
     /// Every declared setting, sorted by key.
     static std::vector<const Setting*> declaredSettings();
     std::string userFilePath() const;
-    /// What was wrong with the user's file when it was loaded: none, or an error with its line.
+    /// What was wrong with the user's file when it was loaded, so that nothing of it holds: none,
+    /// or an error with its line; or that others than root and the process's user may write it.
     Error loadError() const;
+    struct UserFileKey {
+        std::string key;
+        std::size_t line;        ///< From 1.
+        const Setting* setting;  ///< Null when none is declared.
+    };
+    /// The keys of the user's file, in the order of its lines.
+    std::vector<UserFileKey> userFileKeys() const;
+    /// What the user's file holds, whatever goes before it; none without the key.
+    Value userFileValue(std::string_view key) const;
     /// Reads another file instead (tests, `velto --config`); a missing file is empty.
     bool loadUserFile(std::string_view path, Error* error = nullptr);
 
