@@ -1,22 +1,19 @@
 #pragma once
 
-#include <CommandLine/Command.h>
-
+#include <span>
 #include <string>
-#include <vector>
+#include <string_view>
 
 namespace velto::cli {
 
-/// The scripts that complete `velto` in the three shells, made from the description of the
-/// commands.
-std::string bashCompletion();
-std::string zshCompletion();
-std::string fishCompletion();
+/// The word that makes `velto` answer a shell, in the place of a command; its help does not name
+/// it.
+inline constexpr std::string_view completionWord = "__complete";
 
-/// The options of a command with the common ones; of `velto` itself for null.
-std::vector<const Option*> completedOptions(const Command* command);
-/// "KEY1 KEY2 …" of all settings.
-std::string settingKeys();
-std::string joined(std::span<const std::string_view> words);
+/// What may stand in the place of the last of the words that follow "velto" on a command line: a
+/// line with "files" or "folders", for the shell to list them, or with "words", and a line for each
+/// word that begins like the last one: the word, a tabulator, and what it means. The value of
+/// "--option=value" comes with its option.
+std::string completions(std::span<const std::string> words);
 
 }  // namespace velto::cli

@@ -1,4 +1,5 @@
 #include <CommandLine/CommonOptions.h>
+#include <CommandLine/Completion.h>
 #include <CommandLine/Frontend.h>
 #include <CommandLine/Help.h>
 #include <CommandLine/Interrupts.h>
@@ -17,6 +18,7 @@
 #include <algorithm>
 #include <clocale>
 #include <exception>
+#include <span>
 #include <utility>
 
 namespace velto::cli {
@@ -55,6 +57,11 @@ ExitCode runCommand(Frontend& frontend, const Invocation& invocation) {
 }
 
 ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
+    if (!arguments.empty() && arguments.front() == completionWord) {
+        frontend.console().print(Console::Stream::output,
+                                 completions(std::span(arguments).subspan(1)));
+        return ExitCode::done;
+    }
     Failure failure;
     const auto invocation = Invocation::parse(arguments, failure);
     if (!invocation) {

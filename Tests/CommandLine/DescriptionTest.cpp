@@ -1,5 +1,4 @@
 #include <CommandLine/Command.h>
-#include <CommandLine/Completion.h>
 #include <Tests/CommandLine/VeltoFixture.h>
 
 #include <gmock/gmock.h>
@@ -50,47 +49,68 @@ TEST_F(DescriptionTest, TheManualPageTellsEverything) {
     }
 }
 
-TEST_F(DescriptionTest, CompletionsMentionEveryCommandAndOption) {
-    for (const char* shell : {"bash", "zsh", "fish"}) {
-        SCOPED_TRACE(shell);
-        const Child child = finished({"completion", shell});
-        ASSERT_EQ(child.exitCode, 0);
-        for (const velto::cli::Command* command : velto::cli::allCommands()) {
-            EXPECT_THAT(child.output, HasSubstr(command->lastWord()));
-            for (const velto::cli::Option* option : velto::cli::completedOptions(command))
-                EXPECT_THAT(child.output, HasSubstr(option->name));
-        }
-    }
-}
+/// What a tabulator makes of a line, in the real shells.
+TEST_F(DescriptionTest, EveryShellCompletes) {
+    if (access("/usr/bin/zsh", X_OK) + access("/usr/bin/fish", X_OK) != 0)
+        GTEST_SKIP() << "needs zsh and fish";
+    const auto program = velto::testing::veltoProgram();
+    environment["PATH"] = program.parent_path().string() + ":/usr/bin:/bin";
+    environment["ZDOTDIR"] = folder / "zsh";
+    std::filesystem::create_directories(folder / "work/Film.velmp");
+    write(folder / "work/Filmless", "");
+    write(folder / "work/other.toml", "");
+    const std::string work = "cd '" + (folder / "work").string() + "'\n";
+    // Control-O shows the line.
+    write(folder / "bashrc", work + R"(PS1= ; bind 'set enable-bracketed-paste off'
+show() { printf '\n{%s}\n' "$READLINE_LINE"; READLINE_LINE=; }
+bind -x '"\C-o": show'
+source <(velto completion bash); echo ready
+)");
+    write(folder / "zsh/.zshrc", work + R"(PS1= ; autoload -U compinit; compinit -D -u
+show() { print -r -- $'\n'"{$BUFFER}"; BUFFER= }
+zle -N show; bindkey '^O' show
+source <(velto completion zsh); echo ready
+)");
+    write(folder / "home/.config/fish/config.fish", work + "velto completion fish | source\n");
+    TerminalChild bash("/bin/bash", {"--rcfile", folder / "bashrc", "-i"}, environment, 200);
+    TerminalChild zsh("/usr/bin/zsh", {"-i"}, environment, 200);
+    ASSERT_TRUE(bash.readUntil("ready") && zsh.readUntil("ready")) << bash.screen << zsh.screen;
 
-TEST_F(DescriptionTest, BashCompletesCommandsOptionsAndValues) {
-    const Child script = finished({"completion", "bash"});
-    write(folder / "velto.bash", script.output);
     const struct {
-        const char* line;  ///< The last word is being typed.
-        const char* expected;
+        const char* line;
+        const char* rest;  ///< What is added.
     } rows[] = {
-        {"velto '' ", "package verify upload digest tool config completion man"},
-        {"velto up", "upload"},
-        {"velto tool ''", "locate version command"},
-        {"velto --config file tool l", "locate"},
-        {"velto upload --store zarnet", "zarnet-books zarnet-services"},
-        {"velto upload --thr", "--throttle"},
+        {"velto upl", "oad"},
+        {"velto tool l", "ocate"},
+        {"velto --config file tool l", "ocate"},
+        {"velto --json completion f", "ish"},
+        {"velto upload --store=o", "valis"},
+        {"velto upload --store zarnet-b", "ooks"},
+        {"velto upload --thr", "ottle"},
         {"velto verify --thr", ""},
-        {"velto completion f", "fish"},
-        {"velto tool command u", "upload"},
-        {"velto config get MZWorkSeriesM", "MZWorkSeriesManagerMaxCompletedWork"},
+        {"velto tool command u", "pload"},
+        {"velto upload Fi", "lm.velmp/"},
+        {"velto upload --config=ot", "her.toml"},
+        {"velto --log-file ot", "her.toml"},
+        {"velto config get MZWorkS", "eriesManagerMaxCompletedWork"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
-        Child child(
-            "/bin/bash",
-            {"-c",
-             "source '" + (folder / "velto.bash").string() + "'; COMP_WORDS=(" + row.line +
-                 "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _velto; echo \"${COMPREPLY[*]}\""},
-            environment);
-        child.finish();
-        EXPECT_EQ(child.output, std::string(row.expected) + "\n") << child.errors;
+        const std::string whole = row.line + std::string(row.rest);
+        for (TerminalChild* shell : {&bash, &zsh}) {
+            shell->screen.clear();
+            shell->type(std::string(row.line) + "\t\x0f");
+            ASSERT_TRUE(shell->readUntil("}")) << shell->screen;
+            std::string line = shell->screen.substr(shell->screen.rfind('{') + 1);
+            line.erase(line.find('}'));
+            line.erase(line.find_last_not_of(' ') + 1);
+            EXPECT_EQ(line, whole) << (shell == &bash ? "bash" : "zsh");
+        }
+        Child fish("/usr/bin/fish", {"-i", "-c", "complete -C '" + std::string(row.line) + "'"},
+                   environment);
+        fish.finish();
+        const std::string found = fish.output.substr(0, fish.output.find_first_of("\t\n"));
+        EXPECT_EQ(found, *row.rest == 0 ? "" : whole.substr(whole.rfind(' ') + 1)) << fish.all();
     }
 }
 
