@@ -270,6 +270,19 @@ TEST_F(ProcessTest, TerminateKillsWhatIsLeftOfTheGroup) {
     EXPECT_TRUE(waitUntil([=] { return !isAlive(grandchild); }));
 }
 
+TEST_F(ProcessTest, AChildIsEndedWithTheGroupThatItJoined) {
+    const auto leader = Process::make();
+    ASSERT_TRUE(leader->launch(child("IgnoresTerminate"), RunLoop::current(), {}));
+    ProcessLaunch member = child("IgnoresTerminate");
+    member.processGroup = leader->identifier();
+    launch(member);
+    EXPECT_EQ(::getpgid(static_cast<pid_t>(process->identifier())), leader->identifier());
+    EXPECT_TRUE(process->kill());
+    waitForEnd();
+    leader->waitUntilExit();
+    EXPECT_EQ(leader->exitStatus(), killed(SIGKILL));
+}
+
 TEST_F(ProcessTest, AGrandchildThatHoldsThePipesKeepsNobody) {
     const std::size_t before = descriptorsAtRest();
     for (int round = 0; round < 100; ++round) {

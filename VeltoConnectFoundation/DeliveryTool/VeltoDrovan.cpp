@@ -199,6 +199,11 @@ void VeltoDrovan::setServiceAddress(std::string_view address) {
     serviceAddress_ = address;
 }
 
+void VeltoDrovan::setProcessGroup(std::int64_t group) {
+    Guard guard(lock_);
+    processGroup_ = group;
+}
+
 std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::createTask() {
     velto::ProcessLaunch launch;
     launch.standardInput = velto::ProcessLaunch::StandardInput::silentPipe;
@@ -215,6 +220,7 @@ std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::createTask() {
         launch.arguments = augmentedArguments();
         {
             const Guard guard(lock_);
+            launch.processGroup = processGroup_;
             if (environment_) {
                 if (!environment_->contains("LC_CTYPE")) {
                     environment_->set("LC_CTYPE", "UTF-8");

@@ -83,6 +83,9 @@ public:
     void setDelegate(std::weak_ptr<VeltoDrovanDelegate> delegate);
     std::shared_ptr<VeltoDrovanDelegate> delegate() const;
     void setServiceAddress(std::string_view address);
+    /// The process group that the next launches join, see velto::ProcessLaunch; 0 is one of the
+    /// tool's own.
+    void setProcessGroup(std::int64_t group);
 
     static bool containsClientName(const std::vector<std::string>& arguments);
     /// Cuts at spaces outside of quotes; quote characters stay in the arguments.
@@ -167,6 +170,7 @@ private:
     std::shared_ptr<Child> lastTask_ VELTO_GUARDED_BY(lock_);
     velto::ProcessExit termination_ VELTO_GUARDED_BY(lock_) = noEnd;
     std::string serviceAddress_ VELTO_GUARDED_BY(lock_);
+    std::int64_t processGroup_ VELTO_GUARDED_BY(lock_) = 0;
     std::weak_ptr<VeltoDrovanDelegate> delegate_ VELTO_GUARDED_BY(lock_);
     MZOutbox<Report> outbox_;
 };

@@ -79,14 +79,14 @@ struct FileActions {
 };
 
 struct SpawnAttributes {
-    SpawnAttributes() {
+    explicit SpawnAttributes(std::int64_t group) {
         ::posix_spawnattr_init(&attributes);
         sigset_t signals;
         ::sigemptyset(&signals);
         ::posix_spawnattr_setsigmask(&attributes, &signals);
         ::sigfillset(&signals);
         ::posix_spawnattr_setsigdefault(&attributes, &signals);
-        ::posix_spawnattr_setpgroup(&attributes, 0);
+        ::posix_spawnattr_setpgroup(&attributes, static_cast<pid_t>(group));
         ::posix_spawnattr_setflags(
             &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
     }
@@ -183,6 +183,7 @@ private:
     mutable Mutex mutex_;
     Phase phase_ VELTO_GUARDED_BY(mutex_) = Phase::idle;
     pid_t child_ VELTO_GUARDED_BY(mutex_) = 0;
+    pid_t group_ VELTO_GUARDED_BY(mutex_) = 0;
     FileDescriptor childHandle_
         VELTO_GUARDED_BY(mutex_);  ///< Invalid also when nothing is to be reaped.
     ProcessExit exit_ VELTO_GUARDED_BY(mutex_);
@@ -283,7 +284,7 @@ Error Process::State::spawn(const ProcessLaunch& launch, pid_t& child) {
         ::posix_spawn_file_actions_addchdir_np(&files.actions, launch.folder.c_str());
     }
     ::posix_spawn_file_actions_addclosefrom_np(&files.actions, STDERR_FILENO + 1);
-    const SpawnAttributes attributes;
+    const SpawnAttributes attributes(launch.processGroup);
     const int number =
         ::posix_spawn(&child, path.c_str(), &files.actions, &attributes.attributes,
                       arguments.vector(), launch.environment ? environment.vector() : environ);
@@ -324,11 +325,12 @@ Error Process::State::watch(pid_t child,
         number = 0;
     }
     if (number != 0) {
-        ::kill(-child, SIGKILL);
+        ::kill(launch.processGroup != 0 ? child : -child, SIGKILL);
         ::waitpid(child, nullptr, 0);
         return launchError(number, launch.path);
     }
     child_ = child;
+    group_ = launch.processGroup != 0 ? static_cast<pid_t>(launch.processGroup) : child;
     childHandle_ = std::move(handle);
     grace_ = launch.terminationGrace;
     outputChannel_ = channel(output_, ProcessStream::standardOutput);
@@ -364,7 +366,7 @@ void Process::State::childEnded() {
         exit_ = exit = *reaped;
         phase_ = Phase::ended;
         // The grace goes on for what the child has left behind in its group.
-        if (graceTimer_ != 0 && ::kill(-child_, 0) != 0) {
+        if (graceTimer_ != 0 && ::kill(-group_, 0) != 0) {
             IOThread::shared().remove(std::exchange(graceTimer_, 0));
         }
         output = std::move(outputChannel_);
@@ -399,7 +401,7 @@ std::optional<ProcessExit> Process::State::reap() const {
 bool Process::State::signal(int number) {
     const MutexGuard guard(mutex_);
     // Not yet reaped, so the number still is this child's.
-    return phase_ == Phase::running && ::kill(-child_, number) == 0;
+    return phase_ == Phase::running && ::kill(-group_, number) == 0;
 }
 
 bool Process::State::terminate() {
@@ -407,7 +409,7 @@ bool Process::State::terminate() {
     if (phase_ != Phase::running) {
         return false;
     }
-    ::kill(-child_, SIGTERM);
+    ::kill(-group_, SIGTERM);
     if (graceTimer_ == 0) {
         graceTimer_ = IOThread::shared().addTimer(
             grace_, [self = shared_from_this()] { self->graceEnded(); });
@@ -429,9 +431,9 @@ bool Process::State::kill() {
 bool Process::State::killGroup() {
     // A group outlives its leader, and as long as it has members no process gets the leader's
     // number: one that has it is somebody else, and so is its group.
-    const bool isOurs =
-        phase_ == Phase::running || (child_ > 0 && ::kill(child_, 0) != 0 && errno == ESRCH);
-    return isOurs && ::kill(-child_, SIGKILL) == 0;
+    const bool isOurs = phase_ == Phase::running || group_ != child_ ||
+                        (child_ > 0 && ::kill(child_, 0) != 0 && errno == ESRCH);
+    return isOurs && ::kill(-group_, SIGKILL) == 0;
 }
 
 void Process::State::waitUntilExit() {

@@ -52,9 +52,14 @@ struct ProcessLaunch {
     std::string folder;  ///< The child's working folder; empty is this process's.
     StandardInput standardInput = StandardInput::null;
     Seconds terminationGrace{10};  ///< From terminate() to the kill.
+    /// The process group to join, one of this session; 0 is one of the child's own. It is the
+    /// caller's, who keeps its number from being another's (its leader is not reaped) as long as
+    /// this child may be signalled.
+    std::int64_t processGroup = 0;
 };
 
-/// A child process in a process group of its own, with both its outputs captured.
+/// A child process in a process group of its own or of the caller's, with both its outputs
+/// captured.
 ///
 /// Launched once. The handle may go at any time: the child runs on unheard, and is reaped as soon
 /// as it ends. No signal handler is set and no disposition changed, in this process; the child

@@ -361,6 +361,11 @@ double MZWorkItem::percentComplete() const {
     return percent;
 }
 
+void MZWorkItem::forgetSamples() const {
+    Guard guard(lock_);
+    dropSamples();
+}
+
 void MZWorkItem::dropSamples() const {
     samples_.clear();
     initialSample_.reset();

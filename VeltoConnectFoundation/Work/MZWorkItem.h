@@ -107,6 +107,8 @@ public:
     double percentComplete() const;
     /// Ignored within 0.5 s of the last accepted one.
     void addRunningSample(std::uint64_t bytesCompleted) const;
+    /// The rate begins anew: for a program that has been stopped for a while and goes on.
+    void forgetSamples() const;
     std::uint64_t sampleRate() const;                     ///< Bytes a second over the window.
     std::optional<std::string> sampleRateString() const;  ///< none with fewer than 2 samples
     std::optional<std::string> finalRateString()
