@@ -2,7 +2,12 @@
 
 #include <CommandLine/Terminal.h>
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdlib>
+#include <system_error>
 
 namespace velto::cli {
 
@@ -13,9 +18,7 @@ bool wantsNoColour() {
     return value != nullptr && *value != 0;
 }
 
-constexpr int descriptorOf(Console::Stream stream) {
-    return stream == Console::Stream::output ? 1 : 2;
-}
+constexpr std::string_view eraseLine = "\r\x1b[K";
 
 std::string_view codeOf(Ink ink) {
     switch (ink) {
@@ -37,8 +40,19 @@ std::string_view codeOf(Ink ink) {
 
 }  // namespace
 
+Console::Hurry::Hurry() : event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (event < 0) {
+        throw std::system_error(errno, std::generic_category());
+    }
+}
+
+Console::Hurry::~Hurry() {
+    ::close(event);
+}
+
 Console::Console()
-    : isTerminal_{cli::isTerminal(1), cli::isTerminal(2)},
+    : output_(STDOUT_FILENO, hurry_.event),
+      errors_(STDERR_FILENO, hurry_.event),
       speaksUTF8_(terminalSpeaksUTF8()),
       coloursAllowed_(!wantsNoColour()) {
 }
@@ -72,6 +86,18 @@ void Console::setLiveLine(std::string_view text) {
     drawLiveLine();
 }
 
+void Console::hurry() const noexcept {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t count = ::write(hurry_.event, &one, sizeof one);
+}
+
+void Console::sayAtOnce(Stream stream, std::string_view text) noexcept {
+    if (isLiveLineDrawn_.exchange(false)) {
+        output_.writeAtOnce(eraseLine);
+    }
+    of(stream).writeAtOnce(text);
+}
+
 std::string Console::inked(Stream stream, Ink ink, std::string_view text) const {
     std::string result;
     const std::string_view code = codeOf(ink);
@@ -94,32 +120,24 @@ bool Console::hasColours(Stream stream) const {
 }
 
 std::size_t Console::width() const {
-    return terminalWidth(descriptorOf(Stream::output));
-}
-
-bool Console::isComplete() const {
-    const std::lock_guard guard(mutex_);
-    return isComplete_;
+    return output_.width();
 }
 
 void Console::write(Stream stream, std::string_view text) {
-    if (!writeAll(descriptorOf(stream), text) && stream == Stream::output) {
-        isComplete_ = false;
-    }
+    (stream == Stream::output ? output_ : errors_).write(text);
 }
 
 void Console::eraseLiveLine() {
-    if (isLiveLineDrawn_) {
-        write(Stream::output, "\r\x1b[K");
-        isLiveLineDrawn_ = false;
+    if (isLiveLineDrawn_.exchange(false)) {
+        write(Stream::output, eraseLine);
     }
 }
 
 void Console::drawLiveLine() {
     if (!liveLine_.empty()) {
         // Without wrapping, so that a window that has just become narrow does not gain a line.
-        write(Stream::output, "\r\x1b[?7l" + liveLine_ + "\x1b[K\x1b[?7h");
         isLiveLineDrawn_ = true;
+        write(Stream::output, "\r\x1b[?7l" + liveLine_ + "\x1b[K\x1b[?7h");
     }
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <CommandLine/OutputDescriptor.h>
+
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -14,7 +17,7 @@ class Console {
 public:
     enum class Stream { output, errors };
 
-    Console();
+    Console();   ///< Throws std::system_error when the system gives no descriptor.
     ~Console();  ///< Takes the live line away.
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
@@ -28,31 +31,50 @@ public:
     /// drawn again.
     void setLiveLine(std::string_view text);
 
+    /// From now on, what nobody reads is given up after a moment. Any thread; takes no lock.
+    void hurry() const noexcept;
+    /// Takes the live line away and prints a line, as far as that can be done without waiting for
+    /// a lock or a reader: for a process that ends or pauses. Any thread.
+    void sayAtOnce(Stream stream, std::string_view text) noexcept;
+
     /// Text in a colour where the stream shows colours, else as it is.
     std::string inked(Stream stream, Ink ink, std::string_view text) const;
     /// A text in bold; on a terminal behind a tick.
     std::string successHeadline(Stream stream, std::string_view text) const;
     bool hasColours(Stream stream) const;
-    bool isTerminal(Stream stream) const { return isTerminal_[index(stream)]; }
+    bool isTerminal(Stream stream) const { return of(stream).isTerminal(); }
     bool speaksUTF8() const { return speaksUTF8_; }
     std::size_t width() const;  ///< Columns of the terminal that standard output is.
 
     /// Whether all of standard output could be written so far.
-    bool isComplete() const;
+    bool isComplete() const { return problem() == 0; }
+    int problem() const { return of(Stream::output).problem(); }  ///< Why not, an errno.
 
 private:
-    static std::size_t index(Stream stream) { return static_cast<std::size_t>(stream); }
+    /// A descriptor that becomes readable once there is hurry.
+    struct Hurry {
+        Hurry();
+        ~Hurry();
+        Hurry(const Hurry&) = delete;
+        Hurry& operator=(const Hurry&) = delete;
+        const int event;
+    };
+
+    const OutputDescriptor& of(Stream stream) const {
+        return stream == Stream::output ? output_ : errors_;
+    }
     void write(Stream stream, std::string_view text);
     void eraseLiveLine();
     void drawLiveLine();
 
-    bool isTerminal_[2];
+    const Hurry hurry_;
+    OutputDescriptor output_;
+    OutputDescriptor errors_;
     const bool speaksUTF8_;
     bool coloursAllowed_;
     mutable std::mutex mutex_;
     std::string liveLine_;
-    bool isLiveLineDrawn_ = false;
-    bool isComplete_ = true;
+    std::atomic<bool> isLiveLineDrawn_{false};
 };
 
 }  // namespace velto::cli

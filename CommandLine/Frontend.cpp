@@ -1,6 +1,7 @@
 #include <CommandLine/Frontend.h>
 
 #include <CommandLine/CommonOptions.h>
+#include <CommandLine/Interrupts.h>
 #include <CommandLine/Invocation.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
@@ -19,6 +20,11 @@ constexpr std::size_t reasonsShown = 20;
 
 Frontend::Frontend(Interrupts& interrupts, EnvironmentSecrets secrets)
     : interrupts_(interrupts), secrets_(std::move(secrets)) {
+    interrupts_.setTidying([this] { console_.sayAtOnce(Console::Stream::output, {}); });
+}
+
+Frontend::~Frontend() {
+    interrupts_.setTidying({});
 }
 
 void Frontend::configure(const Invocation& invocation) {

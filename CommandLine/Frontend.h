@@ -19,6 +19,9 @@ public:
     enum class Style { human, quiet, json };
 
     Frontend(Interrupts& interrupts, EnvironmentSecrets secrets);
+    ~Frontend();
+    Frontend(const Frontend&) = delete;
+    Frontend& operator=(const Frontend&) = delete;
 
     /// How to print; from the options.
     void configure(const Invocation& invocation);

@@ -2,13 +2,9 @@
 
 #include <CommandLine/ExitCode.h>
 
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <cstdint>
+#include <cerrno>
 #include <utility>
 
 namespace velto::cli {
@@ -17,32 +13,44 @@ namespace {
 
 constexpr std::chrono::milliseconds sameWish(250);
 
+/// The dispositions and the mask that who started us may have left to us.
+void takeOwnSignals() {
+    // Ignored, it takes the end of each child from whoever waits for it.
+    std::signal(SIGCHLD, SIG_DFL);
+    // Who reads our output may leave, and a file may become larger than is allowed: an error of
+    // the write, which must not end a delivery.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+}
+
 }  // namespace
 
 Interrupts::Interrupts() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    takeOwnSignals();
+    ::sigemptyset(&signals_);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGTSTP}) {
         struct sigaction action {};
         // Ignored by who started us (nohup): then we ignore it, too.
         if (::sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
-            sigaddset(&set, signal);
+            ::sigaddset(&signals_, signal);
         }
     }
-    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    // Who reads our output may leave; that must not end a delivery.
-    std::signal(SIGPIPE, SIG_IGN);
-    signals_ = ::signalfd(-1, &set, SFD_CLOEXEC);
-    end_ = ::eventfd(0, EFD_CLOEXEC);
+    // Goes on after a stop that could not be seen coming; and wakes the thread to its end.
+    ::sigaddset(&signals_, SIGCONT);
+    ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
     thread_ = std::thread([this] { run(); });
 }
 
 Interrupts::~Interrupts() {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t count = ::write(end_, &one, sizeof one);
+    {
+        const std::lock_guard guard(mutex_);
+        isEnding_ = true;
+    }
+    ::pthread_kill(thread_.native_handle(), SIGCONT);
     thread_.join();
-    ::close(signals_);
-    ::close(end_);
 }
 
 void Interrupts::setHandler(Handler handler) {
@@ -51,27 +59,79 @@ void Interrupts::setHandler(Handler handler) {
     count_ = 0;
 }
 
+void Interrupts::setPauseHandler(PauseHandler handler) {
+    const std::lock_guard guard(mutex_);
+    pauseHandler_ = std::move(handler);
+}
+
+void Interrupts::setTidying(std::function<void()> tidying) {
+    const std::lock_guard guard(mutex_);
+    tidying_ = std::move(tidying);
+}
+
 void Interrupts::run() {
-    pollfd sources[] = {{signals_, POLLIN, 0}, {end_, POLLIN, 0}};
     for (;;) {
-        ::poll(sources, 2, -1);
-        if (sources[1].revents != 0) {
+        const int signal = ::sigwaitinfo(&signals_, nullptr);
+        if (signal < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            // A system that forbids the call: then the signals do what they do by themselves.
+            ::pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
             return;
         }
-        signalfd_siginfo signal{};
-        if (::read(signals_, &signal, sizeof signal) != sizeof signal) {
-            continue;
+        {
+            const std::lock_guard guard(mutex_);
+            if (isEnding_) {
+                return;
+            }
         }
-        const std::lock_guard guard(mutex_);
-        const auto now = std::chrono::steady_clock::now();
-        if (count_ != 0 && now - last_ < sameWish) {
-            continue;
+        if (signal == SIGTSTP) {
+            pause();
+        } else if (signal == SIGCONT) {
+            tellPause(false);
+        } else {
+            stopWanted();
         }
-        last_ = now;
-        if (!handler_) {
-            ::_exit(static_cast<int>(ExitCode::stopped));
-        }
+    }
+}
+
+void Interrupts::stopWanted() {
+    const std::lock_guard guard(mutex_);
+    const auto now = std::chrono::steady_clock::now();
+    if (count_ != 0 && now - last_ < sameWish) {
+        return;
+    }
+    last_ = now;
+    if (handler_) {
         handler_(++count_);
+        return;
+    }
+    if (tidying_) {
+        tidying_();
+    }
+    ::_exit(static_cast<int>(ExitCode::stopped));
+}
+
+void Interrupts::pause() {
+    tellPause(true);
+    sigset_t stop;
+    ::sigemptyset(&stop);
+    ::sigaddset(&stop, SIGTSTP);
+    // By the signal's own doing, which leaves a process alone that no shell would wake.
+    ::raise(SIGTSTP);
+    ::pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
+    ::pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+    tellPause(false);
+}
+
+void Interrupts::tellPause(bool isPaused) {
+    const std::lock_guard guard(mutex_);
+    if (isPaused && tidying_) {
+        tidying_();
+    }
+    if (pauseHandler_) {
+        pauseHandler_(isPaused);
     }
 }
 

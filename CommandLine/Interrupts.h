@@ -1,19 +1,26 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <functional>
 #include <mutex>
 #include <thread>
 
 namespace velto::cli {
 
-/// The wishes of the user to stop: SIGINT, SIGTERM and SIGHUP, taken by a thread of their own.
-/// Made before any other thread, since all threads must leave those signals to it.
+/// The wishes of the user: to stop (SIGINT, SIGTERM, SIGHUP) and to pause (SIGTSTP), taken by a
+/// thread of their own, which needs no descriptor and waits for nobody. Made before any other
+/// thread, since all threads must leave those signals to it.
 class Interrupts {
 public:
-    /// `count` is 1 for the first wish; on the thread of the signals.
+    /// `count` is 1 for the first wish. On the thread of the signals: one that keeps it waiting
+    /// keeps it from the next wish.
     using Handler = std::function<void(unsigned count)>;
+    /// Before the process pauses and when it goes on, then maybe more than once. On the thread of
+    /// the signals.
+    using PauseHandler = std::function<void(bool isPaused)>;
 
+    /// Throws std::system_error when the system gives no thread.
     Interrupts();
     ~Interrupts();
     Interrupts(const Interrupts&) = delete;
@@ -23,16 +30,24 @@ public:
     /// may send one to each and one to all); returns when no handler runs any more. Without a
     /// handler a wish ends the program at once.
     void setHandler(Handler handler);
+    void setPauseHandler(PauseHandler handler);
+    /// Called before the process pauses, and before it is ended for want of a handler.
+    void setTidying(std::function<void()> tidying);
 
 private:
     void run();
+    void stopWanted();
+    void pause();
+    void tellPause(bool isPaused);
 
-    int signals_ = -1;
-    int end_ = -1;
+    sigset_t signals_;
     std::mutex mutex_;
     Handler handler_;
+    PauseHandler pauseHandler_;
+    std::function<void()> tidying_;
     unsigned count_ = 0;
     std::chrono::steady_clock::time_point last_;
+    bool isEnding_ = false;
     std::thread thread_;
 };
 

@@ -1,10 +1,13 @@
 #include <CommandLine/Job.h>
 
+#include <CommandLine/Guardian.h>
 #include <CommandLine/Interrupts.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanWorker.h>
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/NotificationCenter.h>
+#include <VeltoConnectFoundation/Platform/Process.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
 #include <VeltoConnectFoundation/Work/MZStoreMessages.h>
 #include <VeltoConnectFoundation/Work/MZThroughputWorker.h>
@@ -13,8 +16,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
+#include <csignal>
+#include <latch>
 #include <mutex>
+#include <semaphore>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace velto::cli {
@@ -51,13 +60,51 @@ private:
 
 }  // namespace
 
+/// A thread that cancels the work when it is told to, and not before the work has begun.
+class Job::Canceller {
+public:
+    explicit Canceller(std::function<void()> cancel)
+        : thread_([this, cancel = std::move(cancel)] {
+              wish_.acquire();
+              start_.wait();
+              if (isWanted_) {
+                  cancel();
+              }
+          }) {}
+    ~Canceller() {
+        begin();
+        wish_.release();
+        thread_.join();
+    }
+    Canceller(const Canceller&) = delete;
+    Canceller& operator=(const Canceller&) = delete;
+
+    void begin() {
+        if (!start_.try_wait()) {
+            start_.count_down();
+        }
+    }
+    void cancel() {
+        isWanted_ = true;
+        wish_.release();
+    }
+
+private:
+    std::counting_semaphore<> wish_{0};
+    std::latch start_{1};
+    std::atomic<bool> isWanted_{false};
+    std::thread thread_;
+};
+
 /// What other threads tell the one that runs the job.
 class Job::Watch {
 public:
     struct News {
         std::vector<std::string> phases;
         bool isStopWanted = false;
+        bool isPaused = false;
         bool hasEnded = false;
+        Clock::duration paused{};  ///< So long in all.
     };
 
     void addPhase(std::string phase) {
@@ -65,6 +112,16 @@ public:
     }
     void stop() {
         change([&] { news_.isStopWanted = true; });
+    }
+    void pause(bool isPaused) {
+        change([&] {
+            const auto now = Clock::now();
+            if (news_.isPaused) {
+                news_.paused += now - pausedSince_;
+            }
+            news_.isPaused = isPaused;
+            pausedSince_ = now;
+        });
     }
     void end() {
         change([&] { news_.hasEnded = true; });
@@ -98,6 +155,7 @@ private:
     std::mutex mutex_;
     std::condition_variable condition_;
     News news_;
+    Clock::time_point pausedSince_;
     bool changed_ = false;
 };
 
@@ -112,7 +170,7 @@ Job::Job(Frontend& frontend, const std::shared_ptr<VeltoDrovanWorker>& worker)
           {worker},
           localized("velto: ended at once; the delivery tool was killed, and "
                     "the store may hold a part of the delivery.")) {
-    killTool_ = [worker] { worker->drovan()->kill(); };
+    tool_ = worker;
     hidePhase(worker->storeMessages()->completedOperationWithStoreMessage());
     hidePhase(worker->storeMessages()->cancelledOperationWithStoreMessage());
 }
@@ -124,6 +182,22 @@ void Job::hidePhase(const std::optional<std::string>& text) {
 }
 
 JobOutcome Job::run() {
+    JobOutcome outcome;
+    std::unique_ptr<Guardian> guardian;
+    if (tool_) {
+        Error error;
+        guardian = Guardian::start(Process::defaultTerminationGrace(), error);
+        if (!guardian) {
+            outcome.errors.push_back(error);
+            return outcome;
+        }
+        tool_->drovan()->setProcessGroup(guardian->group());
+    }
+    const auto signalTool = [&guardian](int number) {
+        if (guardian) {
+            guardian->signalGroup(number);
+        }
+    };
     const auto watch = std::make_shared<Watch>();
     const auto items = MZWorkItem::itemsWithWorkers(workers_);
     const auto series = MZWorkSeries::seriesWithWorkItems(items);
@@ -145,28 +219,47 @@ JobOutcome Job::run() {
     const NotificationObservation ending =
         NotificationCenter::shared().observe(MZWorkSeriesCompletedNotification, series.get(),
                                              [watch](const Notification&) { watch->end(); });
-    frontend_.interrupts().setHandler([&, watch](unsigned count) {
+    // On a thread of its own: to cancel is to log and to tell observers, and either may wait for
+    // who reads our output.
+    std::optional<Canceller> canceller;
+    try {
+        canceller.emplace([&series] { series->cancel(); });
+    } catch (const std::system_error& error) {
+        outcome.errors.push_back(Error::posix(error.code().value(), "velto"));
+        return outcome;
+    }
+    Interrupts& interrupts = frontend_.interrupts();
+    const Finally deaf([&] {
+        interrupts.setHandler({});
+        interrupts.setPauseHandler({});
+    });
+    const std::string farewell = farewell_ + "\n";
+    interrupts.setHandler([&](unsigned count) {
         if (count == 1) {
+            frontend_.console().hurry();
+            canceller->cancel();
             watch->stop();
             return;
         }
-        if (killTool_) {
-            killTool_();
-        }
-        frontend_.console().setLiveLine({});
-        frontend_.console().line(Console::Stream::errors, farewell_);
+        signalTool(SIGKILL);
+        frontend_.console().sayAtOnce(Console::Stream::errors, farewell);
         ::_exit(static_cast<int>(ExitCode::stopped));
+    });
+    interrupts.setPauseHandler([&](bool isPaused) {
+        signalTool(isPaused ? SIGSTOP : SIGCONT);
+        watch->pause(isPaused);
     });
 
     const std::unique_ptr<Display> display = Display::make(frontend_);
     const Clock::time_point start = Clock::now();
+    Clock::duration paused{};
     Extrapolation extrapolation;
     Progress progress;
     const auto measure = [&](Clock::time_point now) {
         const MZWorkItem& item = current();
         const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(item.worker().get());
         const double percent = item.worker()->percentComplete();
-        progress.elapsed = secondsBetween(start, now);
+        progress.elapsed = secondsBetween(start + paused, now);
         progress.completed = transfer != nullptr ? transfer->completed() : 0;
         progress.size = transfer != nullptr ? transfer->size() : 0;
         progress.percent.reset();
@@ -178,7 +271,7 @@ JobOutcome Job::run() {
         }
         progress.percent = percent;
         if (progress.size == 0) {
-            progress.remaining = extrapolation.remaining(percent, now);
+            progress.remaining = extrapolation.remaining(percent, now - paused);
             return;
         }
         if (progress.completed != 0) {
@@ -192,9 +285,16 @@ JobOutcome Job::run() {
     };
 
     MZWorkSeriesManager::defaultManager()->submitWork(series);
+    canceller->begin();
     bool isStopping = false;
     for (;;) {
         const Watch::News news = watch->wait(display->nextProgress());
+        if (news.paused != paused) {
+            paused = news.paused;
+            current().forgetSamples();
+        }
+        const bool beginsToStop = news.isStopWanted && !isStopping;
+        isStopping = news.isStopWanted;
         for (const std::string& text : news.phases) {
             const std::string phase = printable(text);
             if (isStopping || phase.empty() || phase == progress.phase ||
@@ -210,27 +310,26 @@ JobOutcome Job::run() {
         if (news.hasEnded) {
             break;
         }
+        if (news.isPaused) {
+            continue;
+        }
         const auto now = Clock::now();
-        if (news.isStopWanted && !isStopping) {
-            isStopping = true;
+        if (beginsToStop) {
             measure(now);
             progress.phase = localized("Stopping…");
             display->phaseChanged(progress, now);
-            series->cancel();
         }
         if (now >= display->nextProgress() && !progress.phase.empty()) {
             measure(now);
             display->progressed(progress, now);
         }
     }
-    if (isStopping && killTool_) {
+    if (isStopping) {
         // The tool has ended; a process that it left behind has no more time than it had.
-        killTool_();
+        signalTool(SIGKILL);
     }
     display->end();
-    frontend_.interrupts().setHandler({});
 
-    JobOutcome outcome;
     for (const auto& item : items) {
         const std::vector<Error> errors = item->errors();
         outcome.errors.insert(outcome.errors.end(), errors.begin(), errors.end());
@@ -244,7 +343,7 @@ JobOutcome Job::run() {
     }
     const MZWorkItem& last = current();
     const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(last.worker().get());
-    outcome.seconds = secondsBetween(start, Clock::now());
+    outcome.seconds = secondsBetween(start + paused, Clock::now());
     outcome.completed = transfer != nullptr ? transfer->completed() : 0;
     outcome.size = transfer != nullptr ? transfer->size() : 0;
     outcome.rate = last.finalRateString().value_or(std::string());

@@ -21,7 +21,7 @@ struct JobOutcome {
     std::vector<Error> errors;
     Array warnings;
     Array infoMessages;
-    double seconds = 0;
+    double seconds = 0;           ///< Without pauses.
     std::uint64_t completed = 0;  ///< Bytes.
     std::uint64_t size = 0;
     std::string rate;  ///< Over the whole transfer; empty without.
@@ -43,16 +43,18 @@ public:
     }
 
     /// Returns when nothing of the job runs any more. A wish to stop cancels it; a second one kills
-    /// the tool, if there is one, and ends the program at once.
+    /// the tool, if there is one, and ends the program at once; neither waits for who reads our
+    /// output. The tool pauses when we do, and ends when we are gone.
     JobOutcome run();
 
 private:
+    class Canceller;
     class Watch;
 
     Frontend& frontend_;
     const std::vector<std::shared_ptr<MZAbstractWorker>> workers_;
     const std::string farewell_;
-    std::function<void()> killTool_;
+    std::shared_ptr<VeltoDrovanWorker> tool_;
     std::set<std::string, std::less<>> hiddenPhases_;
     std::function<bool(const std::string& text)> isHidden_;
 };

@@ -1,11 +1,13 @@
 #include <CommandLine/CommonOptions.h>
 #include <CommandLine/Completion.h>
 #include <CommandLine/Frontend.h>
+#include <CommandLine/Guardian.h>
 #include <CommandLine/Help.h>
 #include <CommandLine/Interrupts.h>
 #include <CommandLine/Invocation.h>
 #include <CommandLine/Logs.h>
 #include <CommandLine/Settings.h>
+#include <CommandLine/Terminal.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/Bundle.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
@@ -100,12 +102,22 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
 int main(int count, char** arguments) {
     using namespace velto;
     using namespace velto::cli;
+    if (const auto status = Guardian::runIfMeant(count, arguments)) {
+        return *status;
+    }
     keepStandardDescriptors();
     EnvironmentSecrets secrets = EnvironmentSecrets::take();
-    Interrupts interrupts;
     std::setlocale(LC_ALL, "");  // locale: characters and messages as the user has them
-    Bundle::setApplication("commandline.velto.invalid", "velto", libraryVersion());
-    MainQueue::runOnOwnThread();
-    Frontend frontend(interrupts, std::move(secrets));
-    return static_cast<int>(run(frontend, {arguments + std::min(count, 1), arguments + count}));
+    try {
+        Interrupts interrupts;
+        Bundle::setApplication("commandline.velto.invalid", "velto", libraryVersion());
+        MainQueue::runOnOwnThread();
+        Frontend frontend(interrupts, std::move(secrets));
+        return static_cast<int>(run(frontend, {arguments + std::min(count, 1), arguments + count}));
+    } catch (const std::exception& exception) {
+        // There is nothing yet to print with.
+        writeAll(STDERR_FILENO, "velto: " + localized("The system gives too little to begin:") +
+                                    " " + exception.what() + "\n");
+        return static_cast<int>(ExitCode::tryAgain);
+    }
 }

@@ -107,7 +107,7 @@ TEST_F(SecretsTest, NoProcessShowsOne) {
         ASSERT_TRUE(child.readUntil("Authenticating")) << child.all();
         std::vector<pid_t> tools;
         while (tools.empty() && kill(child.pid, 0) == 0)
-            tools = childrenOf(child.pid);
+            tools = toolsOf(child.pid);
         ASSERT_EQ(tools.size(), 1U);
         expectNoSecret(commandLineOf(child.pid), "velto's command line");
         expectNoSecret(contentOf("/proc/" + std::to_string(child.pid) + "/environ"),

@@ -1,6 +1,7 @@
 #include <Tests/CommandLine/VeltoFixture.h>
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 namespace cli_test {
 namespace {
@@ -17,12 +18,24 @@ protected:
         words.insert(words.end(), options.begin(), options.end());
         return velto(words);
     }
-    /// Waits for the transfer; answers the tool's process, which leads its group.
-    static pid_t toolOf(Child& child) {
+    /// Waits for the transfer; answers the tool's group, which is not velto's.
+    static pid_t groupOf(Child& child) {
         EXPECT_TRUE(child.readUntil("\"completed\":")) << child.all();
-        const std::vector<pid_t> tools = childrenOf(child.pid);
+        const std::vector<pid_t> tools = toolsOf(child.pid);
         EXPECT_EQ(tools.size(), 1U);
-        return tools.empty() ? -1 : tools.front();
+        const pid_t group = tools.empty() ? -1 : getpgid(tools.front());
+        EXPECT_NE(group, getpgid(child.pid));
+        return group;
+    }
+    static void expectEnd(pid_t process, double seconds) {
+        const auto start = Clock::now();
+        while (stateOf(process) != 'Z') {
+            if (secondsSince(start) > seconds) {
+                kill(process, SIGKILL);
+                FAIL() << "still there after " << seconds << " seconds";
+            }
+            std::this_thread::yield();
+        }
     }
 
     std::string package_;
@@ -44,8 +57,7 @@ TEST_F(StoppingTest, CtrlCEndsTheWholeGroupWithinTwoSeconds) {
         SCOPED_TRACE(row.name);
         std::filesystem::remove_all(folder / "LARGE.velmp");
         Child child = hangingUpload(row.scenario);
-        const pid_t tool = toolOf(child);
-        ASSERT_EQ(getpgid(tool), tool);
+        const pid_t tool = groupOf(child);
         const auto start = Clock::now();
         kill(child.pid, row.signal);
         child.finish();
@@ -68,19 +80,20 @@ TEST_F(StoppingTest, WhatAToolLeavesBehindIsGoneToo) {
     std::filesystem::permissions(folder / "tool", std::filesystem::perms(0755));
     Child child = velto(job("upload", makePackage(), {"--tool", folder / "tool"}));
     ASSERT_TRUE(child.readUntil("Verifying asset checksums…")) << child.all();
-    const std::vector<pid_t> tools = childrenOf(child.pid);
+    const std::vector<pid_t> tools = toolsOf(child.pid);
     ASSERT_EQ(tools.size(), 1U);
+    const pid_t group = getpgid(tools.front());
     const auto start = Clock::now();
     kill(child.pid, SIGINT);
     child.finish();
     EXPECT_EQ(child.exitCode, 130);
-    EXPECT_TRUE(groupEnds(tools.front()));
+    EXPECT_TRUE(groupEnds(group));
     EXPECT_LT(secondsSince(start), 2.0);
 }
 
 TEST_F(StoppingTest, ASecondCtrlCEndsAtOnce) {
     Child child = hangingUpload("ignore-terminate=yes\n", {"--grace", "60"});
-    const pid_t tool = toolOf(child);
+    const pid_t tool = groupOf(child);
     kill(child.pid, SIGINT);
     ASSERT_TRUE(child.readUntil("Stopping")) << child.all();
     EXPECT_FALSE(groupIsGone(tool));
@@ -93,6 +106,87 @@ TEST_F(StoppingTest, ASecondCtrlCEndsAtOnce) {
     EXPECT_EQ(child.exitCode, 130);
     EXPECT_TRUE(groupEnds(tool));
     EXPECT_THAT(child.errors, HasSubstr("ended at once"));
+}
+
+TEST_F(StoppingTest, AReaderWhoIsStuckStopsNobody) {
+    const std::filesystem::path pipe = folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int full = open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    while (::write(full, std::string(4096, 'x').data(), 4096) > 0) {
+    }
+    environment["VELTO"] = velto::testing::veltoProgram();
+    const struct {
+        const char* name;
+        const char* scenario;
+        const char* options;
+        int signals;
+    } rows[] = {
+        {"once", "", "2>$ERRORS", 1},
+        {"twice", "ignore-terminate=yes\n", "--grace 60", 2},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        useScenario(row.scenario + std::string("hang=yes@signed-in\nrecord=") +
+                    (folder / row.name).string() + "\n");
+        environment["ERRORS"] = pipe;
+        Child child("/bin/sh",
+                    {"-c",
+                     "exec \"$VELTO\" upload \"$0\" -u demo@sandbox.invalid >\"$1\" " +
+                         std::string(row.options),
+                     makePackage(), pipe},
+                    environment);
+        while (!std::filesystem::exists(folder / row.name))
+            std::this_thread::yield();
+        const std::vector<pid_t> tools = toolsOf(child.pid);
+        ASSERT_EQ(tools.size(), 1U);
+        const pid_t group = getpgid(tools.front());
+        kill(child.pid, SIGTERM);
+        if (row.signals == 2) {
+            const auto start = Clock::now();
+            while (!groupIsGone(group) && secondsSince(start) < 5)
+                kill(child.pid, SIGINT);
+        }
+        expectEnd(child.pid, 5);
+        child.finish();
+        EXPECT_EQ(child.exitCode, 130) << child.all();
+        EXPECT_TRUE(groupEnds(group));
+    }
+    close(full);
+}
+
+TEST_F(StoppingTest, AToolOutlivesNoKilledVelto) {
+    Child child = hangingUpload("ignore-terminate=yes\ngrandchild=60@signed-in\n");
+    const pid_t group = groupOf(child);
+    kill(child.pid, SIGKILL);
+    child.finish();
+    EXPECT_TRUE(groupEnds(group, 10));
+}
+
+TEST_F(StoppingTest, CtrlZPausesTheToolToo) {
+    useScenario("slow=4000000\n");
+    environment["VELTO"] = velto::testing::veltoProgram();
+    TerminalChild shell("/bin/sh",
+                        {"-mc",
+                         "\"$VELTO\" upload \"$0\" -u demo@sandbox.invalid; echo paused; "
+                         "read line; fg",
+                         makeLargePackage(8)},
+                        environment, 120);
+    ASSERT_TRUE(shell.readUntil(" MB of 8 MB")) << shell.screen;
+    const std::vector<pid_t> velto = childrenOf(shell.pid);
+    ASSERT_EQ(velto.size(), 1U);
+    const std::vector<pid_t> tools = toolsOf(velto.front());
+    ASSERT_EQ(tools.size(), 1U);
+    shell.type("\x1a");
+    ASSERT_TRUE(shell.readUntil("paused\r\n")) << shell.screen;
+    EXPECT_EQ(stateOf(velto.front()), 'T');
+    EXPECT_EQ(stateOf(tools.front()), 'T');
+    const std::size_t cleared = shell.screen.rfind("\r\x1b[K");
+    ASSERT_NE(cleared, std::string::npos);
+    EXPECT_EQ(shell.screen.find("MB of", cleared), std::string::npos);
+    shell.type("\n");
+    shell.finish();
+    EXPECT_EQ(shell.exitCode, 0) << shell.screen;
+    EXPECT_THAT(shell.screen, HasSubstr("Uploaded package"));
 }
 
 TEST_F(StoppingTest, TheLastLineOnATerminalSaysWhatWasLeft) {

@@ -60,10 +60,10 @@ inline bool groupIsGone(pid_t group) {
 }
 
 /// The same, given the time that a kill takes to arrive.
-inline bool groupEnds(pid_t group) {
+inline bool groupEnds(pid_t group, double seconds = 1) {
     const auto start = Clock::now();
     while (!groupIsGone(group)) {
-        if (secondsSince(start) > 1)
+        if (secondsSince(start) > seconds)
             return false;
         std::this_thread::yield();
     }
@@ -75,6 +75,21 @@ inline std::string commandLineOf(pid_t process) {
     std::string text = contentOf("/proc/" + std::to_string(process) + "/cmdline");
     std::ranges::replace(text, '\0', ' ');
     return text;
+}
+
+/// The delivery tools that a `velto` runs.
+inline std::vector<pid_t> toolsOf(pid_t parent) {
+    std::vector<pid_t> tools = childrenOf(parent);
+    std::erase_if(tools,
+                  [](pid_t child) { return commandLineOf(child).starts_with("velto-guardian"); });
+    return tools;
+}
+
+/// 'R', 'S', 'T' and so on, as the system calls it.
+inline char stateOf(pid_t process) {
+    const std::string text = contentOf("/proc/" + std::to_string(process) + "/stat");
+    const std::size_t name = text.rfind(')');
+    return name == std::string::npos ? 'X' : text[name + 2];
 }
 
 /// A program on a terminal of its own.
