@@ -48,11 +48,16 @@ public:
             static_cast<MetadataReader*>(self)->text_.append(bytes,
                                                              static_cast<std::size_t>(count));
         });
-        // A description has no use for a document type, and entities come with one.
-        XML_SetStartDoctypeDeclHandler(
-            parser_, [](void* self, const XML_Char*, const XML_Char*, const XML_Char*, int) {
-                static_cast<MetadataReader*>(self)->stop("a document type is not allowed");
-            });
+        // A description has no use for entities and for attributes that stand nowhere in it.
+        XML_SetStartDoctypeDeclHandler(parser_, [](void* self, const XML_Char*, const XML_Char*,
+                                                   const XML_Char*, int hasDeclarations) {
+            if (hasDeclarations)
+                static_cast<MetadataReader*>(self)->stop(
+                    "a document type with declarations is not allowed");
+        });
+        XML_SetSkippedEntityHandler(parser_, [](void* self, const XML_Char*, int) {
+            static_cast<MetadataReader*>(self)->stop("an entity is not known");
+        });
         if (XML_Parse(parser_, text.data(), static_cast<int>(text.size()), XML_TRUE) !=
             XML_STATUS_OK) {
             const std::string reason =

@@ -81,6 +81,7 @@ TEST_F(PackageCheckTest, ReportsEveryDamage) {
          {}},
         {"escaped name", described("first&#46;mov"), nothing, {}},
         {"unknown element", metadata("<x/>" + first), nothing, {}},
+        {"document type", "<!DOCTYPE package>" + described("first.mov").substr(39), nothing, {}},
         {"a name with dots", described("Wait...mov"), put("Wait...mov", "first file\n"), {}},
         {"no metadata", {}, remove("metadata.xml"), {-24102}},
         {"no package", {}, remove(""), {-24101}},

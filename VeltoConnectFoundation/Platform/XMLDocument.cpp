@@ -16,7 +16,7 @@ constexpr std::size_t deepestElement = 256;
 constexpr std::size_t blockSize = std::size_t{1} << 20;
 
 /// Beyond Expat's own codes.
-enum Refusal : int { noRefusal = 0, tooDeep = 1001, declaredEntity = 1002 };
+enum Refusal : int { noRefusal = 0, tooDeep = 1001, declarations = 1002, unknownEntity = 1003 };
 
 }  // namespace
 
@@ -66,7 +66,8 @@ public:
         XML_SetUserData(parser_, this);
         XML_SetElementHandler(parser_, &started, &ended);
         XML_SetCharacterDataHandler(parser_, &characters);
-        XML_SetEntityDeclHandler(parser_, &entityDeclared);
+        XML_SetStartDoctypeDeclHandler(parser_, &documentTypeStarted);
+        XML_SetSkippedEntityHandler(parser_, &entitySkipped);
     }
     ~Reader() { XML_ParserFree(parser_); }
     Reader(const Reader&) = delete;
@@ -95,10 +96,11 @@ private:
     Error currentError() const {
         const int code =
             refusal_ != noRefusal ? refusal_ : static_cast<int>(XML_GetErrorCode(parser_));
-        const char* what = refusal_ == tooDeep ? "too many levels"
-                           : refusal_ == declaredEntity
-                               ? "declared entities are not accepted"
-                               : XML_ErrorString(static_cast<XML_Error>(code));
+        const char* what =
+            refusal_ == tooDeep         ? "too many levels"
+            : refusal_ == declarations  ? "a document type with declarations is not accepted"
+            : refusal_ == unknownEntity ? "undefined entity"
+                                        : XML_ErrorString(static_cast<XML_Error>(code));
         return Error::make(
             XMLErrorDomain, code, localized("The XML document could not be read."),
             localizedFormat("Line %lu, column %lu: %@.",
@@ -167,17 +169,23 @@ private:
         });
     }
 
-    static void entityDeclared(void* self,
-                               const char*,
-                               int,
-                               const char*,
-                               int,
-                               const char*,
-                               const char*,
-                               const char*,
-                               const char*) {
+    /// What a document type declares makes much of little: entities, and attributes that each
+    /// element has without naming them.
+    static void documentTypeStarted(void* self,
+                                    const char*,
+                                    const char*,
+                                    const char*,
+                                    int hasDeclarations) {
         auto& reader = *static_cast<Reader*>(self);
-        reader.guarded([&] { reader.refuse(declaredEntity); });
+        if (hasDeclarations != 0) {
+            reader.refuse(declarations);
+        }
+    }
+
+    /// One that an external document type may declare, which nobody fetches: left out in silence,
+    /// it would be missing in the text.
+    static void entitySkipped(void* self, const char*, int) {
+        static_cast<Reader*>(self)->refuse(unknownEntity);
     }
 
     XML_Parser parser_;
