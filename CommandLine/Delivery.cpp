@@ -208,7 +208,7 @@ ExitCode runDelivery(Frontend& frontend, const Invocation& invocation, bool veri
             localized("Set VELTO_PASSWORD; velto upload --help lists the other ways."));
         return frontend.fail(failure);
     }
-    if (!findTool(invocation, failure)) {
+    if (!findTool(frontend, invocation, failure)) {
         return frontend.fail(failure);
     }
     const auto worker = velto::make<VeltoDrovanUploadWorker>(plan.source, verifyOnly);

@@ -4,6 +4,7 @@
 #include <CommandLine/DeliveryOptions.h>
 #include <CommandLine/Invocation.h>
 #include <CommandLine/JSONLine.h>
+#include <CommandLine/Paths.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
@@ -93,15 +94,17 @@ bool applySettings(const Invocation& invocation, Failure& failure) {
     struct Shortcut {
         const Option& option;
         std::string_view key;
+        bool isPath = false;  ///< What is typed begins where one stands, a setting nowhere.
     };
     const Shortcut shortcuts[] = {
-        {toolOption, "VeltoDrovanExecutablePath"},
+        {toolOption, "VeltoDrovanExecutablePath", true},
         {throttleOption, "DefaultTransportThrottle"},
-        {keyFolderOption, "VeltoPrivateKeysPath"},
+        {keyFolderOption, "VeltoPrivateKeysPath", true},
     };
     for (const Shortcut& shortcut : shortcuts) {
         if (const auto value = invocation.value(shortcut.option)) {
-            layer.set(shortcut.key, *value);
+            layer.set(shortcut.key,
+                      shortcut.isPath ? absolutePath(FileManager::expandingTilde(*value)) : *value);
         }
     }
     if (const auto text = invocation.value(graceOption)) {

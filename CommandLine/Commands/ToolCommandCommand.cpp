@@ -46,7 +46,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     if (!plan.make(frontend, invocation, invocation.operands[1], failure)) {
         return frontend.fail(failure);
     }
-    const auto path = findTool(invocation, failure);
+    const auto path = findTool(frontend, invocation, failure);
     if (!path) {
         return frontend.fail(failure);
     }

@@ -18,9 +18,16 @@ void showAll(Frontend& frontend) {
     Array places;
     for (const std::string& path : VeltoDrovan::drovanPaths()) {
         const bool isThere = FileManager::isExecutable(path);
-        places.append(Dictionary{{"path", path}, {"found", isThere}});
+        const std::string against = reasonAgainstTool(path);
+        Dictionary place{{"path", path}, {"found", isThere && against.empty()}};
+        if (!against.empty()) {
+            place.set("refused", against);
+        }
+        places.append(place);
         if (!frontend.printsJSON()) {
-            frontend.answer((isThere ? "found    " : "missing  ") + printable(path));
+            frontend.answer(!against.empty() ? "refused  " + printable(path) + "  " + against
+                            : isThere        ? "found    " + printable(path)
+                                             : "missing  " + printable(path));
         }
     }
     if (frontend.printsJSON()) {
@@ -34,7 +41,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         return ExitCode::done;
     }
     Failure failure;
-    const auto path = findTool(invocation, failure);
+    const auto path = findTool(frontend, invocation, failure);
     if (!path) {
         return frontend.fail(failure);
     }
@@ -52,7 +59,13 @@ const Command& toolLocateCommand() {
     static const Command command{
         .name = "tool locate",
         .summary = "print the path of the delivery tool",
-        .description = "Prints the path of the delivery tool that verify and upload would run.",
+        .description =
+            "Prints the path of the delivery tool that verify and upload would run. A tool that "
+            "somebody else could have put there is refused: it, each folder above it and each link "
+            "on the way must belong to root or to you, and nobody else may write to it or to those "
+            "folders (your own group, with nobody else in it, may; so may everybody in a folder "
+            "with the sticky bit, such as /tmp). A setting must name the whole path, or begin "
+            "with ~.",
         .groups = {{"Options", {&allOption, &toolOption}}},
         .examples = {{"velto tool locate", "the path, or exit code 6"},
                      {"velto tool locate --all", "every place that is looked at"}},

@@ -34,7 +34,7 @@ protected:
 
 ExitCode run(Frontend& frontend, const Invocation& invocation) {
     Failure failure;
-    const auto path = findTool(invocation, failure);
+    const auto path = findTool(frontend, invocation, failure);
     if (!path) {
         return frontend.fail(failure);
     }

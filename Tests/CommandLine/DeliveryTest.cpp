@@ -33,6 +33,9 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
           metadata(fileElement("first.mov", "11", "ef5940958c334bb7cfc4f3da6ad0f8c3")));
     write(folder / "no-token.plist", "<plist><dict/></plist>");
     write(folder / "broken.toml", "this is = = no TOML\n");
+    const std::string planted = folder / "planted/VelmDrovan";
+    write(planted, "#!/bin/sh\n");
+    std::filesystem::permissions(planted, std::filesystem::perms{0777});
     const Strings verify = job("verify", package);
     const Strings upload = job("upload", package);
     const auto with = [&](const Strings& options) { return job("verify", package, options); };
@@ -86,6 +89,7 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
         {"another delivery", upload, {}, "error=Busy (-24203)\n", 5, "Wait for"},
         {"crash", upload, {}, "crash=SEGV@signed-in\n", 5, "without saying why"},
         {"no tool", with({"--tool", folder / "nothing"}), {}, "", 6, "--tool PATH"},
+        {"planted tool", with({"--tool", planted}), {}, "", 6, "chmod go-w"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

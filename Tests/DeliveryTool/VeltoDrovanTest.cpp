@@ -124,6 +124,34 @@ TEST_F(VeltoDrovanTest, CandidatesComeInOrder) {
     EXPECT_TRUE(log.contains("Looking for Drovan at path: " + tool));
 }
 
+TEST_F(VeltoDrovanTest, NoProgramThatOthersCouldHavePutThereIsChosen) {
+    const std::string tool = childProgram("ShowsItself").string();
+    const std::string planted = folder.write("planted/tool", "#!/bin/sh\n");
+    std::filesystem::permissions(planted, std::filesystem::perms{0755});
+    std::filesystem::permissions(folder.at("planted"), std::filesystem::perms{0777});
+    defaults.set(VeltoDrovanAdditionalPathsToVELMDrovan, Array{tool});
+    const std::string besides = std::filesystem::relative(tool).string();
+    for (const std::string& path : {planted, besides}) {
+        SCOPED_TRACE(path);
+        auto made = drovan("ShowsItself", bare({"chosen"}));
+        defaults.set(VeltoDrovanExecutablePath, path);
+        log.clear();
+        EXPECT_EQ(VeltoDrovan::overridenDrovanPath(), tool);
+        EXPECT_TRUE(log.contains("The delivery tool " + path + " is not used. "));
+        EXPECT_EQ(made->execute(), 0);
+        EXPECT_THAT(made->standardOutString(), HasSubstr("argument: chosen\n"));
+    }
+    defaults.set(VeltoDrovanAdditionalPathsToVELMDrovan, {});
+    defaults.set(VeltoDrovanExecutablePath, planted);
+    const auto made = VeltoDrovan::initWithArguments();
+    try {
+        made->execute();
+        ADD_FAILURE() << "a planted tool was run";
+    } catch (const velto::Exception& exception) {
+        EXPECT_THAT(exception.reason(), HasSubstr("Everybody may write to"));
+    }
+}
+
 TEST_F(VeltoDrovanTest, TheFirstUsablePlaceBecomesTheDefaultOne) {
     const std::string tool = childProgram("ShowsItself").string();
     defaults.set(VeltoDrovanAdditionalPathsToVELMDrovan, Array{tool});

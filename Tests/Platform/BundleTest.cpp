@@ -2,6 +2,7 @@
 #include <VeltoConnectFoundation/Platform/ProcessInfo.h>
 #include <VeltoConnectFoundation/Platform/Version.h>
 
+#include <Tests/Support/FreshProcess.h>
 #include <Tests/Support/Paths.h>
 #include <Tests/Support/TemporaryDirectory.h>
 
@@ -53,6 +54,21 @@ TEST(Bundle, TheLibraryIsTheFolderOfItsSharedObject) {
     EXPECT_EQ(Bundle::library().version(), velto::libraryVersion());
     EXPECT_TRUE(Bundle::library().identifier().starts_with(Bundle::storeFamilyPrefix));
     EXPECT_EQ(Bundle::executableFolder(), velto::testing::buildFolder() / "tests");
+}
+
+TEST(Bundle, TheLibrarysFolderIsFoundBeforeTheHostChangesItsOwn) {
+    if (!velto::testing::isFreshProcess()) {
+        // With a relative path to the library, as a search path's may be.
+        const std::string script = "cd '" + velto::testing::buildFolder().string() +
+                                   "' && LD_LIBRARY_PATH=lib exec \"$@\"";
+        EXPECT_EQ(velto::testing::runTestAgain({"/bin/sh", "-c", script, "sh"},
+                                               "VELTO_TEST_FRESH_PROCESS=1"),
+                  0);
+        return;
+    }
+    ASSERT_EQ(pathOfLoadedLibrary("libVelto"), "lib/libVeltoConnectFoundation.so.0");
+    std::filesystem::current_path("/");
+    EXPECT_EQ(Bundle::library().path(), velto::testing::buildFolder() / "lib");
 }
 
 TEST(Bundle, AFolderIsOneWhenItHoldsItsInfo) {

@@ -2,9 +2,11 @@
 
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/Format.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/PathTrust.h>
 #include <VeltoConnectFoundation/Platform/Process.h>
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
@@ -256,6 +258,9 @@ void VeltoDrovan::launch(const std::shared_ptr<Child>& child) {
         std::string places;
         for (const std::string& path : drovanPaths()) {
             places += "\n  " + path;
+            if (velto::FileManager::isExecutable(path)) {
+                places += ": " + velto::PathTrust::of(path).reason();
+            }
         }
         throw Exception(
             velto::InvalidArgumentException,

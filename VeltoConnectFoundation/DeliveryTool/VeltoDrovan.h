@@ -65,7 +65,9 @@ public:
         std::string_view path);  ///< A file that is not executable is logged.
     /// Where the tool may be, best first; not all of them exist.
     static std::vector<std::string> drovanPaths();
-    static std::optional<std::string> overridenDrovanPath();  ///< The first usable one.
+    /// The first usable one. A program that somebody else could have put there, and a relative
+    /// setting, are passed over with a warning (Platform/PathTrust.h).
+    static std::optional<std::string> overridenDrovanPath();
     /// Makes the first usable path the registered default of the setting.
     static void setupDrovanLocationIfAvailable();
     static std::string drovanPath();  ///< The setting "VeltoDrovanExecutablePath".

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/Bundle.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/PathTrust.h>
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
@@ -12,6 +13,7 @@
 using velto::Array;
 using velto::Bundle;
 using velto::FileManager;
+using velto::PathTrust;
 using velto::Setting;
 using velto::SettingKind;
 using velto::Value;
@@ -82,6 +84,37 @@ std::optional<std::string> pathInBundleAbove(const std::string& executableFolder
     return found;
 }
 
+std::string configuredPath() {
+    return FileManager::expandingTilde(executablePath.stringValue());
+}
+
+bool isRelative(std::string_view path) {
+    return !path.empty() && !path.starts_with('/');
+}
+
+/// Whoever could put another program there would be given the credentials.
+bool isTrusted(std::string_view path) {
+    const PathTrust trust = PathTrust::of(path);
+    if (!trust) {
+        MZLogWarning("The delivery tool %@ is not used. %@", path, trust.reason());
+    }
+    return static_cast<bool>(trust);
+}
+
+/// The first place that passes `isUsable`, which is told of each, and that nobody else can change.
+template <class Predicate>
+std::optional<std::string> firstTrusted(const Predicate& isUsable) {
+    if (const std::string path = configuredPath(); isRelative(path)) {
+        static_cast<void>(isTrusted(path));
+    }
+    for (std::string& path : VeltoDrovan::drovanPaths()) {
+        if (isUsable(path) && isTrusted(path)) {
+            return std::move(path);
+        }
+    }
+    return std::nullopt;
+}
+
 bool isNumber(std::string_view text) {
     return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
@@ -100,8 +133,8 @@ bool VeltoDrovan::isExecutableAtPath(std::string_view path) {
 
 std::vector<std::string> VeltoDrovan::drovanPaths() {
     std::vector<std::string> paths;
-    const std::string configured = FileManager::expandingTilde(executablePath.stringValue());
-    if (isExecutableAtPath(configured)) {
+    const std::string configured = configuredPath();
+    if (!isRelative(configured) && isExecutableAtPath(configured)) {
         MZLogDebug("Found drovan at path specified by %@ in user defaults: %@",
                    VeltoDrovanExecutablePath, configured);
         paths.push_back(configured);
@@ -126,7 +159,7 @@ std::vector<std::string> VeltoDrovan::drovanPaths() {
     paths.push_back(
         joined("/Applications/Sendrix.app/Contents", VeltoDrovanRelativeExecutablePath));
     for (const Value& path : additionalPaths.arrayValue()) {
-        paths.emplace_back(path.string());
+        paths.push_back(FileManager::expandingTilde(path.string()));
     }
     if (std::ranges::find(paths, DROVAN_PATH) == paths.end()) {
         paths.emplace_back(DROVAN_PATH);
@@ -135,13 +168,10 @@ std::vector<std::string> VeltoDrovan::drovanPaths() {
 }
 
 std::optional<std::string> VeltoDrovan::overridenDrovanPath() {
-    for (std::string& path : drovanPaths()) {
+    return firstTrusted([](const std::string& path) {
         MZLogDebug("Looking for Drovan at path: %@", path);
-        if (isExecutableAtPath(path)) {
-            return std::move(path);
-        }
-    }
-    return std::nullopt;
+        return isExecutableAtPath(path);
+    });
 }
 
 void VeltoDrovan::setupDrovanLocationIfAvailable() {
@@ -160,12 +190,7 @@ std::string VeltoDrovan::drovanPath() {
 }
 
 std::optional<std::string> VeltoDrovan::executableDrovanPath() {
-    for (std::string& path : drovanPaths()) {
-        if (FileManager::isExecutable(path)) {
-            return std::move(path);
-        }
-    }
-    return std::nullopt;
+    return firstTrusted([](const std::string& path) { return FileManager::isExecutable(path); });
 }
 
 bool VeltoDrovan::isVersionLessThanVersion(std::string_view version, std::string_view other) {

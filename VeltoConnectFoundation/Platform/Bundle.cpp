@@ -48,6 +48,14 @@ std::string libraryFolder() {
     return folderOf(path);
 }
 
+const std::string& loadedFrom() {
+    static const auto* folder = new std::string(libraryFolder());
+    return *folder;
+}
+
+/// While the library is loaded: later a relative name may lead elsewhere.
+[[maybe_unused]] const std::string& foundAtLoad = loadedFrom();
+
 /// Each once, without the program's own.
 std::set<std::string> foldersOfSharedObjects() {
     std::set<std::string> folders;
@@ -107,7 +115,7 @@ void Bundle::setApplication(std::string_view identifier,
 
 Bundle Bundle::library() {
     static const auto* content = new std::shared_ptr<const Content>(std::make_shared<Content>(
-        Content{libraryFolder(),
+        Content{loadedFrom(),
                 {{"CFBundleIdentifier",
                   std::string(storeFamilyPrefix) + "VeltoConnectFoundation.invalid"},
                  {"CFBundleName", "VeltoConnectFoundation"},

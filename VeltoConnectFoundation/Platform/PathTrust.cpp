@@ -1,0 +1,175 @@
+#include <VeltoConnectFoundation/Platform/PathTrust.h>
+
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <deque>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <vector>
+
+namespace velto {
+
+namespace {
+
+constexpr int mostLinks = 40;  // As many as the system follows.
+constexpr std::size_t largestRecord = std::size_t{1} << 20;
+
+/// Calls one of the system's look-ups by number, which want room for what they find.
+template <class Record, class LookUp>
+bool lookedUp(const LookUp& lookUp, Record& record, std::vector<char>& room) {
+    for (room.resize(4096); room.size() <= largestRecord; room.resize(room.size() * 2)) {
+        Record* found = nullptr;
+        const int error = lookUp(&record, room.data(), room.size(), &found);
+        if (error != ERANGE) {
+            return error == 0 && found != nullptr;
+        }
+    }
+    return false;
+}
+
+std::string userName(uid_t user) {
+    passwd record{};
+    std::vector<char> room;
+    const auto lookUp = [user](auto... rest) { return ::getpwuid_r(user, rest...); };
+    return lookedUp(lookUp, record, room) ? record.pw_name : std::to_string(user);
+}
+
+/// The group's name, unless it is root's or our own with nobody else in it.
+std::optional<std::string> strangersIn(gid_t number) {
+    group record{};
+    std::vector<char> room;
+    const auto lookUp = [number](auto... rest) { return ::getgrgid_r(number, rest...); };
+    if (!lookedUp(lookUp, record, room)) {
+        return std::to_string(number);
+    }
+    const std::string us = userName(::geteuid());
+    const auto isOurs = [&us](std::string_view name) { return name == us || name == "root"; };
+    bool isPrivate = isOurs(record.gr_name);
+    for (char** member = record.gr_mem; *member != nullptr; ++member) {
+        isPrivate = isPrivate && isOurs(*member);
+    }
+    return isPrivate ? std::nullopt : std::optional<std::string>(record.gr_name);
+}
+
+bool hasAccessList(const std::string& path) {
+    return ::lgetxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+}
+
+std::string systemReason(int error) {
+    return std::generic_category().message(error);
+}
+
+}  // namespace
+
+PathTrust PathTrust::of(std::string_view path) {
+    PathTrust trust;
+    const auto against = [&trust](Verdict verdict, std::string place) -> PathTrust& {
+        trust.verdict_ = verdict;
+        trust.place_ = std::move(place);
+        return trust;
+    };
+    if (!path.starts_with('/')) {
+        return against(Verdict::relative, std::string(path));
+    }
+    std::deque<std::string> names;  // Yet to be gone through, the next one first.
+    const auto enqueue = [&names](const std::filesystem::path& added) {
+        std::vector<std::string> parts;
+        for (const auto& part : added.relative_path()) {
+            if (!part.empty() && part != ".") {
+                parts.push_back(part.string());
+            }
+        }
+        names.insert(names.begin(), parts.begin(), parts.end());
+    };
+    enqueue(path);
+    int links = 0;
+    // Each place is real: the links on the way to it have been followed.
+    for (std::filesystem::path place = "/";;) {
+        struct stat status {};
+        if (::lstat(place.c_str(), &status) != 0) {
+            trust.error_ = errno;
+            return against(Verdict::missing, place.string());
+        }
+        if (status.st_uid != 0 && status.st_uid != ::geteuid()) {
+            trust.others_ = userName(status.st_uid);
+            return against(Verdict::foreign, place.string());
+        }
+        if (S_ISLNK(status.st_mode)) {
+            std::error_code failure;
+            const std::filesystem::path target = std::filesystem::read_symlink(place, failure);
+            if (failure || ++links > mostLinks) {
+                trust.error_ = failure ? failure.value() : ELOOP;
+                return against(Verdict::missing, place.string());
+            }
+            enqueue(target);
+            place = target.is_absolute() ? std::filesystem::path("/") : place.parent_path();
+        } else {
+            const bool isSticky = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
+            if ((status.st_mode & S_IWOTH) != 0 && !isSticky) {
+                return against(Verdict::writable, place.string());
+            }
+            if ((status.st_mode & S_IWGRP) != 0 && !isSticky) {
+                const auto strangers = strangersIn(status.st_gid);
+                if (strangers || hasAccessList(place.string())) {
+                    trust.others_ = strangers.value_or(userName(status.st_uid));
+                    return against(Verdict::writable, place.string());
+                }
+            }
+        }
+        if (names.empty()) {
+            return trust;
+        }
+        const std::string name = std::move(names.front());
+        names.pop_front();
+        place = name == ".." ? place.parent_path() : place / name;
+    }
+}
+
+std::string PathTrust::reason() const {
+    switch (verdict_) {
+        case Verdict::trusted:
+            return {};
+        case Verdict::relative:
+            return localizedFormat(
+                "“%@” is a relative path: what it leads to depends on the working folder.", place_);
+        case Verdict::foreign:
+            return localizedFormat("“%@” belongs to the user %@.", place_, others_);
+        case Verdict::writable:
+            return others_.empty()
+                       ? localizedFormat("Everybody may write to “%@”.", place_)
+                       : localizedFormat("The group %@ may write to “%@”.", others_, place_);
+        case Verdict::missing:
+            return localizedFormat("“%@” cannot be reached: %@", place_, systemReason(error_));
+    }
+    return {};
+}
+
+std::string PathTrust::remedy() const {
+    switch (verdict_) {
+        case Verdict::trusted:
+        case Verdict::missing:
+            return {};
+        case Verdict::relative:
+            return localized("Give the whole path, from the root or from ~.");
+        case Verdict::foreign:
+            return localizedFormat(
+                "Put the program where all folders are yours or root's, or let root do “chown root "
+                "%@”.",
+                place_);
+        case Verdict::writable:
+            return localizedFormat("Take the others' right away: “chmod go-w %@”.", place_);
+    }
+    return {};
+}
+
+}  // namespace velto
