@@ -63,30 +63,33 @@ void showRemarks(Frontend& frontend, const JobOutcome& outcome) {
     show(outcome.warnings, "warning", Ink::warning, localized("Warning:"));
 }
 
+/// What is known of the store's side of an upload that was not confirmed: what the tool told.
+std::string storeSide(const VeltoDrovanTransfer& transfer) {
+    const std::string size = MZHumanReadableStringFromBytes(transfer.size);
+    const std::string sent = MZHumanReadableStringFromBytes(transfer.sent);
+    const std::string skipped = MZHumanReadableStringFromBytes(transfer.skipped);
+    if (transfer.size == 0) {
+        return localized("The tool reported nothing as sent.");
+    }
+    const std::string bytes =
+        transfer.skipped == 0
+            ? localizedFormat("The tool reported %@ of %@ as sent.", sent, size)
+            : localizedFormat("Of %@ the tool reported %@ as sent and %@ as there already.", size,
+                              sent, skipped);
+    return bytes + " " +
+           (transfer.isWhole()
+                ? localized("The store may have the delivery, or a part of it.")
+                : localized("Files that arrived whole may stay at the store; the next upload sends "
+                            "what it lacks."));
+}
+
 /// What is left of an upload or a verify that was stopped.
-std::string whatWasLeft(const JobOutcome& outcome, const DeliveryPlan& plan, bool verifyOnly) {
-    const std::string package = printable(plan.packagePath);
-    if (verifyOnly) {
-        return localizedFormat("Stopped. Nothing was changed; the package is as it was: %@",
-                               package);
-    }
-    if (outcome.completed == 0) {
-        return localizedFormat("Stopped before anything was sent; the package is as it was: %@",
-                               package);
-    }
-    if (outcome.completed >= outcome.size) {
-        return localizedFormat(
-            "Stopped when all of %@ had been sent: the store may have the delivery, or a part of "
-            "it. "
-            "The package is as it was: %@",
-            MZHumanReadableStringFromBytes(outcome.size), package);
-    }
-    return localizedFormat(
-        "Stopped. %@ of %@ had been sent, which the next upload of the package replaces. The "
-        "package "
-        "is as it was: %@",
-        MZHumanReadableStringFromBytes(outcome.completed),
-        MZHumanReadableStringFromBytes(outcome.size), package);
+std::string whatWasLeft(const VeltoDrovanUploadWorker& worker, const DeliveryPlan& plan) {
+    const std::string package =
+        localizedFormat("The package is as it was: %@", printable(plan.packagePath));
+    return (worker.isVerifyOnly() ? localized("Stopped. Nothing was sent.")
+                                  : localizedFormat("Stopped. %@", storeSide(worker.transfer()))) +
+           " " + package;
 }
 
 void showSuccess(Frontend& frontend,
@@ -105,11 +108,22 @@ void showSuccess(Frontend& frontend,
         name = nameOf(*uploaded);
     }
     std::string details = " " + name;
-    if (outcome.size != 0) {
-        details += ", " + MZHumanReadableStringFromBytes(outcome.size);
+    const VeltoDrovanTransfer transfer = worker.transfer();
+    if (transfer.size != 0) {
+        details += ", " + MZHumanReadableStringFromBytes(transfer.size);
+    }
+    if (transfer.skipped != 0) {
+        details += " (" +
+                   (transfer.sent == 0
+                        ? localized("all of it there already")
+                        : localizedFormat("%@ sent, %@ there already",
+                                          MZHumanReadableStringFromBytes(transfer.sent),
+                                          MZHumanReadableStringFromBytes(transfer.skipped))) +
+                   ")";
     }
     details += localizedFormat(" in %@", durationText(std::max(outcome.seconds, 1.0)));
-    if (outcome.size != 0 && !outcome.rate.empty()) {
+    // What was there already takes no time: no rate could be told by it.
+    if (transfer.size != 0 && transfer.skipped == 0 && !outcome.rate.empty()) {
         details += ", " + outcome.rate + "/s";
     }
     console.line(output, headline + details);
@@ -121,9 +135,11 @@ Dictionary details(const VeltoDrovanUploadWorker& worker,
     Dictionary details{{"package", plan.packagePath},
                        {"store", plan.storeName},
                        {"seconds", std::round(outcome.seconds * 1000) / 1000}};
-    if (outcome.size != 0) {
-        details.set("completed", outcome.completed);
-        details.set("size", outcome.size);
+    if (const VeltoDrovanTransfer transfer = worker.transfer(); transfer.size != 0) {
+        details.set("completed", transfer.sent + transfer.skipped);
+        details.set("size", transfer.size);
+        details.set("sent", transfer.sent);
+        details.set("skipped", transfer.skipped);
     }
     if (const auto name = worker.uploadedPackageName(); name && !name->empty()) {
         details.set("packageName", *name);
@@ -139,10 +155,43 @@ Failure failureOf(const VeltoDrovanUploadWorker& worker, const JobOutcome& outco
         printable(worker.errorOccurredUploadingToStoreErrorMessage().value_or(std::string())),
         outcome.errors);
     if (failure.why.empty()) {
-        failure.why.push_back(localizedFormat(
-            "The delivery tool ended without saying why (exit status or signal %d).",
-            worker.terminationStatus()));
+        failure.why.push_back(endOfTool(worker.termination()));
     }
+    if (const VeltoDrovanTransfer transfer = worker.transfer(); transfer.size != 0) {
+        failure.why.push_back(storeSide(transfer));
+    }
+    return failure;
+}
+
+/// The tool ended well, but never said that the work is done.
+Failure unconfirmed(const VeltoDrovanUploadWorker& worker) {
+    const bool verifyOnly = worker.isVerifyOnly();
+    Failure failure;
+    for (const Data& text :
+         {worker.drovan()->standardErrorText(), worker.drovan()->standardOutText()}) {
+        if (failure.why.empty()) {
+            failure = failureOfErrors({}, VeltoDrovanMessages::parseErrorsFromString(text.view()));
+        }
+    }
+    failure.exitCode = ExitCode::tryAgain;
+    failure.outcome = "unconfirmed";
+    failure.what =
+        verifyOnly
+            ? localized("The delivery tool ended without confirming that the package is sound.")
+            : localized("The delivery tool ended without confirming the delivery.");
+    failure.why.push_back(endOfTool(worker.termination()));
+    if (verifyOnly) {
+        failure.next = localized("Check the tool with velto tool version, then verify again.");
+        return failure;
+    }
+    const VeltoDrovanTransfer transfer = worker.transfer();
+    failure.why.back() += " " + storeSide(transfer);
+    failure.next =
+        transfer.size == 0
+            ? localized("Check the tool with velto tool version, then upload again.")
+            : localized(
+                  "Look whether the store has the package, then upload it again: files that "
+                  "it has are not sent twice.");
     return failure;
 }
 
@@ -219,7 +268,7 @@ ExitCode runDelivery(Frontend& frontend, const Invocation& invocation, bool veri
 
     showRemarks(frontend, outcome);
     if (outcome.isStopped) {
-        const std::string left = whatWasLeft(outcome, plan, verifyOnly);
+        const std::string left = whatWasLeft(*worker, plan);
         if (frontend.printsJSON()) {
             return frontend.fail({.exitCode = ExitCode::stopped, .what = left},
                                  details(*worker, plan, outcome));
@@ -229,6 +278,9 @@ ExitCode runDelivery(Frontend& frontend, const Invocation& invocation, bool veri
     }
     if (!outcome.errors.empty()) {
         return frontend.fail(failureOf(*worker, outcome), details(*worker, plan, outcome));
+    }
+    if (!worker->deliveryConfirmed()) {
+        return frontend.fail(unconfirmed(*worker), details(*worker, plan, outcome));
     }
     showSuccess(frontend, *worker, plan, outcome);
     if (frontend.printsJSON()) {

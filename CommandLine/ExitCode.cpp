@@ -9,7 +9,8 @@ constexpr ExitCodeMeaning meanings[] = {
     {ExitCode::failed, "failed"},
     {ExitCode::usage, "the command line or the settings cannot be understood"},
     {ExitCode::signIn, "the store refused the sign-in"},
-    {ExitCode::tryAgain, "failed for a passing reason: worth trying again"},
+    {ExitCode::tryAgain,
+     "failed for a passing reason, or not confirmed by the tool: worth trying again"},
     {ExitCode::toolNotFound, "the delivery tool was not found"},
     {ExitCode::stopped, "stopped by the user"},
 };

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <unordered_set>
 #include <utility>
 
@@ -20,11 +21,6 @@ namespace {
 constexpr auto any = FailureKind::anyCode;
 
 constexpr const char* correctIt = markLocalized("Correct what the message names, then try again.");
-constexpr const char* correctMetadata =
-    markLocalized("Correct metadata.xml in the package, then verify it again.");
-constexpr const char* correctFile = markLocalized(
-    "Put the right file into the package, or correct its size and checksum in metadata.xml, then "
-    "verify it again.");
 constexpr const char* tryLater = markLocalized("Try again later.");
 constexpr const char* checkNetwork = markLocalized("Check the network, then try again.");
 constexpr const char* makeRoom = markLocalized("Make room on the disk, then try again.");
@@ -34,38 +30,18 @@ constexpr const char* lookAtLog =
     markLocalized("Run it again with --verbose, or with --log-file FILE, to see more.");
 
 constexpr FailureKind kinds[] = {
+    // The store's own codes; what else a tool says bears its reason and its next step itself.
     {VeltoDrovanErrorDomain, -20101, ExitCode::signIn,
      markLocalized(
          "Check the user name, and the password in VELTO_PASSWORD or on standard input.")},
+    {VeltoDrovanErrorDomain, -20283, ExitCode::signIn,
+     markLocalized("Check the credentials that were given, or get a new session, token or key.")},
     {VeltoDrovanErrorDomain, -20209, ExitCode::signIn,
      markLocalized("Unlock the account with the store, then try again.")},
-    {VeltoDrovanErrorDomain, -20283, ExitCode::signIn,
-     markLocalized("Get a new session, token or key, or check which one was given.")},
     {VeltoDrovanErrorDomain, -22938, ExitCode::signIn,
      markLocalized("Make an app-specific password for the account, and give that one.")},
-    {VeltoDrovanErrorDomain, -24001, ExitCode::failed,
-     markLocalized("Name a provider of the account with --provider.")},
-    {VeltoDrovanErrorDomain, -24002, ExitCode::failed,
-     markLocalized("Name one of the account's providers with --provider.")},
-    {VeltoDrovanErrorDomain, -24101, ExitCode::failed,
-     markLocalized("Give the path of a package: a folder NAME.velmp.")},
-    {VeltoDrovanErrorDomain, -24102, ExitCode::failed, correctMetadata},
-    {VeltoDrovanErrorDomain, -24103, ExitCode::failed, correctMetadata},
-    {VeltoDrovanErrorDomain, -24104, ExitCode::failed, correctMetadata},
-    {VeltoDrovanErrorDomain, -24105, ExitCode::failed, correctMetadata},
-    {VeltoDrovanErrorDomain, -24106, ExitCode::failed, correctFile},
-    {VeltoDrovanErrorDomain, -24107, ExitCode::failed, correctFile},
-    {VeltoDrovanErrorDomain, -24108, ExitCode::failed, correctFile},
-    {VeltoDrovanErrorDomain, -24109, ExitCode::failed, correctFile},
-    {VeltoDrovanErrorDomain, -24201, ExitCode::tryAgain, tryLater},
-    {VeltoDrovanErrorDomain, -24202, ExitCode::tryAgain, tryLater},
-    {VeltoDrovanErrorDomain, -24203, ExitCode::tryAgain,
-     markLocalized("Wait for the other delivery of this package to end, then try again.")},
-    {VeltoDrovanErrorDomain, -24301, ExitCode::failed,
-     markLocalized("Look at the tool's command line: velto tool command verify PACKAGE.")},
-    {VeltoDrovanErrorDomain, -24302, ExitCode::failed,
-     markLocalized("Look at the tool's command line: velto tool command verify PACKAGE.")},
-    {VeltoDrovanErrorDomain, any, ExitCode::failed, correctIt},
+    {VeltoDrovanErrorDomain, any, ExitCode::failed,
+     markLocalized("Act on what the message says, then try again.")},
     {VeltoConnectionAuthenticationErrorDomain, any, ExitCode::signIn,
      markLocalized("Check the credentials; velto upload --help lists the ways to sign in.")},
     // A worker's error of its own: the tool ended without a message; or it could not be started.
@@ -134,6 +110,22 @@ Failure failureOfErrors(std::string what, const std::vector<Error>& errors) {
         failure.next = localized(chosen->next);
     }
     return failure;
+}
+
+std::string endOfTool(const ProcessExit& exit) {
+    switch (exit.reason) {
+        case ProcessExit::Reason::exit:
+            return localizedFormat("The delivery tool ended with the exit status %d.", exit.status);
+        case ProcessExit::Reason::uncaughtSignal: {
+            const char* const name = ::sigabbrev_np(exit.status);
+            return localizedFormat(
+                "The delivery tool was ended by the signal %@.",
+                name == nullptr ? std::to_string(exit.status) : std::string("SIG") + name);
+        }
+        case ProcessExit::Reason::unknown:
+            break;
+    }
+    return localized("The delivery tool ended, but the system does not tell how.");
 }
 
 Failure usageFailure(std::string what, std::string next) {

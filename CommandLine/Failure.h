@@ -1,7 +1,7 @@
 #pragma once
 
 #include <CommandLine/ExitCode.h>
-#include <VeltoConnectFoundation/Platform/Error.h>
+#include <VeltoConnectFoundation/Platform/Process.h>
 
 #include <span>
 #include <string>
@@ -16,7 +16,8 @@ struct Failure {
     std::string what = {};
     std::vector<std::string> why = {};
     std::string next = {};
-    std::vector<Error> errors = {};  ///< What it was made from, for programs that read along.
+    std::vector<Error> errors = {};       ///< What it was made from, for programs that read along.
+    std::string_view outcome = "failed";  ///< For programs, too; a stop is one by its exit code.
 };
 
 /// How the errors of one domain and code end the program, and what helps against them.
@@ -36,5 +37,8 @@ const FailureKind& failureKind(const Error& error);
 /// A refused sign-in outweighs what is wrong with the package, and that what may pass by itself.
 Failure failureOfErrors(std::string what, const std::vector<Error>& errors);
 Failure usageFailure(std::string what, std::string next);
+
+/// How the delivery tool ended, in a sentence.
+std::string endOfTool(const ProcessExit& exit);
 
 }  // namespace velto::cli

@@ -46,8 +46,8 @@ ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
         for (const Error& error : failure.errors) {
             errors.append(describedError(error));
         }
-        JSONLine line =
-            result(failure.exitCode == ExitCode::stopped ? "stopped" : "failed", failure.exitCode);
+        JSONLine line = result(failure.exitCode == ExitCode::stopped ? "stopped" : failure.outcome,
+                               failure.exitCode);
         line.add("what", failure.what)
             .add("why", why)
             .add("next", failure.next)

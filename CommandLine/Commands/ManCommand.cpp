@@ -23,9 +23,11 @@ constexpr Entry objects[] = {
      "and size (bytes), rate (bytes a second), remaining (seconds)."},
     {"message", "Something worth knowing: level (warning or info), text."},
     {"result",
-     "The last object, also of every other command: command, outcome (done, failed or stopped), "
-     "exitCode. Of a failure also what, why (a list), next, and errors (a list of domain, code and "
-     "text). Of verify and upload also package, store, seconds, completed and size (bytes), "
+     "The last object, also of every other command: command, outcome (done, failed, stopped, or "
+     "unconfirmed: the delivery tool ended without saying that the work is done), exitCode. Of a "
+     "failure also what, why (a list), next, and errors (a list of domain, code and "
+     "text). Of verify and upload also package, store, seconds, size, completed, and its parts "
+     "sent and skipped (bytes, as the tool told them; skipped was at the store before), "
      "packageName (as the store named it), warnings, notes and output (what the tool answered)."},
 };
 

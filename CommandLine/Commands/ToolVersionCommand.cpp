@@ -25,8 +25,7 @@ protected:
     void drovanCompleted() override {
         VeltoDrovanWorker::drovanCompleted();
         if (!hasErrors() && (terminationStatus() != 0 || answer().empty())) {
-            addErrorMessage(localizedFormat("The tool answered nothing (exit status or signal %d).",
-                                            terminationStatus()));
+            addErrorMessage(endOfTool(termination()));
         }
     }
     using VeltoDrovanWorker::drovanCompleted;

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/resource.h>
+
 #include <algorithm>
 
 namespace cli_test {
@@ -23,6 +25,20 @@ TEST_F(DeliveryTest, UploadDeliversWhatThePackageHolds) {
     for (const char* name : {"first.mov", "empty.mov", "metadata.xml"})
         EXPECT_EQ(contentOf(folder / "store/DemoStudio/V1.velmp" / name),
                   contentOf(package / name));
+    EXPECT_THAT(finished(job("upload", package)).output, HasSubstr("(all of it there already)"));
+    write(folder / "store/DemoStudio/V1.velmp/first.mov", "another\n");
+    EXPECT_THAT(finished(job("upload", package)).output, HasSubstr("(11 bytes sent, "));
+}
+
+TEST_F(DeliveryTest, WhatTheToolPrintsIsKeptOnce) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer keeps more than the program does";
+#endif
+    useScenario("flood=32@signed-in\nerror=x\n");
+    EXPECT_EQ(finished(job("verify", makePackage())).exitCode, 1);
+    rusage usage{};
+    ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
+    EXPECT_LT(usage.ru_maxrss / 1024, 3 * 64 + 16) << "MiB, of both pipes and the program itself";
 }
 
 /// How each kind of end looks to a script and to a person.
@@ -63,9 +79,9 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
     } rows[] = {
         {"verified", verify, {}, "", 0, ""},
         {"with a slash", job("verify", package + "/"), {}, "", 0, ""},
-        {"damaged", job("verify", folder / "damaged.velmp"), {}, "", 1, "(-24108)"},
+        {"damaged", job("verify", folder / "damaged.velmp"), {}, "", 1, "Put the right file"},
         {"no package", job("upload", folder / "none.velmp"), {}, "", 1, "No such file"},
-        {"two providers", as("house"), password("house-password"), "", 1, "--provider"},
+        {"two providers", as("house"), password("house-password"), "", 1, "Name one of"},
         {"the tool says so", verify, {}, "error=Out of paper (-47)\n", 1, "Out of paper (-47)"},
         {"no operand", {"upload"}, {}, "", 2, "needs PACKAGE"},
         {"unknown option", with({"--quite"}), {}, "", 2, "--quiet"},
@@ -86,8 +102,10 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
         {"no token in it", noToken, {}, "", 4, "velto upload --help"},
         {"no key file", noKey, {}, "", 4, "NOKEY"},
         {"sign-in wins", verify, {}, "error=Odd (-4)\nerror=Late (-20283)\n", 4, "Late"},
-        {"another delivery", upload, {}, "error=Busy (-24203)\n", 5, "Wait for"},
-        {"crash", upload, {}, "crash=SEGV@signed-in\n", 5, "without saying why"},
+        {"ends in the transfer", upload, {}, "exit=0@transfer\n", 5, "confirming the delivery"},
+        {"ends in the check", verify, {}, "exit=0@checked\n", 5, "confirming that the package"},
+        {"exit status", upload, {}, "exit=9@signed-in\n", 5, "the exit status 9."},
+        {"crash", upload, {}, "crash=SEGV@signed-in\n", 5, "the signal SIGSEGV."},
         {"no tool", with({"--tool", folder / "nothing"}), {}, "", 6, "--tool PATH"},
         {"planted tool", with({"--tool", planted}), {}, "", 6, "chmod go-w"},
     };
@@ -207,6 +225,14 @@ TEST_F(DeliveryTest, JSONOfAFailureTellsItsErrors) {
     EXPECT_EQ(objects[0]["exitCode"], 4);
     EXPECT_EQ(objects[0]["errors"][0]["code"], -20101);
     EXPECT_EQ(objects[0]["errors"][0]["domain"], "VeltoDrovanErrorDomain");
+
+    environment["VELTO_PASSWORD"] = "demo-password";
+    useScenario("exit=0@transfer:50\nskip=empty.mov\n");
+    const Json result = objectsOf(finished(job("upload", makePackage(), {"--json"})).output).back();
+    EXPECT_EQ(result["outcome"], "unconfirmed");
+    EXPECT_EQ(result["exitCode"], 5);
+    EXPECT_EQ(result["skipped"], 0);
+    EXPECT_EQ(result["completed"], result["sent"]);
 }
 
 TEST_F(DeliveryTest, WithoutATerminalThereAreNoEscapeCodes) {

@@ -11,6 +11,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <ctime>
+
 namespace velto::cli {
 namespace {
 
@@ -145,7 +148,7 @@ TEST(PiecesTest, ArgumentsAreUnderstood) {
 }
 
 TEST(PiecesTest, TheWorstErrorDecidesTheExitCode) {
-    const Error busy = Error::make(VeltoDrovanErrorDomain, -24203, "Busy", "");
+    const Error busy = Error::posix(EAGAIN, "Busy");
     const Error odd = Error::make(VeltoDrovanErrorDomain, -4711, "ERROR: Odd", "");
     const Error expired = Error::make(VeltoDrovanErrorDomain, -20283, "Expired", "");
     const Error strange = Error::make("StrangeDomain", 1, "Strange", "");
@@ -154,8 +157,21 @@ TEST(PiecesTest, TheWorstErrorDecidesTheExitCode) {
     EXPECT_EQ(failureOfErrors("x", {odd, expired, busy}).exitCode, ExitCode::signIn);
     EXPECT_EQ(failureOfErrors("x", {strange}).exitCode, ExitCode::failed);
     EXPECT_EQ(failureOfErrors("x", {odd, busy, odd}).why,
-              (std::vector<std::string>{"Odd", "Busy"}));
+              (std::vector<std::string>{"Odd", busy.localizedDescription()}));
     EXPECT_EQ(failureKinds().back().domain, "");
+}
+
+TEST(PiecesTest, ManyErrorsTakeTimeByTheirNumber) {
+    const auto seconds = [](int count) {
+        std::vector<Error> errors;
+        for (int index = 0; index < count; ++index) {
+            errors.push_back(Error::make(VeltoDrovanErrorDomain, -1, std::to_string(index), ""));
+        }
+        const std::clock_t start = std::clock();
+        EXPECT_EQ(failureOfErrors("x", errors).why.size(), errors.size());
+        return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    };
+    EXPECT_LT(seconds(40'000), 8 * seconds(10'000) + 0.05);
 }
 
 }  // namespace

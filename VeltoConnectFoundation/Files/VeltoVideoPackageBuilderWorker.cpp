@@ -94,7 +94,8 @@ VeltoVideoPackageBuilderWorker::initWithMetadataWorker(
 
 void VeltoVideoPackageBuilderWorker::run() {
     if (!startUnlessCancelled()) {
-        return;  // cancel() has said all.
+        setPercentComplete(100);
+        return;
     }
     setPercentComplete(0);
     try {
