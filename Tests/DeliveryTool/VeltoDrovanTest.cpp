@@ -243,11 +243,15 @@ TEST_F(VeltoDrovanTest, TheSystemsProxyIsAskedOnlyWhenNoneIsSet) {
 }
 
 TEST_F(VeltoDrovanTest, SecretsAreHiddenInTheLog) {
-    defaults.set(VeltoDrovanExtraArgs, "-p word -v");
+    defaults.set(VeltoDrovanExtraArgs, velto::Array{"-x y", "-p", "word", 100});
+    EXPECT_EQ(drovan("ShowsItself", bare({}))->augmentedArguments().back(), "100");
+    EXPECT_TRUE(log.contains("Found VeltoDrovanExtraArgs: " +
+                             velto::Array{"-x y", "-p", "**hidden value**", "100"}.description()));
+    defaults.set(VeltoDrovanExtraArgs, " -p  word -v ");
     const auto tool =
         drovan("ShowsItself", bare({"-sharedsecret", "secret", "-sessionid", "@env:NAME"}));
     EXPECT_EQ(tool->execute(), 0);
-    EXPECT_TRUE(log.contains("Found VeltoDrovanExtraArgs: -p **hidden value** -v"));
+    EXPECT_TRUE(log.contains("Found VeltoDrovanExtraArgs:  -p  **hidden value** -v "));
     EXPECT_TRUE(log.contains("Parsed VeltoDrovanExtraArgs to: -p **hidden value** -v"));
     EXPECT_TRUE(log.contains("Sending request to VeltoDrovan…"));
     EXPECT_TRUE(log.contains("    Command: " + childProgram("ShowsItself").string()));

@@ -50,6 +50,19 @@ const Setting extraArgs(VeltoDrovanExtraArgs,
                         {},
                         "Further arguments for the delivery tool, as one text or a list");
 
+/// A text of arguments as it was set, blanks and all, with the values of secrets masked. `words`
+/// are what it was cut into.
+std::string maskedText(std::string_view text, const std::vector<std::string>& words) {
+    std::string masked;
+    const std::vector<std::string> shown = velto::maskedArgumentList(words);
+    for (std::size_t index = 0; index < words.size(); ++index) {
+        const std::size_t start = text.find_first_not_of(' ');
+        masked.append(text.substr(0, start)).append(shown[index]);
+        text.remove_prefix(start + words[index].size());
+    }
+    return masked.append(text);
+}
+
 }  // namespace
 
 std::optional<std::string> LookupServiceAddressWithKey(std::string_view key) {
@@ -171,15 +184,16 @@ std::vector<std::string> VeltoDrovan::augmentedArguments() const {
     std::vector<std::string> words;
     if (extra.isArray()) {
         for (const Value& word : extra.array()) {
-            words.emplace_back(word.string());
+            words.push_back(word.description());
         }
-        MZLogInfo("Found %@: %@", VeltoDrovanExtraArgs, velto::maskedArguments(words));
+        const std::vector<std::string> masked = velto::maskedArgumentList(words);
+        MZLogInfo("Found %@: %@", VeltoDrovanExtraArgs,
+                  velto::Array(std::vector<Value>(masked.begin(), masked.end())));
     } else {
         words = parseExtraArgumentsString(extra.string());
-        const std::string masked = velto::maskedArguments(words);
-        MZLogInfo("Found %@: %@", VeltoDrovanExtraArgs, masked);
+        MZLogInfo("Found %@: %@", VeltoDrovanExtraArgs, maskedText(extra.string(), words));
         if (!words.empty()) {
-            MZLogInfo("Parsed %@ to: %@", VeltoDrovanExtraArgs, masked);
+            MZLogInfo("Parsed %@ to: %@", VeltoDrovanExtraArgs, velto::maskedArguments(words));
         }
     }
     append(words);
