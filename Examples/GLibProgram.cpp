@@ -38,6 +38,8 @@ int main(int argc, char** argv) {
     g_main_loop_run(loop);
     g_main_loop_unref(loop);
 
-    std::cout << series->errorMessage().value_or("verified") << '\n';
-    return series->hasErrors() ? 1 : 0;
+    // That the tool ended well does not say that it did the work.
+    const char* const end = worker->deliveryConfirmed() ? "verified" : "not confirmed";
+    std::cout << series->errorMessage().value_or(end) << '\n';
+    return worker->deliveryConfirmed() ? 0 : 1;
 }
