@@ -1,10 +1,12 @@
 #include <CommandLine/Console.h>
 
 #include <CommandLine/Terminal.h>
+#include <CommandLine/Text.h>
 
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
@@ -19,6 +21,17 @@ bool wantsNoColour() {
 }
 
 constexpr std::string_view eraseLine = "\r\x1b[K";
+
+/// Columns of a text with colours in it.
+std::size_t columnsOfInked(std::string_view text) {
+    std::size_t columns = 0;
+    while (!text.empty()) {
+        const std::size_t code = std::min(text.find('\x1b'), text.size());
+        columns += columnsOf(text.substr(0, code));
+        text.remove_prefix(std::min(text.find('m', code), text.size() - 1) + 1);
+    }
+    return columns;
+}
 
 std::string_view codeOf(Ink ink) {
     switch (ink) {
@@ -137,7 +150,9 @@ void Console::drawLiveLine() {
     if (!liveLine_.empty()) {
         // Without wrapping, so that a window that has just become narrow does not gain a line.
         isLiveLineDrawn_ = true;
-        write(Stream::output, "\r\x1b[?7l" + liveLine_ + "\x1b[K\x1b[?7h");
+        // The cursor does not leave the last column, whose character an erasure would take.
+        const bool isFull = columnsOfInked(liveLine_) >= width();
+        write(Stream::output, "\r\x1b[?7l" + liveLine_ + (isFull ? "\x1b[?7h" : "\x1b[K\x1b[?7h"));
     }
 }
 

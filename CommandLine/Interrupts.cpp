@@ -115,6 +115,7 @@ void Interrupts::stopWanted() {
 
 void Interrupts::pause() {
     tellPause(true);
+    const auto start = std::chrono::steady_clock::now();
     sigset_t stop;
     ::sigemptyset(&stop);
     ::sigaddset(&stop, SIGTSTP);
@@ -122,6 +123,7 @@ void Interrupts::pause() {
     ::raise(SIGTSTP);
     ::pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);
     ::pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+    pausedTime_ = pausedTime_.load() + (std::chrono::steady_clock::now() - start);
     tellPause(false);
 }
 

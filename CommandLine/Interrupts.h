@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -33,6 +34,8 @@ public:
     void setPauseHandler(PauseHandler handler);
     /// Called before the process pauses, and before it is ended for want of a handler.
     void setTidying(std::function<void()> tidying);
+    /// How long the process has been paused in all.
+    std::chrono::steady_clock::duration pausedTime() const { return pausedTime_; }
 
 private:
     void run();
@@ -47,6 +50,7 @@ private:
     std::function<void()> tidying_;
     unsigned count_ = 0;
     std::chrono::steady_clock::time_point last_;
+    std::atomic<std::chrono::steady_clock::duration> pausedTime_{};
     bool isEnding_ = false;
     std::thread thread_;
 };

@@ -104,7 +104,6 @@ public:
         bool isStopWanted = false;
         bool isPaused = false;
         bool hasEnded = false;
-        Clock::duration paused{};  ///< So long in all.
     };
 
     void addPhase(std::string phase) {
@@ -114,14 +113,7 @@ public:
         change([&] { news_.isStopWanted = true; });
     }
     void pause(bool isPaused) {
-        change([&] {
-            const auto now = Clock::now();
-            if (news_.isPaused) {
-                news_.paused += now - pausedSince_;
-            }
-            news_.isPaused = isPaused;
-            pausedSince_ = now;
-        });
+        change([&] { news_.isPaused = isPaused; });
     }
     void end() {
         change([&] { news_.hasEnded = true; });
@@ -155,7 +147,6 @@ private:
     std::mutex mutex_;
     std::condition_variable condition_;
     News news_;
-    Clock::time_point pausedSince_;
     bool changed_ = false;
 };
 
@@ -251,15 +242,16 @@ JobOutcome Job::run() {
     });
 
     const std::unique_ptr<Display> display = Display::make(frontend_);
-    const Clock::time_point start = Clock::now();
-    Clock::duration paused{};
+    // By a clock that stands still while we are paused.
+    Clock::duration paused = interrupts.pausedTime();
+    const Clock::time_point start = Clock::now() - paused;
     Extrapolation extrapolation;
     Progress progress;
     const auto measure = [&](Clock::time_point now) {
         const MZWorkItem& item = current();
         const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(item.worker().get());
         const double percent = item.worker()->percentComplete();
-        progress.elapsed = secondsBetween(start + paused, now);
+        progress.elapsed = secondsBetween(start, now - paused);
         progress.completed = transfer != nullptr ? transfer->completed() : 0;
         progress.size = transfer != nullptr ? transfer->size() : 0;
         progress.percent.reset();
@@ -289,8 +281,8 @@ JobOutcome Job::run() {
     bool isStopping = false;
     for (;;) {
         const Watch::News news = watch->wait(display->nextProgress());
-        if (news.paused != paused) {
-            paused = news.paused;
+        if (const auto now = interrupts.pausedTime(); now != paused) {
+            paused = now;
             current().forgetSamples();
         }
         const bool beginsToStop = news.isStopWanted && !isStopping;
@@ -343,7 +335,7 @@ JobOutcome Job::run() {
     }
     const MZWorkItem& last = current();
     const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(last.worker().get());
-    outcome.seconds = secondsBetween(start + paused, Clock::now());
+    outcome.seconds = secondsBetween(start, Clock::now() - paused);
     outcome.completed = transfer != nullptr ? transfer->completed() : 0;
     outcome.size = transfer != nullptr ? transfer->size() : 0;
     outcome.rate = last.finalRateString().value_or(std::string());

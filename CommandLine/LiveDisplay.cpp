@@ -71,14 +71,9 @@ std::string LiveDisplay::line(const Progress& progress, std::size_t width, const
     const Field rate = field(rateText(progress), 9);
     const Field clock = field(time, 9);
 
-    const std::size_t phaseColumns = columnsOf(progress.phase);
-    const std::size_t phaseLeast = std::min(phaseColumns, narrowestPhase);
-    const bool hasBar = progress.percent.has_value();
+    const std::size_t phaseLeast = std::min(columnsOf(progress.phase), narrowestPhase);
     const std::size_t frame = console.speaksUTF8() ? 0 : 2;
     std::vector<const Field*> fields{&percent, &bytes, &rate, &clock};
-    // Left out in this order: bytes, rate, time, percent.
-    const Field* const dispensable[] = {&bytes, &rate, &clock, &percent};
-    std::size_t left = std::size(dispensable);
     const auto columnsOfFields = [&] {
         std::size_t sum = 0;
         for (const Field* each : fields) {
@@ -86,14 +81,21 @@ std::string LiveDisplay::line(const Progress& progress, std::size_t width, const
         }
         return sum;
     };
-    std::size_t barColumns = hasBar ? narrowestBar + frame + gap.size() : 0;
-    while (columnsOfFields() + barColumns + phaseLeast > width && left > 0) {
-        std::erase(fields, dispensable[std::size(dispensable) - left--]);
+    std::size_t barColumns = progress.percent ? narrowestBar + frame + gap.size() : 0;
+    const auto isTooWide = [&] { return columnsOfFields() + barColumns + phaseLeast > width; };
+    // Left out in this order; then the phase becomes shorter, and last the percentage goes.
+    for (const Field* const each : {&bytes, &rate, &clock}) {
+        if (isTooWide()) {
+            std::erase(fields, each);
+        }
     }
-    if (columnsOfFields() + barColumns + phaseLeast > width) {
+    if (isTooWide()) {
         barColumns = 0;
     }
-    std::size_t room = width - std::min(width, columnsOfFields() + barColumns);
+    if (columnsOfFields() > width) {
+        fields.clear();
+    }
+    const std::size_t room = width - std::min(width, columnsOfFields() + barColumns);
     const std::string phase = truncated(progress.phase, room);
     if (barColumns != 0) {
         const std::size_t spare = room - columnsOf(phase);

@@ -14,7 +14,7 @@ public:
     void end() override { console_.setLiveLine({}); }
 
     /// The line in `width` columns: phase, bar, percent, bytes, rate, time; what does not fit is
-    /// left out, the least important first.
+    /// left out, the least important first, and the percentage last.
     static std::string line(const Progress& progress, std::size_t width, const Console& console);
 
 private:

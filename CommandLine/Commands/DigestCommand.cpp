@@ -4,6 +4,7 @@
 #include <CommandLine/Invocation.h>
 #include <CommandLine/StandardInput.h>
 #include <CommandLine/Text.h>
+#include <CommandLine/WatchedInput.h>
 #include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
@@ -42,11 +43,22 @@ std::shared_ptr<InputStream> openStream(std::string_view name) {
     return stream;
 }
 
+std::string displayName(const std::string& name) {
+    return name == standardInputName ? localized("standard input") : name;
+}
+
 /// none, and why, when the file cannot be read
-std::optional<std::string> md5Of(std::string_view name, Error& why) {
+std::optional<std::string> md5Of(const std::string& name, Frontend& frontend, Error& why) {
     Error error;
     std::optional<std::string> md5;
-    if (name == standardInputName) {
+    if (frontend.style() == Frontend::Style::human &&
+        frontend.console().isTerminal(Console::Stream::output)) {
+        const auto attributes = FileManager::attributes(name);
+        WatchedInput input(openStream(name), printable(displayName(name)),
+                           attributes && name != standardInputName ? attributes->size : 0,
+                           frontend);
+        md5 = MZMD5Operation::md5ForStream(&input, &error);
+    } else if (name == standardInputName) {
         md5 = MZMD5Operation::md5ForStream(openStream(name).get(), &error);
     } else {
         md5 = MZMD5Operation::md5ForFilename(name, &error);
@@ -106,7 +118,7 @@ public:
 
     void print(const std::string& name) {
         Error why;
-        const std::optional<std::string> md5 = md5Of(name, why);
+        const std::optional<std::string> md5 = md5Of(name, frontend_, why);
         if (!md5) {
             report(why);
         } else if (frontend_.printsJSON()) {
@@ -213,10 +225,6 @@ private:
                           : localizedFormat("WARNING: %llu lines are improperly formatted", count);
     }
 
-    static std::string displayName(const std::string& name) {
-        return name == standardInputName ? localized("standard input") : name;
-    }
-
     void check(const DigestEntry& entry) {
         Error why;
         if (ignoresMissing_ && entry.name != standardInputName &&
@@ -226,7 +234,7 @@ private:
         }
         ++checked_;
         why = {};
-        const std::optional<std::string> md5 = md5Of(entry.name, why);
+        const std::optional<std::string> md5 = md5Of(entry.name, frontend_, why);
         const bool isRight =
             md5 && md5->size() == entry.md5.size() && findIgnoringCase(entry.md5, *md5) == 0;
         if (!md5) {

@@ -100,8 +100,11 @@ TEST(PiecesTest, TheLiveLineLeavesOutWhatHasNoRoom) {
                             .rate = 3 << 20,
                             .remaining = 20.4,
                             .elapsed = 12};
-    for (std::size_t width = 1; width <= 160; ++width)
-        EXPECT_LE(columnsOf(LiveDisplay::line(progress, width, console)), width);
+    for (std::size_t width = 1; width <= 160; ++width) {
+        const std::string line = LiveDisplay::line(progress, width, console);
+        EXPECT_LE(columnsOf(line), width);
+        EXPECT_EQ(line.find("42%") != line.npos, width >= 6) << width;
+    }
     const std::string wide = LiveDisplay::line(progress, 160, console);
     for (const char* part : {"Uploading package to the Velto Store…", " 42%", "45 MB of 105 MB",
                              "3 MB/s", "0:20 left"})

@@ -2,27 +2,44 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <numeric>
+
 namespace cli_test {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-/// What each drawing of the live line showed, without its codes.
-Strings drawnLines(const std::string& screen) {
-    constexpr std::string_view start = "\r\x1b[?7l";
-    constexpr std::string_view end = "\x1b[K\x1b[?7h";
+/// What stood in the terminal's row after each drawing of the live line.
+Strings shownLines(const std::string& screen, std::size_t width) {
+    constexpr std::string_view end = "\x1b[?7h";
     Strings lines;
-    for (std::size_t at = screen.find(start); at != std::string::npos;
-         at = screen.find(start, at + 1)) {
-        std::string text =
-            screen.substr(at + start.size(), screen.find(end, at) - at - start.size());
-        while (text.find('\x1b') != std::string::npos) {
-            const std::size_t code = text.find('\x1b');
-            text.erase(code, text.find('m', code) - code + 1);
+    Strings cells(width, " ");
+    std::size_t column = 0;
+    for (std::size_t at = 0; at < screen.size(); ++at) {
+        const char byte = screen[at];
+        if (byte == '\r') {
+            column = 0;
+        } else if (byte == '\x1b') {
+            const std::size_t last = screen.find_first_of("mKhl", at);
+            const std::string code = screen.substr(at, last + 1 - at);
+            // At the right edge the cursor stands on the last column.
+            if (code == "\x1b[K")
+                std::fill(cells.begin() + static_cast<int>(std::min(column, width - 1)),
+                          cells.end(), " ");
+            if (code == end)
+                lines.push_back(std::accumulate(cells.begin(), cells.end(), std::string()));
+            at = last;
+        } else if ((byte & 0xC0) == 0x80) {
+            cells[column - 1] += byte;
+        } else if (byte != '\n') {
+            column = std::min(column, width - 1);
+            cells[column++] = byte;
         }
-        lines.push_back(text);
     }
+    for (std::string& line : lines)
+        line.erase(line.find_last_not_of(' ') + 1);
     return lines;
 }
 
@@ -37,7 +54,7 @@ TEST_F(TerminalTest, AnUploadIsOneLiveLineThatGoesAway) {
     child.finish();
     const double seconds = secondsSince(start);
     ASSERT_EQ(child.exitCode, 0) << child.screen;
-    const Strings lines = drawnLines(child.screen);
+    const Strings lines = shownLines(child.screen, 100);
     EXPECT_GE(lines.size(), 5U);
     EXPECT_LE(static_cast<double>(lines.size()), 10 * seconds + 1);
     const std::string all = ::testing::PrintToString(lines);
@@ -52,6 +69,36 @@ TEST_F(TerminalTest, AnUploadIsOneLiveLineThatGoesAway) {
     EXPECT_EQ(linesOf(child.screen.substr(cleared)).size(), 1U) << child.screen;
     EXPECT_THAT(child.screen.substr(cleared), HasSubstr("Uploaded package to the Velto Store."));
     EXPECT_EQ(std::ranges::count(child.screen, '\n'), 1);
+}
+
+TEST_F(TerminalTest, TheLastColumnIsSeenAtEveryWidth) {
+    const std::string package = makeLargePackage(4);
+    for (const unsigned short width : std::initializer_list<unsigned short>{40, 60, 80}) {
+        SCOPED_TRACE(width);
+        std::filesystem::remove_all(folder / "store");
+        TerminalChild child = veltoOnTerminal(job("upload", package), width);
+        child.finish();
+        Strings lines = shownLines(child.screen, width);
+        std::erase_if(lines, [](const std::string& line) { return line.find('%') == line.npos; });
+        EXPECT_FALSE(lines.empty());
+        for (const std::string& line : lines)
+            EXPECT_THAT(line, ::testing::ContainsRegex("(%|B/s|left|[0-9]:[0-9][0-9])$"));
+    }
+}
+
+TEST_F(TerminalTest, TheDigestOfALargeFileHasTheLineToo) {
+    write(folder / "film.mov", "");
+    std::filesystem::resize_file(folder / "film.mov", 800'000'000);
+    TerminalChild child = veltoOnTerminal({"digest", folder / "film.mov"});
+    child.finish();
+    EXPECT_EQ(child.exitCode, 0);
+    EXPECT_THAT(shownLines(child.screen, 100),
+                ::testing::Contains(::testing::ContainsRegex(
+                    "film.mov  .*━.* [0-9]+%.* of 762.9 MB .*B/s .*0:0[0-9] left$")))
+        << child.screen;
+    const std::size_t cleared = child.screen.rfind("\r\x1b[K");
+    ASSERT_NE(cleared, std::string::npos);
+    EXPECT_THAT(child.screen.substr(cleared), ::testing::EndsWith("film.mov\r\n"));
 }
 
 TEST_F(TerminalTest, ColoursCanBeForbidden) {
