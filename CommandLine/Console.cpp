@@ -20,7 +20,8 @@ bool wantsNoColour() {
     return value != nullptr && *value != 0;
 }
 
-constexpr std::string_view eraseLine = "\r\x1b[K";
+/// With what it was wrapped into when the window became narrow.
+constexpr std::string_view eraseLine = "\r\x1b[J";
 
 /// Columns of a text with colours in it.
 std::size_t columnsOfInked(std::string_view text) {
@@ -148,11 +149,18 @@ void Console::eraseLiveLine() {
 
 void Console::drawLiveLine() {
     if (!liveLine_.empty()) {
-        // Without wrapping, so that a window that has just become narrow does not gain a line.
+        const std::size_t columns = width();
+        if (columns != drawnWidth_) {
+            eraseLiveLine();
+        }
+        drawnWidth_ = columns;
         isLiveLineDrawn_ = true;
-        // The cursor does not leave the last column, whose character an erasure would take.
-        const bool isFull = columnsOfInked(liveLine_) >= width();
-        write(Stream::output, "\r\x1b[?7l" + liveLine_ + (isFull ? "\x1b[?7h" : "\x1b[K\x1b[?7h"));
+        // Without wrapping, so that a window that has just become narrow does not gain a line; an
+        // erasure behind the last column would take its character. The cursor waits at the start,
+        // where the terminal's own "^C" and "^Z" are overwritten.
+        const bool isFull = columnsOfInked(liveLine_) >= columns;
+        write(Stream::output,
+              "\r\x1b[?7l" + liveLine_ + (isFull ? "\x1b[?7h\r" : "\x1b[J\x1b[?7h\r"));
     }
 }
 

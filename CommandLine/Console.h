@@ -75,6 +75,7 @@ private:
     mutable std::mutex mutex_;
     std::string liveLine_;
     std::atomic<bool> isLiveLineDrawn_{false};
+    std::size_t drawnWidth_ = 0;  ///< Of the terminal, when it was drawn.
 };
 
 }  // namespace velto::cli

@@ -180,7 +180,7 @@ TEST_F(StoppingTest, CtrlZPausesTheToolToo) {
     ASSERT_TRUE(shell.readUntil("paused\r\n")) << shell.screen;
     EXPECT_EQ(stateOf(velto.front()), 'T');
     EXPECT_EQ(stateOf(tools.front()), 'T');
-    const std::size_t cleared = shell.screen.rfind("\r\x1b[K");
+    const std::size_t cleared = shell.screen.rfind("\r\x1b[J");
     ASSERT_NE(cleared, std::string::npos);
     EXPECT_EQ(shell.screen.find("MB of", cleared), std::string::npos);
     shell.type("\n");

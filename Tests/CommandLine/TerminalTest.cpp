@@ -22,10 +22,10 @@ Strings shownLines(const std::string& screen, std::size_t width) {
         if (byte == '\r') {
             column = 0;
         } else if (byte == '\x1b') {
-            const std::size_t last = screen.find_first_of("mKhl", at);
+            const std::size_t last = screen.find_first_of("mKJhl", at);
             const std::string code = screen.substr(at, last + 1 - at);
             // At the right edge the cursor stands on the last column.
-            if (code == "\x1b[K")
+            if (code == "\x1b[K" || code == "\x1b[J")
                 std::fill(cells.begin() + static_cast<int>(std::min(column, width - 1)),
                           cells.end(), " ");
             if (code == end)
@@ -64,7 +64,7 @@ TEST_F(TerminalTest, AnUploadIsOneLiveLineThatGoesAway) {
             "Uploading package to the Velto Store….*━.*%.* of 16 MB .*MB/s .*0:0[0-9] left")))
         << all;
     // Once the line has been taken away, only the summary follows.
-    const std::size_t cleared = child.screen.rfind("\r\x1b[K");
+    const std::size_t cleared = child.screen.rfind("\r\x1b[J");
     ASSERT_NE(cleared, std::string::npos);
     EXPECT_EQ(linesOf(child.screen.substr(cleared)).size(), 1U) << child.screen;
     EXPECT_THAT(child.screen.substr(cleared), HasSubstr("Uploaded package to the Velto Store."));
@@ -96,7 +96,7 @@ TEST_F(TerminalTest, TheDigestOfALargeFileHasTheLineToo) {
                 ::testing::Contains(::testing::ContainsRegex(
                     "film.mov  .*━.* [0-9]+%.* of 762.9 MB .*B/s .*0:0[0-9] left$")))
         << child.screen;
-    const std::size_t cleared = child.screen.rfind("\r\x1b[K");
+    const std::size_t cleared = child.screen.rfind("\r\x1b[J");
     ASSERT_NE(cleared, std::string::npos);
     EXPECT_THAT(child.screen.substr(cleared), ::testing::EndsWith("film.mov\r\n"));
 }
