@@ -54,6 +54,9 @@ struct Command {
     std::vector<Example> examples = {};
     ExitCode (*run)(Frontend&,
                     const Invocation&) = nullptr;  ///< Null for a mere family of commands.
+    /// What it does counts, and not what it prints of that: it is done also when nobody could be
+    /// told.
+    bool acts = false;
 
     std::string_view lastWord() const { return name.substr(name.rfind(' ') + 1); }
     /// The family's name; empty for a command of the first level.

@@ -56,8 +56,13 @@ ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
             line.add(entry.key.string(), entry.value);
         }
         answer(line);
-        return failure.exitCode;
+    } else {
+        complain(failure);
     }
+    return failure.exitCode;
+}
+
+void Frontend::complain(const Failure& failure) {
     const auto errors = Console::Stream::errors;
     std::string text = console_.inked(errors, Ink::bad, "velto:") + " " +
                        console_.inked(errors, Ink::bold, failure.what) + "\n";
@@ -78,7 +83,6 @@ ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
         entry(next, failure.next);
     }
     console_.print(errors, text);
-    return failure.exitCode;
 }
 
 void Frontend::remark(Ink ink, std::string_view label, std::string_view text) {

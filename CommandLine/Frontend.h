@@ -40,6 +40,8 @@ public:
     /// Says what happened, why and what to do next; answers the exit code. `details` are added to
     /// the result of JSON.
     ExitCode fail(const Failure& failure, const Dictionary& details = {});
+    /// The same for a person, on standard error, whatever the style.
+    void complain(const Failure& failure);
     /// A warning or a note on the way.
     void remark(Ink ink, std::string_view label, std::string_view text);
 

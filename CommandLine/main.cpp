@@ -18,9 +18,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <exception>
 #include <span>
+#include <system_error>
 #include <utility>
 
 namespace velto::cli {
@@ -58,6 +60,23 @@ ExitCode runCommand(Frontend& frontend, const Invocation& invocation) {
     }
 }
 
+/// All was well, but standard output could not be written.
+ExitCode unheard(Frontend& frontend, const Invocation& invocation) {
+    const int problem = frontend.console().problem();
+    if (problem == EPIPE) {
+        // Who reads has enough: `| head -1`.
+        return ExitCode::done;
+    }
+    const bool isDone = invocation.command != nullptr && invocation.command->acts;
+    frontend.complain(
+        {.what = localized("Standard output could not be written."),
+         .why = {std::generic_category().message(problem)},
+         .next = isDone
+                     ? localized("Nothing needs to be done again: only the report of it is lost.")
+                     : localized("Check where the output goes, such as a full disk.")});
+    return isDone ? ExitCode::done : ExitCode::failed;
+}
+
 ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
     if (!arguments.empty() && arguments.front() == completionWord) {
         frontend.console().print(Console::Stream::output,
@@ -87,10 +106,7 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
         code = runCommand(frontend, *invocation);
     }
     if (code == ExitCode::done && !console.isComplete()) {
-        return frontend.fail(
-            {.what = localized("Standard output could not be written."),
-             .next =
-                 localized("Check where the output goes: a full disk, or a program that left.")});
+        return unheard(frontend, *invocation);
     }
     return code;
 }

@@ -122,6 +122,7 @@ const Command& configSetCommand() {
                      {"velto config set VeltoDrovanExtraArgs -- -v detailed",
                       "further arguments of the tool"}},
         .run = &run,
+        .acts = true,
     };
     return command;
 }

@@ -34,6 +34,7 @@ const Command& configUnsetCommand() {
         .operands = {{.name = "KEY", .kind = ArgumentKind::setting}},
         .examples = {{"velto config unset VeltoDrovanProxyHost", "back to the default"}},
         .run = &run,
+        .acts = true,
     };
     return command;
 }

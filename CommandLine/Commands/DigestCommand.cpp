@@ -192,7 +192,8 @@ public:
         if (isStrict_ && malformed_ != 0) {
             reasons_.push_back(linesAreMalformed(malformed_));
         }
-        const bool hasFailed = !reasons_.empty() || wrong_ != 0;
+        // What nobody wanted to hear any more has not been checked.
+        const bool hasFailed = !reasons_.empty() || wrong_ != 0 || (isCheck && !isWanted());
         if (!frontend_.printsJSON()) {
             return hasFailed ? ExitCode::failed : ExitCode::done;
         }

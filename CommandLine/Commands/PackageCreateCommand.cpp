@@ -281,6 +281,7 @@ const Command& packageCreateCommand() {
              {"velto package create Teaser.mov -p Studio --vendor-id FILM_1 --asset trailer",
               "a package of the film's trailer"}},
         .run = &run,
+        .acts = true,
     };
     return command;
 }

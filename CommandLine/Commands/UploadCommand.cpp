@@ -32,6 +32,7 @@ const Command& uploadCommand() {
              {"velto upload FILM_1.velmp --api-key KEY --issuer ISSUER --transport Signiant",
               "signs in with an API key and chooses the transport"}},
         .run = &run,
+        .acts = true,
     };
     return command;
 }

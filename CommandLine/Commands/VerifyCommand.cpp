@@ -25,6 +25,7 @@ const Command& verifyCommand() {
                      {"velto verify FILM_1.velmp --api-key KEY --issuer ISSUER --json",
                       "signs in with an API key; one JSON object a line"}},
         .run = &run,
+        .acts = true,
     };
     return command;
 }

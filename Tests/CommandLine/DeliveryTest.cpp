@@ -131,6 +131,47 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
     }
 }
 
+/// What is asked for must be heard; what has been done is done.
+TEST_F(DeliveryTest, AnOutputThatCannotBeWrittenUndoesNothing) {
+    int left[2];
+    ASSERT_EQ(pipe(left), 0);
+    close(left[0]);
+    environment["VELTO"] = velto::testing::veltoProgram();
+    environment["PACKAGE"] = makePackage();
+    const std::string verify = "verify \"$PACKAGE\" -u demo@sandbox.invalid ";
+    const std::string noReader = ">&" + std::to_string(left[1]);
+    const struct {
+        std::string command;
+        int exitCode;
+        const char* said;
+    } rows[] = {
+        {verify + ">/dev/full", 0, "No space left"},
+        {verify + "--json >/dev/full", 0, "No space left"},
+        {verify + noReader, 0, ""},
+        {"config list >/dev/full", 1, "No space left"},
+        {"config list --json >/dev/full", 1, "No space left"},
+        {"config list " + noReader, 0, ""},
+        {"digest --check <(md5sum \"$PACKAGE\"/*) " + noReader, 1, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command);
+        const Child child(Child::ToItsEnd(), "/bin/bash", {"-c", "exec \"$VELTO\" " + row.command},
+                          environment);
+        EXPECT_EQ(child.exitCode, row.exitCode);
+        EXPECT_EQ(child.errors.empty(), *row.said == 0) << child.errors;
+        EXPECT_THAT(child.errors, HasSubstr(row.said));
+    }
+    close(left[1]);
+}
+
+TEST_F(DeliveryTest, SignalsThatTheParentIgnoredAreNotLost) {
+    const Child child(Child::ToItsEnd(), "/usr/bin/env",
+                      {"--ignore-signal=CHLD", "--block-signal", velto::testing::veltoProgram(),
+                       "verify", makePackage(), "-u", "demo@sandbox.invalid"},
+                      environment);
+    EXPECT_EQ(child.exitCode, 0) << child.all();
+}
+
 TEST_F(DeliveryTest, EveryFormOfCredentialsSignsIn) {
     const std::string package = makePackage();
     write(folder / "token.plist",
