@@ -8,6 +8,7 @@
 #include <Tests/Support/WaitUntil.h>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -42,10 +43,14 @@ TEST(MZMD5Worker, DigestsItsFile) {
 
 TEST(MZMD5Worker, HasNoDigestOfWhatItCannotRead) {
     const TemporaryDirectory folder;
+    ASSERT_EQ(mkfifo(folder.at("pipe").c_str(), 0600), 0);
     const struct {
         std::string file;
         std::int64_t code;
-    } rows[] = {{folder.at("none"), -18001}, {folder.path(), -18007}};
+    } rows[] = {{folder.at("none"), -18001},
+                {folder.path(), -18007},
+                {folder.at("pipe"), -18004},
+                {"/dev/zero", -18004}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.file);
         const auto worker = velto::make<MZMD5Worker>(row.file);

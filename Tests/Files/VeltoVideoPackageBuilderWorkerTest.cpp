@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -202,9 +203,12 @@ TEST(VeltoVideoPackageBuilderWorker, RefusesAVideoThatIsNotTheDigestedOne) {
         {"longer", [](const std::string& video) { std::ofstream(video, std::ios::app) << "more"; }},
         {"overwritten",
          [](const std::string& video) {
-             std::ofstream(video, std::ios::trunc) << "VIDEO";
-             std::filesystem::last_write_time(
-                 video, std::filesystem::file_time_type::clock::now() + std::chrono::seconds(1));
+             const auto time = std::filesystem::last_write_time(video);
+             const auto before = FileManager::attributes(video);
+             while (FileManager::attributes(video)->changed == before->changed) {
+                 std::ofstream(video, std::ios::in) << "VIDEO";
+                 std::filesystem::last_write_time(video, time);
+             }
          }},
         {"replaced",
          [](const std::string& video) {
@@ -234,6 +238,96 @@ TEST(VeltoVideoPackageBuilderWorker, RefusesAVideoThatIsNotTheDigestedOne) {
         EXPECT_EQ(builder->errors().size(), 1U);
         EXPECT_EQ(builder->createdDirectory(), "");
     }
+}
+
+/// Calls `act` when the copy begins, or when all of it has been copied.
+velto::Observation whenCopying(Builder& builder, bool isDone, std::function<void()> act) {
+    return builder.observe(
+        isDone ? "percentComplete" : "statusMessage",
+        [&builder, isDone, act](const velto::PropertyChange&) {
+            if (isDone ? builder.size() != 0 && builder.percentComplete() >= 100
+                       : builder.statusMessage() == "Copying media to the package…") {
+                act();
+            }
+        });
+}
+
+/// What others do meanwhile in the folder of the video, or in the package's.
+TEST(VeltoVideoPackageBuilderWorker, IsNotLedAstrayWhileItCopies) {
+    const mode_t mask = umask(0);
+    for (const bool digestsCopy : {false, true}) {
+        SCOPED_TRACE(digestsCopy);
+        const TemporaryDirectory folder;
+        const std::string video = folder.write("movie.mov", "video");
+        const std::string victim = folder.write("victim", "a stranger's");
+        folder.write("other.mov", "VIDEO");
+        const std::string package = folder.at("movie-UntitledVeltoStoreDelivery.velmp");
+        const auto build = [&](bool atEnd, const std::function<void()>& act) {
+            auto builder = digestsCopy
+                               ? Builder::builderForVideo(std::make_shared<VeltoGivenVideoMetadata>(
+                                                              "Film", "DemoStudio", "FILM_1"),
+                                                          video, "Main")
+                               : builderFor(video);
+            const auto observation = whenCopying(*builder, atEnd, act);
+            builder->run();
+            return builder;
+        };
+        const auto rename = [&](const std::string& from, const std::string& to) {
+            std::filesystem::rename(folder.at(from), folder.at(to));
+        };
+        // Another film is there while the copy begins, and this one again when it is checked.
+        unsigned turn = 0;
+        auto builder = builderFor(video);
+        {
+            const auto swap = [&] {
+                rename("movie.mov", "kept");
+                rename("other.mov", "movie.mov");
+                rename("kept", "other.mov");
+                ++turn;
+            };
+            if (digestsCopy) {
+                builder = build(true, [&] { std::ofstream(video, std::ios::app) << "more"; });
+                std::filesystem::resize_file(video, 5);
+            } else {
+                const auto first = whenCopying(*builder, false, swap);
+                const auto second = whenCopying(*builder, true, [&] {
+                    if (turn == 1) {
+                        swap();
+                    }
+                });
+                builder->run();
+                EXPECT_EQ(turn, 2U);
+            }
+        }
+        ASSERT_EQ(builder->errors().size(), 1U);
+        EXPECT_THAT(builder->errors().front(), IsError(velto::GeneralErrorDomain, ESTALE));
+        EXPECT_FALSE(FileManager::exists(package + "/metadata.xml"));
+        EXPECT_FALSE(builder->discard());
+        EXPECT_FALSE(FileManager::exists(package));
+
+        builder = build(false, [&] {
+            EXPECT_EQ(FileManager::attributes(package)->mode, 0755U);
+            std::filesystem::create_symlink(victim, package + "/metadata.xml");
+        });
+        EXPECT_EQ(contentsOfFile(victim), "a stranger's");
+        ASSERT_EQ(builder->errors().size(), 1U);
+        EXPECT_THAT(builder->errors().front(), IsError(velto::POSIXErrorDomain, EEXIST));
+        EXPECT_EQ(builder->packagePath(), "");
+        EXPECT_TRUE(builder->discard());
+        EXPECT_TRUE(std::filesystem::is_symlink(package + "/metadata.xml"));
+        ASSERT_TRUE(FileManager::remove(package));
+
+        builder = build(false, [&] {
+            std::filesystem::rename(package, folder.at("moved"));
+            folder.write(std::filesystem::path(package).filename().string() + "/movie.mov", "own");
+        });
+        ASSERT_EQ(builder->errors().size(), 1U);
+        EXPECT_THAT(builder->errors().front(), IsError(velto::GeneralErrorDomain, ESTALE));
+        EXPECT_TRUE(builder->discard());
+        EXPECT_THAT(*FileManager::namesInFolder(package), ::testing::ElementsAre("movie.mov"));
+        EXPECT_THAT(*FileManager::namesInFolder(folder.at("moved")), ::testing::IsEmpty());
+    }
+    umask(mask);
 }
 
 TEST(VeltoVideoPackageBuilderWorker, PassesAnExceptionOnAtFullProgress) {
@@ -349,6 +443,58 @@ TEST(VeltoVideoPackageBuilderWorker, SharesNoFolderWithAnotherBuild) {
     EXPECT_EQ(packages.size(), builders.size());
 }
 
+/// Only what a build of the same video has left for good, and what nobody else could have changed.
+TEST(VeltoVideoPackageBuilderWorker, TakesOverNothingThatIsNotItsOwn) {
+    const auto metadata = std::make_shared<VeltoGivenVideoMetadata>("Film", "P", "V");
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("movie.mov", "video");
+    const std::string package = folder.at("movie-UntitledVeltoStoreDelivery.velmp");
+    const std::string mark = package + "/.velto-unfinished";
+    const struct {
+        const char* name;
+        std::function<void()> prepare;
+        bool isTakenOver;
+    } rows[] = {
+        {"the mark alone", [] {}, true},
+        {"a part of the video", [&] { std::ofstream(package + "/movie.mov") << "v"; }, true},
+        {"something else", [&] { std::ofstream(package + "/mine") << "mine"; }, false},
+        {"others may write", [&] { chmod(package.c_str(), 0777); }, false},
+        {"a stranger's", [&] { ASSERT_EQ(chown(mark.c_str(), 1, 1), 0); }, false},
+        {"a link",
+         [&] {
+             std::filesystem::rename(mark, folder.at("mark"));
+             std::filesystem::create_symlink(folder.at("mark"), mark);
+         },
+         false},
+        {"no mark", [&] { std::filesystem::remove(mark); }, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        if (std::string_view(row.name) == "a stranger's" && geteuid() != 0) {
+            continue;
+        }
+        folder.write(std::filesystem::path(mark).lexically_relative(folder.path()).string(), "");
+        row.prepare();
+        const auto before = *FileManager::namesInFolder(package);
+        const auto builder = Builder::builderForVideo(metadata, video, "Main");
+        builder->run();
+        EXPECT_EQ(builder->packagePath() == package, row.isTakenOver) << builder->description();
+        EXPECT_EQ(faultOf(builder->packagePath()), "");
+        EXPECT_EQ(builder->md5(), md5Of("video"));
+        EXPECT_TRUE(row.isTakenOver || *FileManager::namesInFolder(package) == before);
+        std::filesystem::remove_all(builder->packagePath());
+        std::filesystem::remove_all(package);
+    }
+    // One that is still being made.
+    const auto first = Builder::builderForVideo(metadata, video, "Main");
+    const auto second = Builder::builderForVideo(metadata, video, "Main");
+    const auto observation = whenCopying(*first, false, [&] { second->run(); });
+    first->run();
+    EXPECT_EQ(first->packagePath(), package);
+    EXPECT_NE(second->packagePath(), package);
+    EXPECT_EQ(faultOf(first->packagePath()) + faultOf(second->packagePath()), "");
+}
+
 /// A disk too small for the copy, and one too small for the metadata alone.
 TEST(VeltoVideoPackageBuilderWorker, LeavesNoMetadataOnAFullDisk) {
     if (velto::testing::ranOnSmallDisk(4)) {
@@ -387,7 +533,8 @@ TEST(VeltoVideoPackageBuilderWorker, LeavesNoMetadataOnAFullDisk) {
 }
 
 /// A build that is killed at any moment leaves a whole package or one without metadata, and does
-/// not stand in the way of the next. VELTO_TEST_KILLS asks for more kills.
+/// not stand in the way of the next; one that is marked takes over what is not whole (but for a
+/// folder without its mark yet). VELTO_TEST_KILLS asks for more kills.
 TEST(VeltoVideoPackageBuilderWorker, SurvivesBeingKilledAtAnyMoment) {
     std::mt19937_64 random(velto::testing::randomSeed());
     const char* const asked = std::getenv("VELTO_TEST_KILLS");
@@ -401,7 +548,9 @@ TEST(VeltoVideoPackageBuilderWorker, SurvivesBeingKilledAtAnyMoment) {
     unsigned whole = 0;
     unsigned partial = 0;
     for (std::int64_t round = 0; round < kills; ++round) {
-        const auto builder = Builder::initWithMetadataWorker(metadata, md5, "Main");
+        const bool isMarked = round % 2 == 0;
+        const auto builder = isMarked ? Builder::builderForVideo(metadata, video, "Main")
+                                      : Builder::initWithMetadataWorker(metadata, md5, "Main");
         const pid_t child = fork();
         ASSERT_GE(child, 0);
         if (child == 0) {
@@ -416,18 +565,22 @@ TEST(VeltoVideoPackageBuilderWorker, SurvivesBeingKilledAtAnyMoment) {
         kill(child, SIGKILL);
         ASSERT_EQ(waitpid(child, nullptr, 0), child);
         const bool isBegun = FileManager::exists(package);
-        if (FileManager::exists(package + "/metadata.xml")) {
+        const bool isWhole = FileManager::exists(package + "/metadata.xml");
+        if (isWhole) {
             ++whole;
             ASSERT_EQ(faultOf(package), "");
         } else if (isBegun) {
             ++partial;
         }
+        const bool isTaken =
+            isWhole || (isBegun && (!isMarked || FileManager::namesInFolder(package)->empty()));
         builder->run();
         ASSERT_FALSE(builder->hasErrors()) << builder->description();
-        ASSERT_EQ(builder->packagePath() == package, !isBegun);
+        ASSERT_EQ(builder->packagePath() == package, !isTaken);
         ASSERT_EQ(faultOf(builder->packagePath()), "");
+        ASSERT_EQ(FileManager::namesInFolder(builder->packagePath())->size(), 2U);
         ASSERT_TRUE(FileManager::remove(builder->packagePath()));
-        ASSERT_TRUE(!isBegun || FileManager::remove(package));
+        ASSERT_TRUE(!isTaken || FileManager::remove(package));
     }
     std::cout << whole << " whole, " << partial << " partial of " << kills << '\n';
 }

@@ -366,6 +366,39 @@ TEST(AllocationFailure, OfCopiesAndPackages) {
     const auto removeCopy = [&] { std::filesystem::remove(copied); };
     const std::string state = "Failed to create the copy_file_state.";
     const std::string memory = "Failed to copy the file (err=12).";
+    const std::string directory =
+        "Unable to create directory: " + package + ": " + package + ": Cannot allocate memory";
+    using Builder = VeltoVideoPackageBuilderWorker;
+    const auto builder = [&](bool isMarked) {
+        return isMarked ? Builder::builderForVideo(metadata, video, "Main")
+                        : Builder::initWithMetadataWorker(metadata, md5, "Main");
+    };
+    const auto packageOf = [](Builder& made, Error& error) {
+        made.run();
+        if (made.hasErrors()) {
+            error = made.errors().front();
+            return Text();
+        }
+        return Text(made.packagePath());
+    };
+    const auto removePackage = [&] {
+        if (!FileManager::exists(package)) {
+            return;
+        }
+        const auto names = FileManager::namesInFolder(package);
+        ASSERT_TRUE(names);
+        for (const std::string& name : *names) {
+            EXPECT_TRUE(name == "movie.mov" || name == "metadata.xml" ||
+                        name == ".velto-unfinished")
+                << name;
+        }
+        if (FileManager::exists(package + "/metadata.xml")) {
+            EXPECT_FALSE(FileManager::exists(package + "/.velto-unfinished"));
+            EXPECT_TRUE(contentsOfFile(package + "/movie.mov") == bytes);
+            EXPECT_TRUE(contentsOfFile(package + "/metadata.xml").ends_with("</package>\n"));
+        }
+        std::filesystem::remove_all(package);
+    };
     const Operation operations[] = {
         {"copy",
          [&](Error& error) {
@@ -383,32 +416,13 @@ TEST(AllocationFailure, OfCopiesAndPackages) {
          {state, memory},
          removeCopy},
         {"build a package",
-         [&](Error& error) {
-             const auto builder =
-                 VeltoVideoPackageBuilderWorker::initWithMetadataWorker(metadata, md5, "Main");
-             builder->run();
-             if (builder->hasErrors()) {
-                 error = builder->errors().front();
-                 return Text();
-             }
-             return Text(builder->packagePath());
-         },
-         {state, memory},
-         [&] {
-             if (!FileManager::exists(package)) {
-                 return;
-             }
-             const auto names = FileManager::namesInFolder(package);
-             ASSERT_TRUE(names);
-             for (const std::string& name : *names) {
-                 EXPECT_TRUE(name == "movie.mov" || name == "metadata.xml") << name;
-             }
-             if (FileManager::exists(package + "/metadata.xml")) {
-                 EXPECT_TRUE(contentsOfFile(package + "/movie.mov") == bytes);
-                 EXPECT_TRUE(contentsOfFile(package + "/metadata.xml").ends_with("</package>\n"));
-             }
-             std::filesystem::remove_all(package);
-         }},
+         [&](Error& error) { return packageOf(*builder(false), error); },
+         {state, memory, directory},
+         removePackage},
+        {"build a marked package",
+         [&](Error& error) { return packageOf(*builder(true), error); },
+         {state, memory, directory},
+         removePackage},
     };
     for (const Operation& operation : operations) {
         expectToSurvive(operation);

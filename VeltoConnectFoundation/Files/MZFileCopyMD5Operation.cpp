@@ -2,6 +2,8 @@
 
 #include <VeltoConnectFoundation/Platform/CopyFile.h>
 
+#include <utility>
+
 using velto::Error;
 
 MZFileCopyMD5Operation::MZFileCopyMD5Operation(velto::PassKey key,
@@ -23,15 +25,14 @@ std::shared_ptr<MZFileCopyMD5Operation> MZFileCopyMD5Operation::initWithFile(
     return velto::make<MZFileCopyMD5Operation>(path, computeFileSize(path));
 }
 
-Error MZFileCopyMD5Operation::copyToPath(std::string_view destination) {
+Error MZFileCopyMD5Operation::finish(Error error) {
     md5_.reset();
-    context_ = MZMD5Context::context();
-    Error error = MZFileCopyOperation::copyToPath(destination);
-    if (const Error& digest = context_.error()) {
+    MZMD5Context context = std::exchange(context_, MZMD5Context::context());
+    if (const Error& digest = context.error()) {
         return digest;
     }
     if (!error) {
-        md5_ = context_.md5WithError(&error);
+        md5_ = context.md5WithError(&error);
     }
     return error;
 }

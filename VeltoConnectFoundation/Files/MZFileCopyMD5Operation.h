@@ -17,14 +17,13 @@ public:
     static std::shared_ptr<MZFileCopyMD5Operation> initWithFile(
         std::string_view path);  ///< Raises.
 
-    /// Also fails with the error of the digest.
-    [[nodiscard]] velto::Error copyToPath(std::string_view destination) override;
-
-    /// 32 lower-case digits; none unless the last copy succeeded. On the thread of the copy.
+    /// 32 lower-case digits; none unless the last copy succeeded. A digest that fails is an error
+    /// of the copy. On the thread of the copy.
     const std::optional<std::string>& md5() const { return md5_; }
 
 protected:
     void prepare(velto::CopyFileObserver& observer) override;
+    velto::Error finish(velto::Error error) override;
 
 private:
     MZMD5Context context_;

@@ -2,7 +2,6 @@
 
 #include <VeltoConnectFoundation/Platform/CopyFile.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
-#include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 
 #include <cerrno>
@@ -73,6 +72,19 @@ std::shared_ptr<MZFileCopyOperation> MZFileCopyOperation::initWithFile(std::stri
 }
 
 Error MZFileCopyOperation::copyToPath(std::string_view destination) {
+    return finish(copy(destination, [&](const auto& observer, Error* failure) {
+        return velto::copyFile(file_, destination, observer, failure);
+    }));
+}
+
+Error MZFileCopyOperation::copyToFolder(const velto::Folder& folder, std::string_view name) {
+    return finish(copy(name, [&](const auto& observer, Error* failure) {
+        return velto::copyFile(file_, folder, name, observer, failure);
+    }));
+}
+
+template <class CopyFile>
+Error MZFileCopyOperation::copy(std::string_view destination, const CopyFile& copyFile) {
     if (file_.empty()) {
         return copyError(localized("No source file specified"));
     }
@@ -89,13 +101,23 @@ Error MZFileCopyOperation::copyToPath(std::string_view destination) {
         total = written;
         return advanced(written);
     };
+    bool isChanged = false;
+    sourceAttributes_.reset();
+    observer.source = [&](const velto::FileAttributes& source) {
+        isChanged = sourceAttributes_ && !source.isUnchangedSince(*sourceAttributes_);
+        sourceAttributes_ = source;
+    };
     prepare(observer);
     Error failure;
     bool isCopied = false;
     try {
-        isCopied = velto::copyFile(file_, destination, observer, &failure);
+        isCopied = copyFile(observer, &failure);
     } catch (const std::bad_alloc&) {
+        sourceAttributes_.reset();
         return copyError(localized("Failed to create the copy_file_state."));
+    }
+    if (!isCopied || isChanged) {
+        sourceAttributes_.reset();
     }
     if (!isCopied) {
         return copyError(isCancelled() ? localized("The user canceled the file copy.")
@@ -115,6 +137,10 @@ void MZFileCopyOperation::copyToFile(std::string_view destination) {
 }
 
 void MZFileCopyOperation::prepare(velto::CopyFileObserver&) {
+}
+
+Error MZFileCopyOperation::finish(Error error) {
+    return error;
 }
 
 bool MZFileCopyOperation::advanced(std::uint64_t written) {

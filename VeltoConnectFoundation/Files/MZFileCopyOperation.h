@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/Clock.h>
 #include <VeltoConnectFoundation/Platform/Error.h>
+#include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/Make.h>
 
 #include <atomic>
@@ -14,7 +15,8 @@
 
 namespace velto {
 struct CopyFileObserver;
-}
+class Folder;
+}  // namespace velto
 
 inline constexpr std::string_view MZFileCopyErrorDomain = "MZFileCopyErrorDomain";
 /// Raised by the forms that return no error.
@@ -49,7 +51,10 @@ public:
     /// Fails when anything is at `destination` already, and leaves that as it is. After another
     /// failure, or a cancel, a part of the copy may stay there. Nothing is synchronized with the
     /// disk. A cancelled operation stays cancelled: it copies nothing any more.
-    [[nodiscard]] virtual velto::Error copyToPath(std::string_view destination);
+    [[nodiscard]] velto::Error copyToPath(std::string_view destination);
+    /// The same for a new file of `folder`, whatever its path leads to meanwhile. A symbolic link
+    /// is an error. Nobody but the owner may write the copy, and it is synchronized with the disk.
+    [[nodiscard]] velto::Error copyToFolder(const velto::Folder& folder, std::string_view name);
     void copyToFile(std::string_view destination);  ///< Raises.
 
     /// A copy that runs ends with an error after at most 8 MiB more.
@@ -59,6 +64,11 @@ public:
     const std::string& file() const { return file_; }
     const velto::Value& fileSize() const { return fileSize_; }  ///< A number.
     std::uint64_t size() const { return fileSize_.unsignedValue(); }
+    /// Of the file that the last copy opened, if it was the same when the copy was whole: none
+    /// after a failure, or for a file that changed meanwhile. On the thread of the copy.
+    const std::optional<velto::FileAttributes>& sourceAttributes() const {
+        return sourceAttributes_;
+    }
     /// Bytes so far, holes among them: brought up to date four times a second, and at the end.
     std::uint64_t copied() const { return numBytesWritten_.load(); }
 
@@ -69,10 +79,14 @@ public:
     }
 
 protected:
-    /// What else an observer wants of the copy.
+    /// What else an observer wants of the copy that is about to begin.
     virtual void prepare(velto::CopyFileObserver& observer);
+    /// What became of the copy; the answer is what its caller gets.
+    virtual velto::Error finish(velto::Error error);
 
 private:
+    template <class CopyFile>
+    velto::Error copy(std::string_view destination, const CopyFile& copyFile);
     bool advanced(std::uint64_t written);
     void setNumBytesWritten(std::uint64_t written);
 
@@ -81,5 +95,6 @@ private:
     std::atomic<bool> cancelled_{false};
     std::atomic<std::uint64_t> numBytesWritten_{0};
     std::optional<velto::Date> lastProgressTime_;
+    std::optional<velto::FileAttributes> sourceAttributes_;
     ProgressCallback callback_;
 };

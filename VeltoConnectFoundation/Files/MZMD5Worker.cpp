@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
 #include <VeltoConnectFoundation/Platform/Clock.h>
+#include <VeltoConnectFoundation/Platform/FileReaderPrivate.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Stream.h>
 
@@ -11,6 +12,7 @@
 using velto::Error;
 using velto::FileManager;
 using velto::Guard;
+using velto::StreamStatus;
 
 namespace {
 
@@ -21,13 +23,18 @@ constexpr double progressSpacing = 0.25;  // seconds
 class WatchedStream final : public velto::InputStream {
 public:
     WatchedStream(const std::string& file, MZAbstractWorker& worker, MZMD5Operation& operation)
-        : stream_(InputStream::withFile(file)), worker_(worker), operation_(operation) {}
+        : file_(velto::FileReader::open(file, &error_)), worker_(worker), operation_(operation) {
+        status_ = file_ ? StreamStatus::open : StreamStatus::error;
+    }
 
-    void open() override { stream_->open(); }
-    void close() override { stream_->close(); }
-    velto::StreamStatus streamStatus() const override { return stream_->streamStatus(); }
-    Error streamError() const override { return stream_->streamError(); }
-    bool hasBytesAvailable() const override { return stream_->hasBytesAvailable(); }
+    std::optional<velto::FileAttributes> fileAttributes() const {
+        return file_ ? file_->attributes() : std::nullopt;
+    }
+
+    void open() override {}
+    void close() override { status_ = StreamStatus::closed; }
+    StreamStatus streamStatus() const override { return status_; }
+    Error streamError() const override { return error_; }
     std::ptrdiff_t read(std::uint8_t* buffer, std::size_t length) override {
         if (worker_.isCancelled()) {
             operation_.cancel();
@@ -37,11 +44,17 @@ public:
             told_ = now;
             worker_.setPercentComplete(worker_.percentComplete());
         }
-        return stream_->read(buffer, length);
+        const std::ptrdiff_t count = file_ ? file_->read(buffer, length, &error_) : -1;
+        if (count <= 0) {
+            status_ = count == 0 ? StreamStatus::atEnd : StreamStatus::error;
+        }
+        return count;
     }
 
 private:
-    const std::shared_ptr<InputStream> stream_;
+    Error error_;
+    std::optional<velto::FileReader> file_;
+    StreamStatus status_;
     MZAbstractWorker& worker_;
     MZMD5Operation& operation_;
     velto::Date told_ = velto::Clock::now();
@@ -78,20 +91,19 @@ void MZMD5Worker::run() {
 }
 
 std::optional<std::string> MZMD5Worker::computeMD5(Error& error) {
-    const auto attributes = FileManager::attributes(file_);
-    if (!attributes) {
-        return operation_->computeMD5WithError(&error);  // which words what is in the way
-    }
-    {
-        Guard guard(resultLock_);
-        fileAttributes_ = attributes;
-    }
-    size_ = attributes->size;
     WatchedStream stream(file_, *this, *operation_);
-    stream.open();
-    std::optional<std::string> md5 = operation_->computeMD5WithStream(&stream, &error);
-    stream.close();
-    return md5;
+    const auto attributes = stream.fileAttributes();
+    if (attributes) {
+        {
+            Guard guard(resultLock_);
+            fileAttributes_ = attributes;
+        }
+        size_ = attributes->size;
+    } else if (!FileManager::exists(file_)) {
+        static_cast<void>(operation_->computeMD5WithError(&error));  // which words it
+        return std::nullopt;
+    }
+    return operation_->computeMD5WithStream(&stream, &error);
 }
 
 void MZMD5Worker::cancel() {

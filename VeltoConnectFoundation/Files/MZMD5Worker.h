@@ -7,7 +7,8 @@
 
 class MZMD5Operation;
 
-/// Computes the MD5 of a file. Any thread may ask meanwhile how far it is.
+/// Computes the MD5 of a file; what is none (a pipe, a device) is an error. Any thread may ask
+/// meanwhile how far it is.
 class VELTO_EXPORT MZMD5Worker : public MZAbstractWorker, public MZThroughputWorker {
 public:
     MZMD5Worker(velto::PassKey, std::string_view file);
@@ -19,7 +20,7 @@ public:
     const std::string& file() const { return file_; }
     /// 32 lower-case digits; none before the end, and when it failed or was cancelled.
     std::optional<std::string> md5() const;
-    /// Of the file when the digest began; none before, or without a file.
+    /// Of the file that is digested, when the digest began; none before, or without a file.
     std::optional<velto::FileAttributes> fileAttributes() const;
 
     /// Of the bytes that have been digested; 100 once the worker has ended.

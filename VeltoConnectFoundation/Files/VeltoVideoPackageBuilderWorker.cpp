@@ -1,7 +1,8 @@
 #include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
 
-#include <VeltoConnectFoundation/Files/MZFileCopyOperation.h>
+#include <VeltoConnectFoundation/Files/MZFileCopyMD5Operation.h>
 #include <VeltoConnectFoundation/Files/MZMD5Worker.h>
+#include <VeltoConnectFoundation/Files/VeltoPackageFolderPrivate.h>
 #include <VeltoConnectFoundation/Files/VeltoVideoMetadataWorker.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
@@ -32,8 +33,10 @@ std::string lastComponent(std::string_view path) {
     return std::filesystem::path(path).filename().string();
 }
 
-std::string inFolder(std::string_view folder, std::string_view name) {
-    return (std::filesystem::path(folder) / name).string();
+/// The name by number: the example itself, then "…-1.velmp" and so on.
+std::string candidate(std::string_view example, unsigned long number) {
+    return number == 0 ? std::string(example)
+                       : withoutExtension(example) + format("-%lu.velmp", number);
 }
 
 Error refusal(int code, const std::string& text) {
@@ -52,12 +55,6 @@ Error faultOfSource(const std::string& source) {
                        localizedFormat("%@: a package's own metadata bears this name", source));
     }
     return {};
-}
-
-bool isUnchanged(const velto::FileAttributes& before, std::string_view path) {
-    const auto now = FileManager::attributes(path);
-    return now && now->device == before.device && now->inode == before.inode &&
-           now->size == before.size && now->modified == before.modified;
 }
 
 std::string cancelledMessage() {
@@ -92,6 +89,16 @@ VeltoVideoPackageBuilderWorker::initWithMetadataWorker(
                                                        std::move(md5Worker), assetType);
 }
 
+std::shared_ptr<VeltoVideoPackageBuilderWorker> VeltoVideoPackageBuilderWorker::builderForVideo(
+    std::shared_ptr<VeltoVideoMetadataWorker> metadataWorker,
+    std::string_view video,
+    std::string_view assetType) {
+    auto builder = initWithMetadataWorker(std::move(metadataWorker),
+                                          velto::make<MZMD5Worker>(video), assetType);
+    builder->digestsCopy_ = true;
+    return builder;
+}
+
 void VeltoVideoPackageBuilderWorker::run() {
     if (!startUnlessCancelled()) {
         setPercentComplete(100);
@@ -101,7 +108,7 @@ void VeltoVideoPackageBuilderWorker::run() {
     try {
         if (!videoMetadataWorker_->isValidVendorID()) {
             addErrorMessage(localized("No valid metadata"));
-        } else if (!md5Worker_->md5()) {
+        } else if (!digestsCopy_ && !md5Worker_->md5()) {
             addErrorMessage(localized("No valid MD5"));
         } else {
             addError(createPackage());
@@ -139,18 +146,12 @@ Error VeltoVideoPackageBuilderWorker::createPackage() {
     if (Error fault = faultOfSource(source)) {
         return fault;
     }
-    const std::string example = withoutExtension(source) + "-UntitledVeltoStoreDelivery.velmp";
     std::string directory;
-    Error taken;
-    bool isNew = false;
-    do {
-        directory = uniqueDirectoryNameWithExample(example);
-        isNew = FileManager::createNewFolder(directory, 0777, &taken);
-        // Between asking and making, another build may have taken the name.
-    } while (!isNew && taken.code() == EEXIST);
-    if (isNew) {
-        Guard guard(copyLock_);
-        createdDirectory_ = directory;
+    if (const Error failure = makeFolder(source, directory)) {
+        tellPhase(localized("Creating Velto Store package…"));
+        addErrorMessage(localizedFormat("Unable to create directory: %@: %@", directory,
+                                        failure.localizedDescription()));
+        return {};
     }
     Error error =
         _createPackageAtDirectory(directory, source, md5Worker_->md5().value_or(std::string()));
@@ -160,18 +161,60 @@ Error VeltoVideoPackageBuilderWorker::createPackage() {
     return error;
 }
 
+/// The first free name. It is asked for by making the folder: another build may want it, too.
+Error VeltoVideoPackageBuilderWorker::makeFolder(const std::string& source,
+                                                 std::string& directory) {
+    using Kind = VeltoPackageFolder::Kind;
+    const std::string example = withoutExtension(source) + "-UntitledVeltoStoreDelivery.velmp";
+    Error failure;
+    for (unsigned long number = 0; folder_ == nullptr; ++number) {
+        directory = candidate(example, number);
+        folder_ = VeltoPackageFolder::create(directory,
+                                             digestsCopy_ ? Kind::marked : Kind::unmarked, failure);
+        if (folder_ == nullptr && failure.code() != EEXIST) {
+            return failure;
+        }
+        if (folder_ == nullptr && digestsCopy_) {
+            folder_ = VeltoPackageFolder::takeOver(directory, lastComponent(source));
+        }
+    }
+    Guard guard(copyLock_);
+    createdDirectory_ = directory;
+    return {};
+}
+
+VeltoPackageFolder* VeltoVideoPackageBuilderWorker::folderAt(std::string_view directory,
+                                                             Error& error) {
+    if (folder_ == nullptr || folder_->path() != directory) {
+        folder_ = VeltoPackageFolder::at(std::string(directory), error);
+    }
+    return folder_.get();
+}
+
+Error VeltoVideoPackageBuilderWorker::discard() {
+    if (folder_ == nullptr) {
+        return {};
+    }
+    if (Error failure = folder_->remove(lastComponent(md5Worker_->file()))) {
+        return failure;
+    }
+    folder_.reset();
+    Guard guard(copyLock_);
+    createdDirectory_.clear();
+    return {};
+}
+
 bool VeltoVideoPackageBuilderWorker::isMetadataName(std::string_view name) {
     return name.size() == metadataName.size() && velto::findIgnoringCase(name, metadataName) == 0;
 }
 
 std::string VeltoVideoPackageBuilderWorker::uniqueDirectoryNameWithExample(std::string_view path) {
     // A link that leads nowhere takes its name, too.
-    std::string candidate(path);
-    const std::string stem = withoutExtension(path);
-    for (unsigned long number = 1; FileManager::linkAttributes(candidate); ++number) {
-        candidate = stem + format("-%lu.velmp", number);
+    std::string name(path);
+    for (unsigned long number = 1; FileManager::linkAttributes(name); ++number) {
+        name = candidate(path, number);
     }
-    return candidate;
+    return name;
 }
 
 Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view directory,
@@ -179,43 +222,64 @@ Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view
                                                                 std::string_view md5) {
     tellPhase(localized("Creating Velto Store package…"));
     Error failure;
-    if (!FileManager::createFolder(directory, 0777, &failure)) {
+    VeltoPackageFolder* const folder = folderAt(directory, failure);
+    if (folder == nullptr) {
         addErrorMessage(localizedFormat("Unable to create directory: %@: %@", directory,
                                         failure.localizedDescription()));
         return {};
     }
-    const std::string destination = inFolder(directory, lastComponent(sourceFile));
     tellPhase(localized("Copying media to the package…"));
-    const Value size = fileCopy(sourceFile, destination, failure);
-    if (!size) {
+    const auto operation = beginCopy(sourceFile, failure);
+    if (operation == nullptr) {
         return failure;
     }
-    // The checksum is of what the file was when it was digested.
-    if (const auto before = md5Worker_->fileAttributes();
-        before && !isUnchanged(*before, sourceFile)) {
-        return refusal(ESTALE,
-                       localizedFormat("%@: it changed while the package was made", sourceFile));
+    if ((failure = operation->copyToFolder(folder->folder(), lastComponent(sourceFile)))) {
+        return failure;
     }
-    if (!isCancelled() && !FileManager::synchronize(destination, &failure)) {
+    if ((failure = faultOfCopy(*operation))) {
         return failure;
     }
     if (isCancelled()) {
         return {};
     }
+    const auto* const digesting = dynamic_cast<const MZFileCopyMD5Operation*>(operation.get());
+    const std::string digest =
+        digesting != nullptr ? digesting->md5().value_or(std::string()) : std::string(md5);
+    {
+        Guard guard(copyLock_);
+        md5_ = digest;
+    }
     tellPhase(localized("Generating metadata…"));
-    _generateMetadataXMLForSourceFile(destination, md5, size, directory);
+    _generateMetadataXMLForSourceFile(folder->folder().pathOf(lastComponent(sourceFile)), digest,
+                                      operation->sourceAttributes()->size, directory);
     return {};
 }
 
-Value VeltoVideoPackageBuilderWorker::fileCopy(std::string_view file,
-                                               std::string_view path,
-                                               Error& error) {
+/// The metadata tells of a video that stayed as it was while it was copied, and has been since it
+/// was digested.
+Error VeltoVideoPackageBuilderWorker::faultOfCopy(const MZFileCopyOperation& operation) const {
+    const auto& copied = operation.sourceAttributes();
+    const auto digested = digestsCopy_ ? copied : md5Worker_->fileAttributes();
+    return copied && digested && copied->isUnchangedSince(*digested)
+               ? Error()
+               : refusal(ESTALE, localizedFormat("%@: it changed while the package was made",
+                                                 operation.file()));
+}
+
+std::shared_ptr<MZFileCopyOperation> VeltoVideoPackageBuilderWorker::beginCopy(
+    std::string_view file,
+    Error& error) {
     if (const auto previous = copy()) {
         previous->cancel();
     }
-    const auto operation = MZFileCopyOperation::initWithFile(file, error);
+    std::shared_ptr<MZFileCopyOperation> operation;
+    if (digestsCopy_) {
+        operation = MZFileCopyMD5Operation::initWithFile(file, error);
+    } else {
+        operation = MZFileCopyOperation::initWithFile(file, error);
+    }
     if (operation == nullptr) {
-        return {};
+        return nullptr;
     }
     operation->setCopyFileProgressCallbackBlockPtr(
         [this](std::uint64_t, std::uint64_t, bool&) { setPercentComplete(percentComplete()); });
@@ -226,6 +290,16 @@ Value VeltoVideoPackageBuilderWorker::fileCopy(std::string_view file,
     }
     if (isCancelled()) {
         operation->cancel();  // which cancel() found no copy to do to
+    }
+    return operation;
+}
+
+Value VeltoVideoPackageBuilderWorker::fileCopy(std::string_view file,
+                                               std::string_view path,
+                                               Error& error) {
+    const auto operation = beginCopy(file, error);
+    if (operation == nullptr) {
+        return {};
     }
     if (Error failure = operation->copyToPath(path)) {
         error = std::move(failure);
@@ -240,12 +314,14 @@ void VeltoVideoPackageBuilderWorker::_generateMetadataXMLForSourceFile(std::stri
                                                                        std::string_view directory) {
     tellPhase(localized("Generating metadata…"));
     Error failure;
-    if (FileManager::writeAtomically(inFolder(directory, metadataName),
-                                     metadataXML(lastComponent(sourceFile), md5, size), 0666,
-                                     &failure)) {
-        setPackagePath(directory);
-    } else {
+    VeltoPackageFolder* const folder = folderAt(directory, failure);
+    if (folder != nullptr) {
+        failure = folder->finish(metadataXML(lastComponent(sourceFile), md5, size));
+    }
+    if (failure) {
         addError(failure);
+    } else {
+        setPackagePath(directory);
     }
 }
 
@@ -287,6 +363,11 @@ std::string VeltoVideoPackageBuilderWorker::providerShortName() const {
 std::string VeltoVideoPackageBuilderWorker::createdDirectory() const {
     Guard guard(copyLock_);
     return createdDirectory_;
+}
+
+std::optional<std::string> VeltoVideoPackageBuilderWorker::md5() const {
+    Guard guard(copyLock_);
+    return md5_;
 }
 
 std::shared_ptr<MZFileCopyOperation> VeltoVideoPackageBuilderWorker::copy() const {

@@ -6,6 +6,7 @@
 
 class MZFileCopyOperation;
 class MZMD5Worker;
+class VeltoPackageFolder;
 class VeltoVideoMetadataWorker;
 
 /// Makes a delivery package of a video, beside it: a new folder with the extension ".velmp" that
@@ -18,9 +19,16 @@ class VeltoVideoMetadataWorker;
 ///     manager->submitWork(MZWorkSeries::seriesWithWorkItems(MZWorkItem::itemsWithWorkers({md5,
 ///     build})));
 ///
-/// The MD5 worker has run before. metadata.xml comes last, complete and synchronized with the disk:
-/// a folder without it is no package. Cancelled or failed, a build leaves the folder with what it
-/// holds so far; createdDirectory() tells which it is. One build per worker.
+/// The MD5 worker has run before: a video that is not the file that it digested, or that has
+/// changed, is an error. Device, inode, size and change time tell; they do not tell of a change
+/// through a writable mapping, or within one tick of an old system's clock. builderForVideo needs
+/// none of that, and reads the video once.
+///
+/// All is made in the folder that was made, which nobody but its owner may write, whatever others
+/// do meanwhile with its path; no link is followed. metadata.xml comes last, complete, and all of
+/// the package is synchronized with the disk: a folder without it is no package. Cancelled or
+/// failed, a build leaves the folder with what it holds so far; createdDirectory() tells which it
+/// is, and discard() removes it. One build per worker.
 class VELTO_EXPORT VeltoVideoPackageBuilderWorker : public VeltoPackageBuilder,
                                                     public MZThroughputWorker {
 public:
@@ -36,8 +44,19 @@ public:
         std::shared_ptr<MZMD5Worker> md5Worker,
         std::string_view assetType);
 
+    /// One that needs no digest made before: it digests the very bytes that it copies. Its folder
+    /// is marked while it is made, and what such a build of the same video left when it was killed
+    /// is taken over, by its name, too. No MD5 worker has to run.
+    static std::shared_ptr<VeltoVideoPackageBuilderWorker> builderForVideo(
+        std::shared_ptr<VeltoVideoMetadataWorker> metadataWorker,
+        std::string_view video,
+        std::string_view assetType);
+
     void run() override;
     void cancel() override;
+    /// Removes what the build made, a whole package too, and nothing else; an error when something
+    /// of it stays. After run(), on one thread.
+    [[nodiscard]] velto::Error discard();
     /// Fails with an error, or with one that the worker has got meanwhile.
     [[nodiscard]] velto::Error createPackage();
 
@@ -59,8 +78,10 @@ public:
     std::string xmlAssetType() const;                ///< "full" or "preview"
     std::string providerShortName() const override;  ///< The metadata worker's.
 
-    /// The folder that this build has made; empty before.
+    /// The folder that this build has made, or taken over; empty before, and when it was discarded.
     std::string createdDirectory() const;
+    /// What the metadata states; none before the copy.
+    std::optional<std::string> md5() const;
 
     /// Of the bytes that have been copied; 100 for a worker with errors that copies nothing, and
     /// once the build has ended.
@@ -81,6 +102,10 @@ protected:
 private:
     void tellPhase(std::string message);
     std::shared_ptr<MZFileCopyOperation> copy() const;
+    velto::Error makeFolder(const std::string& source, std::string& directory);
+    VeltoPackageFolder* folderAt(std::string_view directory, velto::Error& error);
+    std::shared_ptr<MZFileCopyOperation> beginCopy(std::string_view file, velto::Error& error);
+    velto::Error faultOfCopy(const MZFileCopyOperation& operation) const;
     std::string metadataXML(std::string_view fileName,
                             std::string_view md5,
                             const velto::Value& size) const;
@@ -88,8 +113,11 @@ private:
     const std::shared_ptr<VeltoVideoMetadataWorker> videoMetadataWorker_;
     const std::shared_ptr<MZMD5Worker> md5Worker_;
     const std::string assetType_;
+    bool digestsCopy_ = false;  ///< Constant once it is built.
+    std::unique_ptr<VeltoPackageFolder> folder_;
     std::atomic<std::uint64_t> size_{0};
     mutable velto::Lock copyLock_;
     std::shared_ptr<MZFileCopyOperation> copy_ VELTO_GUARDED_BY(copyLock_);
     std::string createdDirectory_ VELTO_GUARDED_BY(copyLock_);
+    std::optional<std::string> md5_ VELTO_GUARDED_BY(copyLock_);
 };

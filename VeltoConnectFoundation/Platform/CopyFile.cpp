@@ -1,6 +1,8 @@
 #include <VeltoConnectFoundation/Platform/CopyFile.h>
 
 #include <VeltoConnectFoundation/Platform/FileDescriptor.h>
+#include <VeltoConnectFoundation/Platform/FileStatusPrivate.h>
+#include <VeltoConnectFoundation/Platform/Folder.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Lock.h>
 #include <VeltoConnectFoundation/Platform/Thread.h>
@@ -43,6 +45,15 @@ class Copy {
 public:
     Copy(std::string_view source, std::string_view destination, const CopyFileObserver& observer)
         : source_(source), destination_(destination), observer_(observer) {}
+    Copy(std::string_view source,
+         const Folder& folder,
+         std::string_view name,
+         const CopyFileObserver& observer)
+        : source_(source),
+          destination_(folder.pathOf(name)),
+          folder_(&folder),
+          name_(name),
+          observer_(observer) {}
 
     Error run() {
         try {
@@ -64,7 +75,7 @@ private:
         if (fstatat(AT_FDCWD, source_.c_str(), &status_, AT_SYMLINK_NOFOLLOW) != 0) {
             return sourceError();
         }
-        if (S_ISLNK(status_.st_mode) && !observer_.bytes) {
+        if (S_ISLNK(status_.st_mode) && !observer_.bytes && folder_ == nullptr) {
             return copyLink();
         }
         if (Error failure = checkKind()) {
@@ -72,6 +83,9 @@ private:
         }
         if (Error failure = openBoth()) {
             return failure;
+        }
+        if (observer_.source) {
+            observer_.source(attributesOfStatus(status_));
         }
         isClone_ = ioctl(output_.number(), FICLONE, input_.number()) == 0;
         if (isClone_ && fstat(output_.number(), &cloned_) != 0) {
@@ -82,6 +96,16 @@ private:
         }
         if (Error failure = copyAttributes()) {
             return failure;
+        }
+        if (observer_.source) {
+            struct stat now {};
+            if (fstat(input_.number(), &now) != 0) {
+                return sourceError();
+            }
+            observer_.source(attributesOfStatus(now));
+        }
+        if (folder_ != nullptr && fsync(output_.number()) != 0) {
+            return destinationError();
         }
         const int failure = output_.close();
         return failure == 0 ? Error() : Error::posix(failure, destination_);
@@ -143,8 +167,9 @@ private:
         if (Error failure = checkKind()) {
             return failure;
         }
-        output_.reset(
-            open(destination_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+        const char* const name = folder_ == nullptr ? destination_.c_str() : name_.c_str();
+        output_.reset(openat(folder_ == nullptr ? AT_FDCWD : folder_->number(), name,
+                             O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
         return output_ ? Error() : destinationError();
     }
 
@@ -323,7 +348,8 @@ private:
         const auto failed = [](int result) {
             return result != 0 && errno != EPERM && errno != ENOTSUP;
         };
-        if (failed(fchmod(output_.number(), status_.st_mode & 01777U)) ||
+        const mode_t bits = folder_ == nullptr ? 01777U : 01755U;
+        if (failed(fchmod(output_.number(), status_.st_mode & bits)) ||
             failed(futimens(output_.number(), times))) {
             return destinationError();
         }
@@ -420,6 +446,8 @@ private:
 
     const std::string source_;
     const std::string destination_;
+    const Folder* const folder_ = nullptr;  ///< In which the copy is made as `name_`, if any.
+    const std::string name_;
     const CopyFileObserver& observer_;
     /// Made before memory lacks.
     const Error exhausted_ = Error::posix(ENOMEM, source_);
@@ -589,6 +617,15 @@ bool copyFile(std::string_view source,
               const CopyFileObserver& observer,
               Error* error) {
     Error failure = Copy(source, destination, observer).run();
+    return !failure || fail(error, std::move(failure));
+}
+
+bool copyFile(std::string_view source,
+              const Folder& folder,
+              std::string_view name,
+              const CopyFileObserver& observer,
+              Error* error) {
+    Error failure = Copy(source, folder, name, observer).run();
     return !failure || fail(error, std::move(failure));
 }
 

@@ -9,6 +9,9 @@
 
 namespace velto {
 
+class Folder;
+struct FileAttributes;
+
 /// What a copy tells while it runs, on the calling thread.
 struct CopyFileObserver {
     /// After each step of at most 8 MiB: bytes so far, holes among them. False stops the copy. A
@@ -17,6 +20,9 @@ struct CopyFileObserver {
     /// Where set, gets every byte that is copied, in order, holes as zeros; false stops the copy.
     /// Reading and writing go on meanwhile on another thread.
     std::function<bool(const std::uint8_t* bytes, std::size_t count)> bytes = {};
+    /// What the opened source is, before the first byte and after the last: a source that stayed
+    /// as it was is the same both times.
+    std::function<void(const FileAttributes& source)> source = {};
 };
 
 /// Copies one file with its permission bits, times and extended attributes: as a clone that shares
@@ -32,6 +38,14 @@ struct CopyFileObserver {
 /// before anything was begun. Any thread; blocks.
 [[nodiscard]] VELTO_EXPORT bool copyFile(std::string_view source,
                                          std::string_view destination,
+                                         const CopyFileObserver& observer = {},
+                                         Error* error = nullptr);
+
+/// The same for a new file of `folder`, whatever its path leads to meanwhile. A symbolic link is an
+/// error. Nobody but the owner may write the copy, and it is synchronized with the disk.
+[[nodiscard]] VELTO_EXPORT bool copyFile(std::string_view source,
+                                         const Folder& folder,
+                                         std::string_view name,
                                          const CopyFileObserver& observer = {},
                                          Error* error = nullptr);
 

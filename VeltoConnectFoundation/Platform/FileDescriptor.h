@@ -25,6 +25,7 @@ public:
     int number() const noexcept { return number_; }
     /// Closes what it held.
     void reset(int number = -1) noexcept { take(aboveStandard(number)); }
+    int release() noexcept { return std::exchange(number_, -1); }  ///< The caller's from now on.
     /// Closes, for a file that was written: 0, or why what was written may be lost.
     [[nodiscard]] int close() noexcept;
 

@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 
 #include <VeltoConnectFoundation/Platform/FileDescriptor.h>
+#include <VeltoConnectFoundation/Platform/FileStatusPrivate.h>
 #include <VeltoConnectFoundation/Platform/UUID.h>
 
 #include <dirent.h>
@@ -25,29 +26,13 @@ bool failWithErrno(Error* error, std::string_view path) {
     return fail(error, Error::posix(errno, path));
 }
 
-FileAttributes attributesFromStatus(const struct stat& status) {
-    FileAttributes result;
-    result.kind = S_ISREG(status.st_mode)   ? FileAttributes::Kind::regular
-                  : S_ISDIR(status.st_mode) ? FileAttributes::Kind::folder
-                  : S_ISLNK(status.st_mode) ? FileAttributes::Kind::symbolicLink
-                                            : FileAttributes::Kind::other;
-    result.size = static_cast<std::uint64_t>(status.st_size);
-    result.mode = status.st_mode & 07777U;
-    result.owner = status.st_uid;
-    result.modified = Date::fromUnixSeconds(static_cast<double>(status.st_mtim.tv_sec) +
-                                            static_cast<double>(status.st_mtim.tv_nsec) * 1e-9);
-    result.device = status.st_dev;
-    result.inode = status.st_ino;
-    return result;
-}
-
 std::optional<FileAttributes> attributesAt(std::string_view path, int flags, Error* error) {
     struct stat status {};
     if (fstatat(AT_FDCWD, std::string(path).c_str(), &status, flags) != 0) {
         failWithErrno(error, path);
         return std::nullopt;
     }
-    return attributesFromStatus(status);
+    return attributesOfStatus(status);
 }
 
 /// Not open, and the error set, unless it is a regular file.
@@ -131,6 +116,23 @@ std::string baseFolder(const char* variable, std::string_view fallback) {
 }
 
 }  // namespace
+
+FileAttributes attributesOfStatus(const struct stat& status) {
+    FileAttributes result;
+    result.kind = S_ISREG(status.st_mode)   ? FileAttributes::Kind::regular
+                  : S_ISDIR(status.st_mode) ? FileAttributes::Kind::folder
+                  : S_ISLNK(status.st_mode) ? FileAttributes::Kind::symbolicLink
+                                            : FileAttributes::Kind::other;
+    result.size = static_cast<std::uint64_t>(status.st_size);
+    result.mode = status.st_mode & 07777U;
+    result.owner = status.st_uid;
+    result.modified = Date::fromUnixSeconds(static_cast<double>(status.st_mtim.tv_sec) +
+                                            static_cast<double>(status.st_mtim.tv_nsec) * 1e-9);
+    result.changed = {status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
+    result.device = status.st_dev;
+    result.inode = status.st_ino;
+    return result;
+}
 
 std::optional<FileAttributes> FileManager::attributes(std::string_view path, Error* error) {
     return attributesAt(path, 0, error);
@@ -248,21 +250,6 @@ bool FileManager::writeAtomically(std::string_view path,
     return true;
 }
 
-bool FileManager::synchronize(std::string_view path, Error* error) {
-    const std::string whole(path);
-    const FileDescriptor file(open(whole.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file) {
-        return fsync(file.number()) == 0 || failWithErrno(error, path);
-    }
-    if (errno != EACCES) {
-        return failWithErrno(error, path);
-    }
-    const std::size_t slash = whole.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : whole.substr(0, slash + 1);
-    const FileDescriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return (parent && syncfs(parent.number()) == 0) || failWithErrno(error, path);
-}
-
 bool FileManager::createFolder(std::string_view path, std::uint32_t mode, Error* error) {
     if (isFolder(path)) {
         return true;
@@ -285,11 +272,6 @@ bool FileManager::createFolder(std::string_view path, std::uint32_t mode, Error*
         end = whole.find_first_not_of('/', end);
     }
     return isFolder(path) || fail(error, Error::posix(ENOENT, path));
-}
-
-bool FileManager::createNewFolder(std::string_view path, std::uint32_t mode, Error* error) {
-    return mkdir(std::string(path).c_str(), static_cast<mode_t>(mode)) == 0 ||
-           failWithErrno(error, path);
 }
 
 std::optional<std::vector<std::string>> FileManager::namesInFolder(std::string_view path,

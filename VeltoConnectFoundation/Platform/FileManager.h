@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace velto {
@@ -19,8 +20,19 @@ struct FileAttributes {
     std::uint32_t mode = 0;   ///< Permission bits, such as 0644.
     std::uint32_t owner = 0;  ///< User id.
     Date modified;
+    /// Seconds since 1970 and nanoseconds: when content or attributes last changed, by the system's
+    /// own clock. Unlike `modified`, nobody can set it back.
+    std::pair<std::int64_t, std::int64_t> changed;
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
+
+    /// Whether it is the same file, and has not changed.
+    bool isUnchangedSince(const FileAttributes& before) const {
+        return isSameFile(before) && size == before.size && changed == before.changed;
+    }
+    bool isSameFile(const FileAttributes& other) const {
+        return device == other.device && inode == other.inode;
+    }
 };
 
 /// Files and folders. Any thread; errors are of the POSIX domain and name the path.
@@ -59,18 +71,11 @@ public:
                                               std::string_view bytes,
                                               std::uint32_t mode = 0666,
                                               Error* error = nullptr);
-    /// Returns once the content of a file is on the disk; if the file may not be read, once all of
-    /// its file system is.
-    [[nodiscard]] static bool synchronize(std::string_view path, Error* error = nullptr);
 
     /// With the folders above it; a folder that exists is fine.
     [[nodiscard]] static bool createFolder(std::string_view path,
                                            std::uint32_t mode = 0777,
                                            Error* error = nullptr);
-    /// That folder alone, and a new one: whatever is there already is an error (EEXIST).
-    [[nodiscard]] static bool createNewFolder(std::string_view path,
-                                              std::uint32_t mode = 0777,
-                                              Error* error = nullptr);
     /// Names without "." and "..", in no order.
     [[nodiscard]] static std::optional<std::vector<std::string>> namesInFolder(
         std::string_view path,
