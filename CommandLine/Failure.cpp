@@ -91,19 +91,31 @@ const FailureKind& failureKind(const Error& error) {
     });
 }
 
+Error systemReason(const Error& error) {
+    const bool onlySaysThat =
+        error.domain() == MZFileCopyErrorDomain || error.domain() == MZMD5OperationErrorDomain;
+    const Error reason = onlySaysThat ? error.underlyingError() : Error();
+    return reason ? reason : error;
+}
+
 Failure failureOfErrors(std::string what, const std::vector<Error>& errors) {
-    Failure failure{.what = std::move(what), .errors = errors};
+    Failure failure{.what = std::move(what)};
     const FailureKind* chosen = nullptr;
     std::unordered_set<std::string> told{failure.what};
     for (const Error& error : errors) {
-        const FailureKind& kind = failureKind(error);
+        const Error cause = systemReason(error);
+        const FailureKind& kind = failureKind(cause);
         if (chosen == nullptr || weight(kind.exitCode) > weight(chosen->exitCode)) {
             chosen = &kind;
         }
-        std::string why = reason(error);
+        std::string why = reason(cause);
         if (told.insert(why).second) {
             failure.why.push_back(std::move(why));
         }
+        if (cause != error) {
+            failure.errors.push_back(cause);
+        }
+        failure.errors.push_back(error);
     }
     if (chosen != nullptr) {
         failure.exitCode = chosen->exitCode;

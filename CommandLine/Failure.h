@@ -34,6 +34,9 @@ struct FailureKind {
 std::span<const FailureKind> failureKinds();
 const FailureKind& failureKind(const Error& error);
 
+/// What the system said, where an error only says that a copy or a digest failed; else the error.
+Error systemReason(const Error& error);
+
 /// A refused sign-in outweighs what is wrong with the package, and that what may pass by itself.
 Failure failureOfErrors(std::string what, const std::vector<Error>& errors);
 Failure usageFailure(std::string what, std::string next);

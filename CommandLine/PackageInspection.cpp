@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
+#include <unordered_set>
 #include <utility>
 
 namespace velto::cli {
@@ -74,16 +75,30 @@ InspectedFile fileOf(const XMLElement& asset, const XMLElement& element) {
     return file;
 }
 
+std::string pathOf(const std::string& folder, const std::string& name) {
+    return (std::filesystem::path(folder) / name).string();
+}
+
+/// Why a file cannot be read; its name stands beside it.
+std::string unreadable(const Error& error, std::string_view path) {
+    const std::string whole = systemReason(error).localizedDescription();
+    std::string_view text = whole;
+    if (text.starts_with(path) && text.substr(path.size()).starts_with(": ")) {
+        text.remove_prefix(path.size() + 2);
+    }
+    return localizedFormat("it cannot be read: %@", text);
+}
+
 void look(const std::string& folder, InspectedFile& file) {
     if (!isPlain(file.name)) {
         return;
     }
     Error error;
-    const auto attributes =
-        FileManager::linkAttributes((std::filesystem::path(folder) / file.name).string(), &error);
+    const std::string path = pathOf(folder, file.name);
+    const auto attributes = FileManager::linkAttributes(path, &error);
     if (!attributes) {
         file.faults.push_back(error.code() == ENOENT ? localized("it is missing")
-                                                     : error.localizedDescription());
+                                                     : unreadable(error, path));
     } else if (attributes->kind != FileAttributes::Kind::regular) {
         file.faults.push_back(localized("it is not a file"));
     } else {
@@ -122,12 +137,15 @@ bool InspectedPackage::read(const std::string& path, Failure& failure) {
         failure.why.push_back(printable(error.localizedDescription()));
         return false;
     }
-    const auto bytes = FileManager::read((std::filesystem::path(folder) / metadataName).string(),
-                                         largestMetadata, &error);
+    const std::string metadata = pathOf(folder, std::string(metadataName));
+    const auto attributes = FileManager::linkAttributes(metadata, &error);
+    const bool isFile = attributes && attributes->kind == FileAttributes::Kind::regular;
+    const auto bytes = isFile ? FileManager::read(metadata, largestMetadata, &error) : std::nullopt;
     const auto document = bytes ? XMLDocument::parse(bytes->view(), &error) : std::nullopt;
     if (!document) {
         failure.what = localized("The package's metadata.xml cannot be read.");
-        failure.why.push_back(printable(error.localizedDescription()));
+        failure.why.push_back(attributes && !isFile ? localized("It is not a file.")
+                                                    : printable(error.localizedDescription()));
         if (const auto place = error.localizedFailureReason()) {
             failure.why.push_back(printable(*place));
         }
@@ -143,13 +161,14 @@ bool InspectedPackage::read(const std::string& path, Failure& failure) {
     if (provider.empty()) {
         faults.push_back(localized("metadata.xml names no provider"));
     }
+    std::unordered_set<std::string> known;
     for (const XMLElement* const assets : root.childrenNamed("assets")) {
         mediaType = attributeOf(*assets, "media_type");
         vendorID = attributeOf(*assets, "vendor_id");
         for (const XMLElement* const asset : assets->childrenNamed("asset")) {
             for (const XMLElement* const element : asset->childrenNamed("data_file")) {
                 InspectedFile file = fileOf(*asset, *element);
-                if (std::ranges::find(files, file.name, &InspectedFile::name) != files.end()) {
+                if (!known.insert(file.name).second) {
                     file.faults.push_back(localized("metadata.xml tells of it twice"));
                 }
                 look(folder, file);
@@ -164,8 +183,7 @@ bool InspectedPackage::read(const std::string& path, Failure& failure) {
         faults.push_back(localized("metadata.xml tells of no file"));
     }
     for (const std::string& name : *names) {
-        if (name != metadataName &&
-            std::ranges::find(files, name, &InspectedFile::name) == files.end()) {
+        if (name != metadataName && !known.contains(name)) {
             strangers.push_back(name);
         }
     }
@@ -199,8 +217,8 @@ void PackageInspection::run() {
 
 void PackageInspection::inspect(InspectedFile& file) {
     setStatusMessage(localizedFormat("Computing the checksum of %@…", file.name));
-    const auto worker =
-        velto::make<MZMD5Worker>((std::filesystem::path(package_.folder) / file.name).string());
+    const std::string path = pathOf(package_.folder, file.name);
+    const auto worker = velto::make<MZMD5Worker>(path);
     {
         const Guard guard(currentLock_);
         current_ = worker;
@@ -211,7 +229,7 @@ void PackageInspection::inspect(InspectedFile& file) {
     worker->run();
     file.md5 = worker->md5();
     for (const Error& error : worker->errors()) {
-        file.faults.push_back(error.localizedDescription());
+        file.faults.push_back(unreadable(error, path));
     }
     if (file.md5 && *file.md5 != file.statedMD5) {
         file.faults.push_back(localizedFormat("its MD5 is %@, not %@", *file.md5, file.statedMD5));

@@ -5,7 +5,6 @@
 #include <CommandLine/MetadataName.h>
 #include <CommandLine/Paths.h>
 #include <CommandLine/Text.h>
-#include <VeltoConnectFoundation/Files/MZMD5Worker.h>
 #include <VeltoConnectFoundation/Files/VeltoVideoMetadataWorker.h>
 #include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
@@ -54,12 +53,13 @@ std::string capitalized(std::string text) {
     return text;
 }
 
-/// Why no copy of the video would get into its folder: what shows only after the digest otherwise.
+/// Why no copy of the video would get into its folder: what shows only while it is copied
+/// otherwise.
 Error faultOfFolder(const std::filesystem::path& video) {
     const std::filesystem::path folder = video.parent_path();
     struct stat status {};
     struct statfs system {};
-    if (::stat(video.c_str(), &status) != 0) {
+    if (::stat(video.c_str(), &status) != 0 || ::access(video.c_str(), R_OK) != 0) {
         return Error::posix(errno, video.string());
     }
     if (::access(folder.c_str(), W_OK | X_OK) != 0 || ::statfs(folder.c_str(), &system) != 0) {
@@ -140,6 +140,13 @@ private:
             failure.next = localized("Rename the video, then try again.");
         } else if (attributes->size == 0) {
             why = localized("It is empty.");
+        } else if (static_cast<void>(FileManager::linkAttributes(
+                       VeltoVideoPackageBuilderWorker::exampleDirectoryForVideo(video), &error)),
+                   error.code() == ENAMETOOLONG) {
+            why =
+                localized("Its name, or its path, is too long for the package's folder beside it.");
+            failure.next = localized(
+                "Rename the video, or move it to where the path is shorter, then try again.");
         } else if (const Error problem = faultOfFolder(whole)) {
             why = problem.localizedDescription();
             failure.next = localized(failureKind(problem).next);
@@ -152,7 +159,6 @@ private:
 };
 
 Dictionary details(const Plan& plan,
-                   const MZMD5Worker& md5,
                    const VeltoVideoPackageBuilderWorker& builder,
                    const JobOutcome& outcome) {
     Dictionary details{{"video", plan.video},
@@ -160,36 +166,24 @@ Dictionary details(const Plan& plan,
                        {"vendorId", plan.vendorID},
                        {"mediaType", plan.mediaType},
                        {"assetType", builder.xmlAssetType()},
-                       {"size", md5.size()},
+                       {"size", builder.size()},
                        {"seconds", std::round(outcome.seconds * 1000) / 1000}};
-    if (const auto text = md5.md5()) {
+    if (const auto text = builder.md5()) {
         details.set("md5", *text);
     }
     return details;
 }
 
-/// The system's reasons say more than the errors that hold them.
-std::vector<Error> withReasons(const std::vector<Error>& errors) {
-    std::vector<Error> all;
-    for (const Error& error : errors) {
-        if (const Error reason = error.underlyingError()) {
-            all.push_back(reason);
-        }
-        all.push_back(error);
-    }
-    return all;
-}
-
 /// Removes what an unfinished build left, and says so in the sentence that is answered.
-std::string cleanUp(Frontend& frontend, const std::string& directory) {
+std::string cleanUp(Frontend& frontend, VeltoVideoPackageBuilderWorker& builder) {
+    const std::string directory = builder.createdDirectory();
     if (directory.empty()) {
         return localized("Nothing was made.");
     }
     frontend.interrupts().setHandler([](unsigned) {});  // A part of it would be left.
-    Error error;
-    const bool isRemoved = FileManager::remove(directory, &error);
+    const Error error = builder.discard();
     frontend.interrupts().setHandler({});
-    if (!isRemoved) {
+    if (error) {
         return localizedFormat("The unfinished package could not be removed: %@",
                                printable(error.localizedDescription()));
     }
@@ -212,24 +206,21 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     if (!plan.make(invocation, failure)) {
         return frontend.fail(failure);
     }
-    const auto md5 = velto::make<MZMD5Worker>(plan.video);
-    const auto builder = VeltoVideoPackageBuilderWorker::initWithMetadataWorker(
+    const auto builder = VeltoVideoPackageBuilderWorker::builderForVideo(
         std::make_shared<VeltoGivenVideoMetadata>(plan.mediaType, plan.provider, plan.vendorID),
-        md5, plan.asset);
-    Job job(frontend, {md5, builder},
+        plan.video, plan.asset);
+    Job job(frontend, {builder},
             localized("velto: ended at once; an unfinished package may be left beside the video."));
-    // The sentence that ends the job is printed at its end. A build whose digest failed is
-    // cancelled, though nobody wished that.
+    // The sentence that ends the job is printed at its end.
     job.hidePhase([&](const std::string& text) {
         return text == localizedFormat("Generated package: %@", builder->createdDirectory()) ||
                text == localized("Creation of video package cancelled");
     });
     const JobOutcome outcome = job.run();
-    Dictionary known = details(plan, *md5, *builder, outcome);
+    Dictionary known = details(plan, *builder, outcome);
 
     if (outcome.isStopped) {
-        const std::string left =
-            localizedFormat("Stopped. %@", cleanUp(frontend, builder->createdDirectory()));
+        const std::string left = localizedFormat("Stopped. %@", cleanUp(frontend, *builder));
         if (frontend.printsJSON()) {
             return frontend.fail({.exitCode = ExitCode::stopped, .what = left}, known);
         }
@@ -237,14 +228,18 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         return ExitCode::stopped;
     }
     if (!outcome.errors.empty()) {
-        failure = failureOfErrors(localized("The package could not be made."),
-                                  withReasons(outcome.errors));
-        if (outcome.errors.back().domain() == WorkerErrorDomain) {
+        failure = failureOfErrors(localized("The package could not be made."), outcome.errors);
+        const Error& last = outcome.errors.back();
+        if (last.domain() == GeneralErrorDomain && last.code() == ESTALE) {
+            failure.next = localized(
+                "Let nobody change the video or its folder while the package is made, then try "
+                "again.");
+        } else if (last.domain() == WorkerErrorDomain) {
             // The builder's own error is about the folder that it could not make.
             failure.exitCode = ExitCode::failed;
             failure.next = localized("Check the folder of the video, then try again.");
         }
-        failure.why.push_back(cleanUp(frontend, builder->createdDirectory()));
+        failure.why.push_back(cleanUp(frontend, *builder));
         return frontend.fail(failure, known);
     }
     if (frontend.printsJSON()) {
@@ -271,7 +266,9 @@ const Command& packageCreateCommand() {
             "NAME-UntitledVeltoStoreDelivery.velmp that holds a copy of the video, and "
             "metadata.xml with its names, size and checksum. Where the file system can, the copy "
             "takes no room of its own. Names that could not stand in the metadata are refused. "
-            "Ctrl-C stops it and takes away what there is of the package.",
+            "Ctrl-C stops it and takes away what there is of the package; what a killed one left, "
+            "the "
+            "next one takes over.",
         .operands = {{.name = "VIDEO", .kind = ArgumentKind::file}},
         .groups = {{"What it is",
                     {&providerOption, &vendorOption, &mediaTypeOption, &assetOption}}},

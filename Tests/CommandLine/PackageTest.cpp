@@ -66,6 +66,10 @@ TEST_F(PackageTest, RefusesWhatNoPackageCanBeMadeOf) {
     write(folder / "empty.mov", "");
     std::filesystem::create_symlink("good.mov", folder / "link.mov");
     std::filesystem::create_directory(folder / "folder.mov");
+    const std::string longName(230, 'n');
+    write(folder / longName, "x");
+    std::filesystem::create_directory(folder / "piped.velmp");
+    ASSERT_EQ(mkfifo((folder / "piped.velmp/metadata.xml").c_str(), 0600), 0);
     ASSERT_EQ(mkfifo((folder / "pipe.mov").c_str(), 0600), 0);
     const auto with = [&](const Strings& options) {
         Strings words{"package", "create", folder / "good.mov"};
@@ -86,6 +90,7 @@ TEST_F(PackageTest, RefusesWhatNoPackageCanBeMadeOf) {
         {create(folder / "folder.mov"), 1, "not a file"},
         {create(folder / "pipe.mov"), 1, "not a file"},
         {create(folder / "empty.mov"), 1, "empty"},
+        {create(folder / longName), 1, "is too long for the package's folder"},
         {with({"--vendor-id", "V"}), 2, "needs --provider"},
         {with({"--provider", "P"}), 2, "needs --vendor-id"},
         {with({"--provider", "A&B", "--vendor-id", "V"}), 2, "the character &"},
@@ -94,6 +99,7 @@ TEST_F(PackageTest, RefusesWhatNoPackageCanBeMadeOf) {
         {{"package", "create"}, 2, "needs VIDEO"},
         {{"package", "inspect", folder / "none.velmp"}, 1, "No such file"},
         {{"package", "inspect", folder / "folder.mov"}, 1, "package create"},
+        {{"package", "inspect", folder / "piped.velmp"}, 1, "It is not a file"},
         {{"package", "mend"}, 2, "no command"},
     };
     for (const auto& row : rows) {
@@ -102,7 +108,7 @@ TEST_F(PackageTest, RefusesWhatNoPackageCanBeMadeOf) {
         EXPECT_EQ(child.exitCode, row.exitCode) << row.said;
         EXPECT_THAT(child.errors, HasSubstr(row.said));
     }
-    EXPECT_EQ(packagesIn(folder), 0U);
+    EXPECT_EQ(packagesIn(folder), 1U);
 }
 
 /// Behind a link to a folder, ".." is the folder above the one that it leads to.
@@ -178,6 +184,22 @@ TEST_F(PackageTest, InspectTellsWhatDoesNotHold) {
     EXPECT_THAT(fine.output, AllOf(HasSubstr("11 bytes"), HasSubstr("does not tell of stranger")));
 }
 
+/// The next one takes its name and its room.
+TEST_F(PackageTest, TakesOverWhatAKilledOneLeft) {
+    write(folder / "movie.mov", std::string(50'000'000, 'v'));
+    for (const int signal : {SIGKILL, 0}) {
+        Child child = velto(create(folder / "movie.mov"));
+        ASSERT_TRUE(child.readUntil("Copying media")) << child.all();
+        kill(child.pid, signal);
+        child.finish();
+    }
+    EXPECT_EQ(packagesIn(folder), 1U);
+    const Child inspected =
+        finished({"package", "inspect", folder / "movie-UntitledVeltoStoreDelivery.velmp"});
+    EXPECT_EQ(inspected.exitCode, 0) << inspected.all();
+    EXPECT_EQ(inspected.output.find("Warning"), std::string::npos) << inspected.all();
+}
+
 /// In whatever phase it comes: nothing is left, and the last line says so.
 TEST_F(PackageTest, CtrlCLeavesNothingBehind) {
     const auto video = folder / "movie.mov";
@@ -191,7 +213,7 @@ TEST_F(PackageTest, CtrlCLeavesNothingBehind) {
     EXPECT_EQ(child.exitCode, 130);
     const Json result = objectsOf(child.output).back();
     EXPECT_EQ(result["outcome"], "stopped");
-    EXPECT_THAT(result["what"].get<std::string>(), HasSubstr("Nothing was made"));
+    EXPECT_THAT(result["what"].get<std::string>(), HasSubstr("The unfinished package was removed"));
     EXPECT_EQ(packagesIn(folder), 0U);
 
     write(video, std::string(50'000'000, 'v'));

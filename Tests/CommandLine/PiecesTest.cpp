@@ -6,6 +6,7 @@
 #include <CommandLine/LiveDisplay.h>
 #include <CommandLine/PlainDisplay.h>
 #include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanMessages.h>
 
 #include <gmock/gmock.h>
@@ -162,6 +163,11 @@ TEST(PiecesTest, TheWorstErrorDecidesTheExitCode) {
     EXPECT_EQ(failureOfErrors("x", {odd, busy, odd}).why,
               (std::vector<std::string>{"Odd", busy.localizedDescription()}));
     EXPECT_EQ(failureKinds().back().domain, "");
+    // What the system said says more than that a digest failed.
+    Error undigested;
+    EXPECT_FALSE(MZMD5Operation::md5ForFilename("/", &undigested));
+    EXPECT_EQ(failureOfErrors("x", {undigested}).why,
+              std::vector<std::string>{"/: Is a directory"});
 }
 
 TEST(PiecesTest, ManyErrorsTakeTimeByTheirNumber) {

@@ -165,7 +165,7 @@ Error VeltoVideoPackageBuilderWorker::createPackage() {
 Error VeltoVideoPackageBuilderWorker::makeFolder(const std::string& source,
                                                  std::string& directory) {
     using Kind = VeltoPackageFolder::Kind;
-    const std::string example = withoutExtension(source) + "-UntitledVeltoStoreDelivery.velmp";
+    const std::string example = exampleDirectoryForVideo(source);
     Error failure;
     for (unsigned long number = 0; folder_ == nullptr; ++number) {
         directory = candidate(example, number);
@@ -206,6 +206,10 @@ Error VeltoVideoPackageBuilderWorker::discard() {
 
 bool VeltoVideoPackageBuilderWorker::isMetadataName(std::string_view name) {
     return name.size() == metadataName.size() && velto::findIgnoringCase(name, metadataName) == 0;
+}
+
+std::string VeltoVideoPackageBuilderWorker::exampleDirectoryForVideo(std::string_view video) {
+    return withoutExtension(video) + "-UntitledVeltoStoreDelivery.velmp";
 }
 
 std::string VeltoVideoPackageBuilderWorker::uniqueDirectoryNameWithExample(std::string_view path) {

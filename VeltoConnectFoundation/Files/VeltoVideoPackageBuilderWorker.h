@@ -63,6 +63,8 @@ public:
     /// Whether the metadata would take the place of a video of that name: "metadata.xml", in either
     /// case, for some file systems take both for the same.
     static bool isMetadataName(std::string_view name);
+    /// Beside the video: where its package is made unless anything is there.
+    static std::string exampleDirectoryForVideo(std::string_view video);
     /// The path itself when nothing is there, else the first free of "…-1.velmp", "…-2.velmp" and
     /// so on.
     static std::string uniqueDirectoryNameWithExample(std::string_view path);
