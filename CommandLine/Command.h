@@ -45,6 +45,13 @@ struct Example {
     std::string_view meaning;
 };
 
+/// What a command needs of the user's settings file.
+enum class SettingsFileUse {
+    whole,     ///< It runs only when all of it is right.
+    editable,  ///< It runs while single values are wrong, which it may correct.
+    none       ///< It runs whatever is in the file.
+};
+
 struct Command {
     std::string_view name;  ///< All words: "tool locate".
     std::string_view summary;
@@ -52,6 +59,7 @@ struct Command {
     std::vector<Operand> operands = {};
     std::vector<OptionGroup> groups = {};  ///< Beside the common options.
     std::vector<Example> examples = {};
+    SettingsFileUse settingsFile = SettingsFileUse::whole;
     ExitCode (*run)(Frontend&,
                     const Invocation&) = nullptr;  ///< Null for a mere family of commands.
     /// What it does counts, and not what it prints of that: it is done also when nobody could be

@@ -7,6 +7,9 @@
 #include <VeltoConnectFoundation/Authentication/VeltoAuthenticationContextImpl.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/PropertyList.h>
+#include <VeltoConnectFoundation/Platform/TokenSigner.h>
+#include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
 #include <unistd.h>
 
@@ -61,19 +64,75 @@ bool readPassword(Secret& password, Failure& failure) {
     return true;
 }
 
+Failure fileFailure(std::string what, std::string why, std::string next) {
+    Failure failure{.exitCode = ExitCode::signIn, .what = std::move(what), .next = std::move(next)};
+    failure.why.push_back(std::move(why));
+    return failure;
+}
+
+/// Why a token file cannot be used; empty when it can.
+std::string objectionTo(std::string_view token) {
+    const auto plist = PropertyList::parse(token);
+    if (!plist) {
+        return localized("It is no property list.");
+    }
+    if (!(*plist)["rovquill"].string().empty()) {
+        return {};
+    }
+    // The answer of a sign-in that failed says why.
+    for (const std::string_view key : {"userString", "resultString"}) {
+        if (const std::string_view text = (*plist)[key].string(); !text.empty()) {
+            return localizedFormat("It holds no token but an answer: %@", printable(text));
+        }
+    }
+    return localizedFormat("It has no text “%@”.", "rovquill");
+}
+
 bool readToken(const std::string& path, Secret& token, Failure& failure) {
+    const std::string next = localized(
+        "Give the property list that the store's sign-in answered; velto man says what "
+        "it holds.");
     Error error;
-    const auto data = FileManager::read(FileManager::expandingTilde(path), largestToken, &error);
+    const auto data = FileManager::read(path, largestToken, &error);
     if (!data) {
-        failure = {.exitCode = ExitCode::signIn,
-                   .what = localized("The token file cannot be read."),
-                   .why = {printable(error.localizedDescription())},
-                   .next = localized("Give the property list that the store's sign-in answered."),
-                   .errors = {error}};
+        failure = fileFailure(localized("The token file cannot be read."),
+                              printable(error.localizedDescription()), next);
+        failure.errors = {error};
         return false;
     }
     token = Secret(std::string(data->view()));
+    const std::string objection = objectionTo(token.text());
+    if (!objection.empty()) {
+        failure = fileFailure(localizedFormat("The token file %@ cannot be used.", printable(path)),
+                              objection, next);
+        return false;
+    }
     return true;
+}
+
+bool checkKey(const std::string& key, const std::string& issuer, Failure& failure) {
+    Error error;
+    const auto signer = TokenSigner::signerWithKeyID(key, issuer, &error);
+    if (signer != nullptr && signer->token(Clock::wallTime(), &error)) {
+        return true;
+    }
+    failure = fileFailure(
+        localized("The API key cannot be used."),
+        printable(error.localizedFailureReason().value_or(error.localizedDescription())),
+        localized("Put the key file ID.p8 that the store gave into a folder, and name it with "
+                  "--key-folder FOLDER."));
+    failure.errors = {error};
+    return false;
+}
+
+/// A sentence when users other than the file's owner may read it.
+void warnOfReaders(const std::string& path, std::vector<std::string>& warnings) {
+    constexpr std::uint32_t othersRead = 0044;
+    const auto attributes = FileManager::attributes(path);
+    if (attributes && (attributes->mode & othersRead) != 0) {
+        warnings.push_back(localizedFormat(
+            "Other users may read %@, which holds a secret; chmod 600 keeps them out.", path));
+    }
 }
 
 }  // namespace
@@ -81,7 +140,7 @@ bool readToken(const std::string& path, Secret& token, Failure& failure) {
 bool Credentials::read(const Invocation& invocation,
                        EnvironmentSecrets& secrets,
                        Failure& failure) {
-    user = invocation.value(userOption).value_or(std::string());
+    user = VeltoUsername.stringValue();
     const bool wantsPassword = invocation.has(passwordStdinOption);
     const bool wantsToken = invocation.has(tokenFileOption);
     const bool wantsKey = invocation.has(apiKeyOption) || invocation.has(issuerOption);
@@ -93,7 +152,9 @@ bool Credentials::read(const Invocation& invocation,
     }
     if (wantsToken) {
         form = Form::token;
-        return readToken(invocation.value(tokenFileOption).value_or(std::string()), token, failure);
+        const std::string path = FileManager::expandingTilde(*invocation.value(tokenFileOption));
+        warnOfReaders(path, warnings);
+        return readToken(path, token, failure);
     }
     if (wantsKey) {
         form = Form::apiKey;
@@ -104,6 +165,10 @@ bool Credentials::read(const Invocation& invocation,
                                    localized("Give both."));
             return false;
         }
+        if (!checkKey(apiKey, issuer, failure)) {
+            return false;
+        }
+        warnOfReaders(TokenSigner::keyFile(apiKey).value_or(std::string()), warnings);
         return true;
     }
     const bool hasSession = !secrets.sessionID.isEmpty() || !secrets.sharedSecret.isEmpty();

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 class VeltoAuthenticationContextImpl;
 
@@ -24,9 +25,11 @@ struct Credentials {
     Secret token;  ///< The bytes of the token file.
     std::string apiKey;
     std::string issuer;
+    std::vector<std::string> warnings;  ///< Files with secrets that others may read.
 
-    /// From the options, else from the environment; `form` is none when nothing is given. False,
-    /// with the reason, when what is given does not go together or cannot be read.
+    /// From the options, else from the environment; the user also from the settings. `form` is none
+    /// when nothing is given. False, with the reason, when what is given does not go together or
+    /// cannot be read.
     bool read(const Invocation& invocation, EnvironmentSecrets& secrets, Failure& failure);
 
     /// Null for none and for a password. False, with the reasons, when the credentials are no good.

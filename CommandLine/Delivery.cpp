@@ -13,6 +13,7 @@
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Utilities/MZHumanReadableBytes.h>
+#include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -226,7 +227,11 @@ bool DeliveryPlan::make(Frontend& frontend,
                                             : error.localizedDescription()));
         return false;
     }
-    if (!credentials.read(invocation, frontend.secrets(), failure)) {
+    const bool isSignedIn = credentials.read(invocation, frontend.secrets(), failure);
+    for (const std::string& warning : credentials.warnings) {
+        frontend.warn(warning);
+    }
+    if (!isSignedIn) {
         return false;
     }
     std::shared_ptr<VeltoAuthenticationContextImpl> context;
@@ -239,9 +244,9 @@ bool DeliveryPlan::make(Frontend& frontend,
     source->setUsername(credentials.user);
     source->setPassword(credentials.password.text());
     source->setAuthentication(context);
-    source->setProviderShortName(invocation.value(providerOption).value_or(std::string()));
-    source->setVTCProviderShortName(invocation.value(vtcProviderOption).value_or(std::string()));
-    source->setTransport(invocation.value(transportOption).value_or(std::string()));
+    source->setProviderShortName(VeltoProviderShortname.stringValue());
+    source->setVTCProviderShortName(VeltoVTCProviderShortname.stringValue());
+    source->setTransport(UserDefaults::shared().stringValue("VeltoTransport"));
     return true;
 }
 

@@ -9,6 +9,8 @@ namespace velto::cli {
 inline constexpr std::array<std::string_view, 4> storeNames{"velto-store", "ovalis", "zarnet-books",
                                                             "zarnet-services"};
 
+inline constexpr std::array<std::string_view, 3> transportNames{"DAV", "Signiant", "Aspera"};
+
 inline constexpr Option userOption{.name = "user",
                                    .letter = 'u',
                                    .value = "NAME",
@@ -48,7 +50,8 @@ inline constexpr Option keyFolderOption{.name = "key-folder",
 inline constexpr Option transportOption{.name = "transport",
                                         .letter = 't',
                                         .value = "NAME",
-                                        .help = "how the files travel: DAV, Signiant, Aspera"};
+                                        .help = "how the files travel: DAV, Signiant, Aspera",
+                                        .choices = transportNames};
 inline constexpr Option throttleOption{.name = "throttle",
                                        .value = "KBIT",
                                        .help = "at most KBIT kilobits a second"};

@@ -11,7 +11,7 @@ constexpr ExitCodeMeaning meanings[] = {
     {ExitCode::signIn, "the store refused the sign-in"},
     {ExitCode::tryAgain,
      "failed for a passing reason, or not confirmed by the tool: worth trying again"},
-    {ExitCode::toolNotFound, "the delivery tool was not found"},
+    {ExitCode::toolNotFound, "the delivery tool was not found, or is no program"},
     {ExitCode::stopped, "stopped by the user"},
 };
 

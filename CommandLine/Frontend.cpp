@@ -85,6 +85,19 @@ void Frontend::complain(const Failure& failure) {
     console_.print(errors, text);
 }
 
+void Frontend::warn(std::string_view text) {
+    if (isQuiet_) {
+        return;
+    }
+    if (printsJSON()) {
+        answer(JSONLine("message").add("level", "warning").add("text", text));
+        return;
+    }
+    const auto errors = Console::Stream::errors;
+    console_.line(errors, "velto: " + console_.inked(errors, Ink::warning, localized("Warning:")) +
+                              " " + printable(text));
+}
+
 void Frontend::remark(Ink ink, std::string_view label, std::string_view text) {
     if (style_ == Style::human) {
         const auto output = Console::Stream::output;

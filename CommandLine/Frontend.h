@@ -42,6 +42,8 @@ public:
     ExitCode fail(const Failure& failure, const Dictionary& details = {});
     /// The same for a person, on standard error, whatever the style.
     void complain(const Failure& failure);
+    /// A warning of what was given, on standard error; with JSON a message.
+    void warn(std::string_view text);
     /// A warning or a note on the way.
     void remark(Ink ink, std::string_view label, std::string_view text);
 

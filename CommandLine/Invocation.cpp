@@ -68,7 +68,9 @@ Failure unknownWord(const CLI::App& app, const Command* command, const std::stri
                 names.push_back(option->name);
             }
         }
-        const std::string name = word.substr(0, word.find('='));
+        const std::size_t equals = word.find('=');
+        // In a cluster of letters, "-=x" is what its reader leaves.
+        const std::string name = word.substr(0, equals == 1 ? std::string::npos : equals);
         what = localizedFormat("There is no option ‘%@’.", printable(name));
         near = name.starts_with("--") ? nearest(std::string_view(name).substr(2), names)
                                       : std::string_view();
@@ -89,6 +91,44 @@ Failure unknownWord(const CLI::App& app, const Command* command, const std::stri
         next = localizedFormat("Did you mean %@?", dashes + std::string(near)) + " " + next;
     }
     return usageFailure(std::move(what), std::move(next));
+}
+
+/// The option that a word of the parser names, of whatever command.
+const Option* optionNamed(std::string_view word) {
+    const auto find = [&](const OptionGroup& group) -> const Option* {
+        const auto found = std::ranges::find_if(group.options, [&](const Option* option) {
+            return word == "--" + std::string(option->name);
+        });
+        return found == group.options.end() ? nullptr : *found;
+    };
+    const Option* found = find(commonOptions());
+    for (const Command* command : allCommands()) {
+        for (const OptionGroup& group : command->groups) {
+            found = found != nullptr ? found : find(group);
+        }
+    }
+    return found;
+}
+
+Failure needlessValue(const Option& option, const Command* command) {
+    return usageFailure(localizedFormat("--%@ takes no value.", option.name), helpHint(command));
+}
+
+/// The parser's own complaint, in words that help. It begins with the option that it is about.
+Failure unfitOption(const CLI::ParseError& error, const Command* command) {
+    const std::string_view text = error.what();
+    const Option* option = optionNamed(text.substr(0, text.find_first_of(": ")));
+    if (option == nullptr) {
+        Failure failure =
+            usageFailure(localized("The command line cannot be understood."), helpHint(command));
+        failure.why.push_back(printable(text));
+        return failure;
+    }
+    return usageFailure(option->takesValue()
+                            ? localizedFormat("--%@ needs a value: --%@ %@.", option->name,
+                                              option->name, option->value)
+                            : localizedFormat("--%@ takes no value.", option->name),
+                        helpHint(command));
 }
 
 bool checkOperands(const Invocation& invocation, Failure& failure) {
@@ -196,13 +236,24 @@ std::optional<Invocation> Invocation::parse(const std::vector<std::string>& argu
     try {
         root.parse(std::move(reversed));
     } catch (const CLI::ParseError& error) {
-        failure = usageFailure(printable(error.what()) + ".", helpHint(nullptr));
+        const Command* command = nullptr;
+        for (const CLI::App* app = &root; !app->get_subcommands().empty();) {
+            app = app->get_subcommands().front();
+            const std::string name =
+                (command != nullptr ? std::string(command->name) + " " : "") + app->get_name();
+            command = findCommand(name);
+        }
+        failure = unfitOption(error, command);
         return std::nullopt;
     }
     for (Node* node = &nodes.at("");;) {
         invocation.command = node->command;
         for (const auto& [option, parsed] : node->options) {
             for (const std::string& value : parsed->results()) {
+                if (!option->takesValue() && value != "true") {
+                    failure = needlessValue(*option, node->command);
+                    return std::nullopt;
+                }
                 invocation.add(*option, value);
             }
         }

@@ -5,16 +5,18 @@
 #include <CommandLine/Invocation.h>
 #include <CommandLine/JSONLine.h>
 #include <CommandLine/Paths.h>
+#include <CommandLine/SettingValues.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/ProcessInfo.h>
+#include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
+#include <utility>
 
 namespace velto::cli {
 
@@ -23,16 +25,35 @@ namespace {
 /// A person who presses Ctrl-C does not wait the library's ten seconds.
 constexpr double graceOfFrontEnd = 1;
 
+constexpr const char* passwordWays =
+    markLocalized("Set VELTO_PASSWORD, or give --password-stdin, when you verify or upload.");
+
 /// The arguments layer, kept to be added to.
 Dictionary& argumentsLayer() {
     static Dictionary layer;
     return layer;
 }
 
-bool readSeconds(const std::string& text, double& seconds) {
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    return result.ec == std::errc() && result.ptr == text.data() + text.size() && seconds >= 0 &&
-           seconds <= 3600;
+/// Puts what was given for a setting into a layer. `name` says where it was given.
+bool assign(Dictionary& layer,
+            const Setting& setting,
+            const std::string& text,
+            std::string_view name,
+            Failure& failure) {
+    auto value = typedValue(setting, text);
+    if (!value) {
+        failure = usageFailure(localizedFormat("%@ cannot be ‘%@’.", name, printable(text)),
+                               wordsForValues(setting));
+        return false;
+    }
+    layer.set(setting.key(), std::move(*value));
+    return true;
+}
+
+const Setting* settingNamed(std::string_view key) {
+    const std::vector<const Setting*> settings = UserDefaults::declaredSettings();
+    const auto found = std::ranges::find(settings, key, &Setting::key);
+    return found == settings.end() ? nullptr : *found;
 }
 
 bool readAssignments(const Invocation& invocation, Dictionary& layer, Failure& failure) {
@@ -44,85 +65,176 @@ bool readAssignments(const Invocation& invocation, Dictionary& layer, Failure& f
             return false;
         }
         const std::string key = assignment.substr(0, equals);
-        if (declaredSetting(key, failure) == nullptr) {
+        const Setting* setting = declaredSetting(key, failure);
+        if (setting == nullptr || !mayBeTyped(*setting, failure) ||
+            !assign(layer, *setting, assignment.substr(equals + 1), "--set " + key, failure)) {
             return false;
         }
-        layer.set(key, assignment.substr(equals + 1));
     }
     return true;
 }
 
-bool useFile(const Invocation& invocation, Failure& failure) {
-    UserDefaults& defaults = UserDefaults::shared();
-    Error error;
-    if (const auto path = invocation.value(configOption)) {
-        const bool isMade =
-            invocation.command != nullptr && invocation.command->name == "config set";
-        if (!isMade && !FileManager::exists(*path)) {
-            failure =
-                usageFailure(localizedFormat("There is no settings file %@.", printable(*path)),
-                             localized("velto config set --config FILE KEY VALUE makes one."));
-            return false;
-        }
-        if (!defaults.loadUserFile(*path, &error) && !error) {
-            error = Error::posix(EIO, *path);
-        }
-    } else {
-        error = defaults.loadError();
-    }
-    if (!error) {
-        return true;
-    }
-    failure = usageFailure(
-        localizedFormat("The settings file %@ cannot be read.", printable(defaults.userFilePath())),
-        localized("Correct the file, or move it away."));
-    failure.why.push_back(
-        printable(error.localizedFailureReason().value_or(error.localizedDescription())));
-    return false;
-}
-
-}  // namespace
-
-bool applySettings(const Invocation& invocation, Failure& failure) {
-    UserDefaults& defaults = UserDefaults::shared();
-    defaults.registerDefaults({{"VeltoProcessTerminationGrace", graceOfFrontEnd}});
-    defaults.setEnvironment(UserDefaults::valuesFromEnvironment(ProcessInfo::environment()));
-    Dictionary layer;
-    if (!useFile(invocation, failure) || !readAssignments(invocation, layer, failure)) {
-        return false;
-    }
+/// The options that are settings for one run.
+bool readOptions(const Invocation& invocation, Dictionary& layer, Failure& failure) {
     struct Shortcut {
         const Option& option;
         std::string_view key;
-        bool isPath = false;  ///< What is typed begins where one stands, a setting nowhere.
     };
     const Shortcut shortcuts[] = {
-        {toolOption, "VeltoDrovanExecutablePath", true},
+        {toolOption, "VeltoDrovanExecutablePath"},
+        {userOption, "VeltoUsername"},
+        {providerOption, "VeltoProviderShortname"},
+        {vtcProviderOption, "VeltoVTCProviderShortname"},
+        {transportOption, "VeltoTransport"},
         {throttleOption, "DefaultTransportThrottle"},
-        {keyFolderOption, "VeltoPrivateKeysPath", true},
+        {keyFolderOption, "VeltoPrivateKeysPath"},
+        {graceOption, "VeltoProcessTerminationGrace"},
     };
-    for (const Shortcut& shortcut : shortcuts) {
-        if (const auto value = invocation.value(shortcut.option)) {
-            layer.set(shortcut.key,
-                      shortcut.isPath ? absolutePath(FileManager::expandingTilde(*value)) : *value);
-        }
+    if (invocation.has(providerOption)) {
+        // Who names a provider means that one, not another of the file, which would go before it.
+        layer.set("VeltoVTCProviderShortname", "");
     }
-    if (const auto text = invocation.value(graceOption)) {
-        double seconds = 0;
-        if (!readSeconds(*text, seconds)) {
-            failure = usageFailure(
-                localizedFormat("--%@ cannot be ‘%@’.", graceOption.name, printable(*text)),
-                localized("It is a number of seconds, such as 0.5."));
+    for (const Shortcut& shortcut : shortcuts) {
+        auto value = invocation.value(shortcut.option);
+        if (value && shortcut.option.kind != ArgumentKind::text) {
+            // What is typed begins where one stands, a setting nowhere.
+            value = absolutePath(FileManager::expandingTilde(*value));
+        }
+        if (value && !assign(layer, *settingNamed(shortcut.key), *value,
+                             "--" + std::string(shortcut.option.name), failure)) {
             return false;
         }
-        layer.set("VeltoProcessTerminationGrace", seconds);
     }
     if (invocation.has(verboseOption) || invocation.has(logFileOption)) {
         layer.set("VeltoConnectDebugLoggingEnabled", true);
     }
-    argumentsLayer() = layer;
-    defaults.setArguments(layer);
     return true;
+}
+
+bool readEnvironment(Dictionary& layer, Failure& failure) {
+    const Dictionary texts = UserDefaults::valuesFromEnvironment(ProcessInfo::environment());
+    for (const DictionaryEntry& entry : texts) {
+        const Setting& setting = *settingNamed(entry.key.string());
+        const std::string text(entry.value.string());
+        // An empty variable is as good as none, where it is no text.
+        if (text.empty() && !isAllowed(setting, text)) {
+            continue;
+        }
+        if (!assign(layer, setting, text, UserDefaults::environmentName(setting), failure)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+Failure failureOfFile(const Error& error) {
+    Failure failure = usageFailure(
+        localizedFormat("The settings file %@ cannot be used.",
+                        printable(UserDefaults::shared().userFilePath())),
+        error.domain() == POSIXErrorDomain
+            ? localized("Check the file and its folder, or name another one with --config.")
+        : error.code() == SettingsErrorUnsafeFile
+            ? localized("Let nobody else write it, and look at what it holds.")
+            : localized("Correct the file, or move it away."));
+    // The error of the system names the file once more.
+    failure.why.push_back(
+        printable(error.domain() == POSIXErrorDomain
+                      ? Error::posix(static_cast<int>(error.code())).localizedDescription()
+                      : error.localizedFailureReason().value_or(error.localizedDescription())));
+    return failure;
+}
+
+/// Looks at each key of the user's file; false for one whose value cannot be.
+bool checkFile(SettingsFileUse use, std::vector<std::string>& warnings, Failure& failure) {
+    UserDefaults& defaults = UserDefaults::shared();
+    for (const UserDefaults::UserFileKey& key : defaults.userFileKeys()) {
+        const std::string place =
+            localizedFormat("%@, line %lu:", printable(defaults.userFilePath()), key.line) + " ";
+        if (key.setting == nullptr) {
+            Failure unknown;
+            declaredSetting(key.key, unknown);
+            warnings.push_back(place + unknown.what + " " + unknown.next);
+        } else if (key.setting->key() == VeltoPassword.key()) {
+            warnings.push_back(place + localized("velto takes no password from a file.") + " " +
+                               localized(passwordWays));
+        } else if (!isAllowed(*key.setting, defaults.userFileValue(key.key))) {
+            const std::string why =
+                place + localizedFormat("%@ has a value that it cannot have.", key.key) + " " +
+                wordsForValues(*key.setting);
+            if (use == SettingsFileUse::whole) {
+                failure = usageFailure(localized("The settings file holds a wrong value."),
+                                       localizedFormat("Correct it, or remove it with %@.",
+                                                       "velto config unset " + key.key));
+                failure.why.push_back(why);
+                return false;
+            }
+            warnings.push_back(why);
+        }
+    }
+    return true;
+}
+
+bool useFile(const Invocation& invocation, std::vector<std::string>& warnings, Failure& failure) {
+    UserDefaults& defaults = UserDefaults::shared();
+    const Command& command = *invocation.command;
+    Error error;
+    if (const auto given = invocation.value(configOption)) {
+        const std::string path = FileManager::expandingTilde(*given);
+        if (command.settingsFile != SettingsFileUse::none && command.name != "config set" &&
+            !FileManager::linkAttributes(path, &error) && error.code() == ENOENT) {
+            failure =
+                usageFailure(localizedFormat("There is no settings file %@.", printable(path)),
+                             localized("velto config set --config FILE KEY VALUE makes one."));
+            return false;
+        }
+        error = defaults.loadUserFile(path) ? Error() : defaults.loadError();
+    } else {
+        error = defaults.loadError();
+    }
+    if (command.settingsFile == SettingsFileUse::none) {
+        return true;
+    }
+    if (error) {
+        failure = failureOfFile(error);
+        return false;
+    }
+    return checkFile(command.settingsFile, warnings, failure);
+}
+
+}  // namespace
+
+bool applySettings(const Invocation& invocation,
+                   std::vector<std::string>& warnings,
+                   Failure& failure) {
+    UserDefaults& defaults = UserDefaults::shared();
+    defaults.registerDefaults({{"VeltoProcessTerminationGrace", graceOfFrontEnd}});
+    Dictionary environment;
+    Dictionary arguments;
+    if (!useFile(invocation, warnings, failure) || !readEnvironment(environment, failure) ||
+        !readAssignments(invocation, arguments, failure) ||
+        !readOptions(invocation, arguments, failure)) {
+        return false;
+    }
+    defaults.setEnvironment(environment);
+    argumentsLayer() = arguments;
+    defaults.setArguments(arguments);
+    return true;
+}
+
+bool mayBeTyped(const Setting& setting, Failure& failure) {
+    if (!isSecret(setting)) {
+        return true;
+    }
+    const bool isPassword = setting.key() == VeltoPassword.key();
+    failure = usageFailure(
+        isPassword
+            ? localized("velto keeps no password in its settings.")
+            : localizedFormat("The values of %@ do not belong on a command line.", setting.key()),
+        isPassword ? localized(passwordWays)
+                   : localized("Write them with an editor; velto config path names the file."));
+    failure.why.push_back(
+        localized("Other users of the machine see command lines, and a shell keeps them."));
+    return false;
 }
 
 void hideInLogs(const std::vector<const std::string*>& secrets) {
@@ -137,14 +249,11 @@ void hideInLogs(const std::vector<const std::string*>& secrets) {
 }
 
 const Setting* declaredSetting(std::string_view key, Failure& failure) {
-    const std::vector<const Setting*> settings = UserDefaults::declaredSettings();
-    const auto found = std::ranges::find(settings, key, &Setting::key);
-    if (found != settings.end()) {
-        return *found;
+    if (const Setting* setting = settingNamed(key)) {
+        return setting;
     }
     std::vector<std::string_view> keys;
-    keys.reserve(settings.size());
-    for (const Setting* setting : settings) {
+    for (const Setting* setting : UserDefaults::declaredSettings()) {
         keys.push_back(setting->key());
     }
     const std::string_view near = nearest(key, keys);
@@ -155,14 +264,18 @@ const Setting* declaredSetting(std::string_view key, Failure& failure) {
     return nullptr;
 }
 
-std::string settingText(const Setting& setting, const Value& value) {
+bool isSecret(const Setting& setting) {
     constexpr std::array<std::string_view, 3> secretWords{"Password", "Secret", "Token"};
+    return std::ranges::any_of(secretWords, [&](std::string_view word) {
+        return setting.key().find(word) != std::string_view::npos;
+    });
+}
+
+std::string settingText(const Setting& setting, const Value& value) {
     if (value.isNone()) {
         return {};
     }
-    if (std::ranges::any_of(secretWords, [&](std::string_view word) {
-            return setting.key().find(word) != std::string_view::npos;
-        })) {
+    if (isSecret(setting)) {
         return std::string(hiddenText);
     }
     // Arguments of the tool among them may be secrets; the mask knows which.

@@ -16,14 +16,21 @@ class Invocation;
 inline constexpr std::string_view hiddenText = "**hidden**";
 
 /// Fills the layers of the settings that are the front end's: another user's file, the environment,
-/// and what stands on the command line.
-bool applySettings(const Invocation& invocation, Failure& failure);
+/// and what stands on the command line. Sentences about what is odd in the file go to `warnings`.
+bool applySettings(const Invocation& invocation,
+                   std::vector<std::string>& warnings,
+                   Failure& failure);
 
 /// Adds to the texts that no log line shows.
 void hideInLogs(const std::vector<const std::string*>& secrets);
 
 /// Null, with a suggestion, when no setting has the key.
 const Setting* declaredSetting(std::string_view key, Failure& failure);
+
+/// Whether its values are secrets, which no answer shows.
+bool isSecret(const Setting& setting);
+/// False, with what to do instead, for a secret: no command line holds its value.
+bool mayBeTyped(const Setting& setting, Failure& failure);
 
 /// A value as one types it, with secrets hidden.
 std::string settingText(const Setting& setting, const Value& value);

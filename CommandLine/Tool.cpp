@@ -10,11 +10,64 @@
 #include <VeltoConnectFoundation/Platform/PathTrust.h>
 
 #include <algorithm>
-#include <vector>
+#include <cerrno>
+#include <filesystem>
 
 namespace velto::cli {
 
 namespace {
+
+/// The start of a file, enough for what a program begins with; none when it cannot be read.
+std::optional<std::string> startOf(const std::string& path) {
+    constexpr std::size_t most = 256;
+    std::string start;
+    Error error;
+    const bool isEmpty = FileManager::readBlocks(
+        path, most,
+        [&](std::string_view block) {
+            start = block;
+            return false;
+        },
+        &error);
+    return isEmpty || !error ? std::optional(std::move(start)) : std::nullopt;
+}
+
+/// Why the system would not run it; empty for a program.
+std::string objectionTo(const std::string& path) {
+    Error error;
+    const auto attributes = FileManager::attributes(path, &error);
+    if (!attributes) {
+        return error.code() == ENOENT || error.code() == ENOTDIR
+                   ? localizedFormat("There is no program at %@.", printable(path))
+                   : printable(error.localizedDescription()) + ".";
+    }
+    if (attributes->kind == FileAttributes::Kind::folder) {
+        return localizedFormat("%@ is a folder.", printable(path));
+    }
+    if (!FileManager::isExecutable(path)) {
+        return localizedFormat("%@ may not be executed.", printable(path));
+    }
+    const auto start = startOf(path);
+    if (!start || start->starts_with("\x7f"
+                                     "ELF")) {
+        return {};  // Only running it tells more.
+    }
+    constexpr std::string_view script = "#!";
+    if (!start->starts_with(script)) {
+        return localizedFormat("%@ is no program.", printable(path));
+    }
+    std::string interpreter = start->substr(script.size(), start->find('\n') - script.size());
+    interpreter.erase(0, interpreter.find_first_not_of(" \t"));
+    interpreter.erase(std::min(interpreter.find_first_of(" \t\r"), interpreter.size()));
+    return FileManager::isExecutable(interpreter)
+               ? std::string()
+               : localizedFormat("%@ needs the program %@, which is not there.", printable(path),
+                                 printable(interpreter));
+}
+
+std::string normal(const std::string& path) {
+    return std::filesystem::path(path).lexically_normal().string();
+}
 
 std::string refusalText(const std::string& path, const std::string& reason) {
     return localizedFormat("%@ is not run, for it would be given your credentials: %@",
@@ -23,7 +76,7 @@ std::string refusalText(const std::string& path, const std::string& reason) {
 
 /// Why the tool is not taken from there.
 void addReason(const std::string& path, Failure& failure) {
-    std::string why = localizedFormat("There is no program at %@.", printable(path));
+    std::string why = objectionTo(path);
     if (const std::string reason = reasonAgainstTool(path); !reason.empty()) {
         why = refusalText(path, reason);
         // Rather than what is missing: the first that is there can be mended.
@@ -34,12 +87,32 @@ void addReason(const std::string& path, Failure& failure) {
                                            printable(PathTrust::of(path).remedy()));
         }
     }
-    if (std::ranges::find(failure.why, why) == failure.why.end()) {
+    if (!why.empty() && std::ranges::find(failure.why, why) == failure.why.end()) {
         failure.why.push_back(std::move(why));
     }
 }
 
 }  // namespace
+
+std::vector<std::string> searchedPlaces() {
+    std::vector<std::string> paths = VeltoDrovan::drovanPaths();
+    const std::string configured = FileManager::expandingTilde(VeltoDrovan::drovanPath());
+    if (!configured.empty() && std::ranges::find(paths, configured) == paths.end()) {
+        paths.insert(paths.begin(), configured);
+    }
+    std::vector<std::string> places;
+    for (const std::string& path : paths) {
+        std::string place = normal(path);
+        // Bundles are another system's; here such a place is worth telling when there is something.
+        const bool isElsewhere = place.find(".app/") != std::string::npos ||
+                                 place.find(".framework/") != std::string::npos;
+        if ((!isElsewhere || FileManager::exists(place)) &&
+            std::ranges::find(places, place) == places.end()) {
+            places.push_back(std::move(place));
+        }
+    }
+    return places;
+}
 
 std::optional<std::string> findTool(Frontend& frontend,
                                     const Invocation& invocation,
@@ -50,25 +123,25 @@ std::optional<std::string> findTool(Frontend& frontend,
                                  "velto config set VeltoDrovanExecutablePath PATH.")};
     const std::string set = FileManager::expandingTilde(VeltoDrovan::drovanPath());
     if (invocation.has(toolOption)) {
-        if (FileManager::isExecutable(set) && PathTrust::of(set)) {
+        if (objectionTo(set).empty() && PathTrust::of(set)) {
             return set;
         }
         addReason(set, failure);
         return std::nullopt;
     }
-    std::vector<std::string> places = VeltoDrovan::drovanPaths();
-    if (!set.empty() && !set.starts_with('/')) {
-        places.insert(places.begin(), set);
-    }
     auto chosen = VeltoDrovan::overridenDrovanPath();
-    for (const std::string& path : places) {
+    for (const std::string& path : searchedPlaces()) {
         if (!chosen) {
             addReason(path, failure);
-        } else if (path == *chosen) {
+        } else if (path == normal(*chosen)) {
             break;
         } else if (const std::string reason = reasonAgainstTool(path); !reason.empty()) {
             frontend.remark(Ink::warning, localized("warning"), refusalText(path, reason));
         }
+    }
+    if (chosen && !objectionTo(*chosen).empty()) {
+        addReason(*chosen, failure);
+        chosen.reset();
     }
     return chosen;
 }

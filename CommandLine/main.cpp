@@ -42,7 +42,12 @@ void keepStandardDescriptors() {
 
 ExitCode runCommand(Frontend& frontend, const Invocation& invocation) {
     Failure failure;
-    if (!applySettings(invocation, failure)) {
+    std::vector<std::string> warnings;
+    const bool isReady = applySettings(invocation, warnings, failure);
+    for (const std::string& warning : warnings) {
+        frontend.warn(warning);
+    }
+    if (!isReady) {
         return frontend.fail(failure);
     }
     // Not before: logging reads its settings when it is first touched.

@@ -97,6 +97,7 @@ const Command& completionCommand() {
         .operands = {{.name = "bash|zsh|fish", .choices = shells}},
         .examples = {{"source <(velto completion bash)", "completion in this shell"},
                      {"velto completion fish > ~/.config/fish/completions/velto.fish", "for good"}},
+        .settingsFile = SettingsFileUse::none,
         .run = &run,
     };
     return command;

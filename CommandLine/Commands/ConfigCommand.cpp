@@ -17,6 +17,7 @@ const Command& configCommand() {
                      {"velto config set VeltoDrovanProxyHost proxy.example",
                       "writes the user's file"},
                      {"velto config get VeltoDrovanExecutablePath", "one value"}},
+        .settingsFile = SettingsFileUse::editable,
         .run = configListCommand().run,
     };
     return command;

@@ -35,6 +35,7 @@ const Command& configGetCommand() {
         .operands = {{.name = "KEY", .kind = ArgumentKind::setting}},
         .examples = {{"velto config get VeltoDrovanExecutablePath",
                       "where the delivery tool is looked for first"}},
+        .settingsFile = SettingsFileUse::editable,
         .run = &run,
     };
     return command;

@@ -65,6 +65,7 @@ const Command& configListCommand() {
             "Prints every setting with the layer that won and its value. Secrets are hidden.",
         .groups = {{"Options", {&longOption}}},
         .examples = {{"velto config list --long", "with what each setting means"}},
+        .settingsFile = SettingsFileUse::editable,
         .run = &run,
     };
     return command;

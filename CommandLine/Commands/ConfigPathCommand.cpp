@@ -24,6 +24,7 @@ const Command& configPathCommand() {
         .summary = "print the path of the user's file",
         .description = "Prints the path of the user's settings file, whether it exists or not.",
         .examples = {{"$EDITOR \"$(velto config path)\"", "edits the settings"}},
+        .settingsFile = SettingsFileUse::none,
         .run = &run,
     };
     return command;

@@ -9,17 +9,19 @@ namespace {
 
 ExitCode run(Frontend& frontend, const Invocation& invocation) {
     Failure failure;
-    const Setting* setting = declaredSetting(invocation.operands.front(), failure);
-    if (setting == nullptr) {
+    const std::string& key = invocation.operands.front();
+    UserDefaults& defaults = UserDefaults::shared();
+    // What is no setting may go from the file all the same.
+    if (defaults.userFileValue(key).isNone() && declaredSetting(key, failure) == nullptr) {
         return frontend.fail(failure);
     }
     Error error;
-    if (!UserDefaults::shared().setValue(setting->key(), {}, &error)) {
+    if (!defaults.setValue(key, {}, &error)) {
         return frontend.fail(
             failureOfErrors(localized("The setting could not be written."), {error}));
     }
     if (frontend.printsJSON()) {
-        frontend.answer(frontend.result("done", ExitCode::done).add("key", setting->key()));
+        frontend.answer(frontend.result("done", ExitCode::done).add("key", key));
     }
     return ExitCode::done;
 }
@@ -33,6 +35,7 @@ const Command& configUnsetCommand() {
         .description = "Removes a setting from the user's file; one that is not there stays so.",
         .operands = {{.name = "KEY", .kind = ArgumentKind::setting}},
         .examples = {{"velto config unset VeltoDrovanProxyHost", "back to the default"}},
+        .settingsFile = SettingsFileUse::editable,
         .run = &run,
         .acts = true,
     };

@@ -171,6 +171,7 @@ const Command& manCommand() {
         .description =
             "Prints the manual page, in the language of man pages. An installation brings it.",
         .examples = {{"velto man | man -l -", "reads it"}},
+        .settingsFile = SettingsFileUse::none,
         .run = &run,
     };
     return command;

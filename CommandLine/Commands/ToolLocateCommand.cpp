@@ -3,7 +3,6 @@
 #include <CommandLine/Invocation.h>
 #include <CommandLine/Text.h>
 #include <CommandLine/Tool.h>
-#include <VeltoConnectFoundation/DeliveryTool/VeltoDrovan.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 
 namespace velto::cli {
@@ -16,7 +15,7 @@ constexpr Option allOption{.name = "all",
 
 void showAll(Frontend& frontend) {
     Array places;
-    for (const std::string& path : VeltoDrovan::drovanPaths()) {
+    for (const std::string& path : searchedPlaces()) {
         const bool isThere = FileManager::isExecutable(path);
         const std::string against = reasonAgainstTool(path);
         Dictionary place{{"path", path}, {"found", isThere && against.empty()}};

@@ -69,6 +69,65 @@ TEST_F(ConfigTest, SecretsAreHidden) {
     EXPECT_THAT(answer({"config", "get", "VeltoPasswords"}), HasSubstr("hidden"));
 }
 
+TEST_F(ConfigTest, ASettingsFileIsCheckedWhereItIsWrong) {
+    const std::filesystem::path path = folder / "home/.config/velto/config.toml";
+    const struct {
+        const char* text;
+        int verifies, lists;  ///< Exit codes.
+        const char* said;
+    } rows[] = {
+        {"# ok\n\nVeltoDrovanProxyPort = 70000\n", 2, 0,
+         "config.toml, line 3: VeltoDrovanProxyPort"},
+        {"SendDAVTransport = 'perhaps'\n", 2, 0, "line 1: SendDAVTransport"},
+        {"VeltoTransport = 'dav'\n", 2, 0, "DAV, Signiant or Aspera"},
+        {"VeltoProcessTerminationGrace = nan\n", 2, 0, "from 0 to 3600"},
+        {"MZInflatedSizeLimit = [1]\n", 2, 0, "a whole number"},
+        {"VeltoUsrname = 'me'\n", 1, 0,
+         "line 1: There is no setting ‘VeltoUsrname’. Did you mean VeltoUsername"},
+        {"VeltoPassword = 'canary'\n", 1, 0, "line 1: velto takes no password from a file"},
+        {"a = [\n", 2, 2, "Line 1, column"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        write(path, row.text);
+        const Child verify = finished(job("verify", folder / "none.velmp"));
+        const Child list = finished({"config"});
+        EXPECT_EQ(verify.exitCode, row.verifies) << verify.all();
+        EXPECT_EQ(list.exitCode, row.lists) << list.all();
+        EXPECT_THAT(verify.errors, HasSubstr(row.said));
+        EXPECT_THAT(list.errors, HasSubstr(row.said));
+        EXPECT_THAT(list.all(), Not(HasSubstr("canary")));
+        EXPECT_EQ(answer({"config", "path"}), path);
+    }
+    write(path, "VeltoUsrname = 'me'\nVeltoDrovanProxyPort = 0\n# kept\n");
+    EXPECT_EQ(finished({"config", "unset", "VeltoUsrname"}).exitCode, 0);
+    EXPECT_EQ(finished({"config", "set", "VeltoDrovanProxyPort", "1"}).exitCode, 0);
+    EXPECT_EQ(contentOf(path), "VeltoDrovanProxyPort = '1'\n# kept\n");
+    std::filesystem::permissions(path, std::filesystem::perms(0666));
+    const Child child = finished({"config"});
+    EXPECT_EQ(child.exitCode, 2);
+    EXPECT_THAT(child.errors, HasSubstr("Others may write it"));
+}
+
+TEST_F(ConfigTest, WritersAtTheSameTimeLoseNothing) {
+    const std::vector<std::string> keys{"VeltoUsername",
+                                        "VeltoProviderShortname",
+                                        "VeltoDrovanProxyHost",
+                                        "VeltoPackagePath",
+                                        "VeltoPrivateKeysPath",
+                                        "velmDrovanServiceAddress",
+                                        "VeltoVTCProviderShortname"};
+    std::vector<std::unique_ptr<Child>> children;
+    for (const std::string& key : keys)
+        children.push_back(std::make_unique<Child>(
+            velto::testing::veltoProgram(), Strings{"config", "set", key, "x"}, environment));
+    for (const auto& child : children)
+        EXPECT_EQ(child->finish().exitCode, 0) << child->all();
+    const std::string text = contentOf(folder / "home/.config/velto/config.toml");
+    for (const std::string& key : keys)
+        EXPECT_THAT(text, HasSubstr(key + " = 'x'\n"));
+}
+
 TEST_F(ConfigTest, WhatCannotBeSetIsRefused) {
     const struct {
         Strings words;
@@ -79,6 +138,10 @@ TEST_F(ConfigTest, WhatCannotBeSetIsRefused) {
         {{"SendDAVTransport", "perhaps"}, "yes or no"},
         {{"VeltoDrovanProxyHost", "a", "b"}, "one text"},
         {{"VeltoDrovanProxyHots", "a"}, "VeltoDrovanProxyHost"},
+        {{"VeltoDrovanProxyPort", "70000"}, "from 1 to 65535"},
+        {{"VeltoTransport", "dav"}, "DAV, Signiant or Aspera"},
+        {{"VeltoPassword", "canary"}, "VELTO_PASSWORD"},
+        {{"VeltoPasswords", "canary"}, "editor"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.said);
@@ -87,6 +150,7 @@ TEST_F(ConfigTest, WhatCannotBeSetIsRefused) {
         const Child child = finished(words);
         EXPECT_EQ(child.exitCode, 2) << child.all();
         EXPECT_THAT(child.errors, HasSubstr(row.said));
+        EXPECT_THAT(child.errors, Not(HasSubstr("canary")));
     }
     EXPECT_FALSE(std::filesystem::exists(folder / "home/.config/velto/config.toml"));
 }

@@ -52,6 +52,10 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
     const std::string planted = folder / "planted/VelmDrovan";
     write(planted, "#!/bin/sh\n");
     std::filesystem::permissions(planted, std::filesystem::perms{0777});
+    write(folder / "text", "echo\n");
+    write(folder / "script", "#! /none/sh -e\n");
+    for (const char* name : {"text", "script"})
+        std::filesystem::permissions(folder / name, std::filesystem::perms(0700));
     const Strings verify = job("verify", package);
     const Strings upload = job("upload", package);
     const auto with = [&](const Strings& options) { return job("verify", package, options); };
@@ -87,6 +91,10 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
         {"unknown option", with({"--quite"}), {}, "", 2, "--quiet"},
         {"unknown command", {"uplaod"}, {}, "", 2, "upload"},
         {"a grace that is none", with({"--grace", "soon"}), {}, "", 2, "soon"},
+        {"no throttle", job("upload", package, {"--throttle", "0"}), {}, "", 2, "kilobits"},
+        {"no transport", job("upload", package, {"--transport", "dav"}), {}, "", 2, "DAV"},
+        {"a port that is none", verify, {{"VELTO_VELTODROVANPROXYPORT", "x"}}, "", 2, "65535"},
+        {"a value for a switch", with({"--no-checksum=no"}), {}, "", 2, "takes no value"},
         {"unknown setting", with({"--set", "Nonsense=1"}), {}, "", 2, "Nonsense"},
         {"broken settings", with({"--config", folder / "broken.toml"}), {}, "", 2, "broken.toml"},
         {"no credentials", verify, password(""), "", 2, "VELTO_PASSWORD"},
@@ -99,7 +107,14 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
         {"wrong session", verify, session("no", "no"), "", 4, "(-20283)"},
         {"app-specific", as("twostep"), password("twostep-password"), "", 4, "(-22938)"},
         {"no token", with({"--token-file", folder / "none.plist"}), {}, "", 4, "none.plist"},
-        {"no token in it", noToken, {}, "", 4, "velto upload --help"},
+        {"no token in it", noToken, {}, "", 4, "It has no text “rovquill”"},
+        {"a token file for all to read", noToken, {}, "", 4, "chmod 600"},
+        {"a token file of another kind",
+         with({"--token-file", folder / "broken.toml"}),
+         {},
+         "",
+         4,
+         "no property list"},
         {"no key file", noKey, {}, "", 4, "NOKEY"},
         {"sign-in wins", verify, {}, "error=Odd (-4)\nerror=Late (-20283)\n", 4, "Late"},
         {"ends in the transfer", upload, {}, "exit=0@transfer\n", 5, "confirming the delivery"},
@@ -108,6 +123,9 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
         {"crash", upload, {}, "crash=SEGV@signed-in\n", 5, "the signal SIGSEGV."},
         {"no tool", with({"--tool", folder / "nothing"}), {}, "", 6, "--tool PATH"},
         {"planted tool", with({"--tool", planted}), {}, "", 6, "chmod go-w"},
+        {"a folder", with({"--tool", folder}), {}, "", 6, "is a folder"},
+        {"no program", with({"--tool", folder / "text"}), {}, "", 6, "is no program"},
+        {"no interpreter", with({"--tool", folder / "script"}), {}, "", 6, "/none/sh"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -326,17 +344,26 @@ TEST_F(DeliveryTest, ToolCommandIsWhatUploadRuns) {
     const Child shown = finished(command);
     ASSERT_EQ(shown.exitCode, 0) << shown.all();
     Json expected = objectsOf(shown.output).back()["arguments"];
+    // What is not given comes from the settings.
+    write(folder / "c.toml",
+          "VeltoUsername = 'demo@sandbox.invalid'\nVeltoTransport = 'Signiant'\n"
+          "VeltoProviderShortname = 'DemoStudio'\n");
+    const Child set = finished({"tool", "command", "upload", package, "--json", "--no-checksum",
+                                "--config", folder / "c.toml"});
+    ASSERT_EQ(set.exitCode, 0) << set.all();
+    Json fromSettings = objectsOf(set.output).back()["arguments"];
 
     useScenario("record=" + (folder / "record").string() + "\nrecord-values=yes\n");
     const Child upload = finished(job("upload", package, options));
     ASSERT_EQ(upload.exitCode, 0) << upload.all();
     Json arguments = Json::parse(contentOf(folder / "record"))["arguments"];
     // The variable of the password has another name each time.
-    for (Json* list : {&expected, &arguments})
+    for (Json* list : {&expected, &fromSettings, &arguments})
         for (Json& argument : *list)
             if (argument.get<std::string>().starts_with("@env:"))
                 argument = "@env:NAME";
     EXPECT_EQ(expected, arguments);
+    EXPECT_EQ(fromSettings, arguments);
     EXPECT_NE(std::ranges::find(arguments, Json("-t")), arguments.end());
 }
 

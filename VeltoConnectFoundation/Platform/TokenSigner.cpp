@@ -83,25 +83,6 @@ bool isIdentifier(std::string_view text) {
            std::ranges::all_of(text, isAllowed);
 }
 
-std::optional<std::string> findKeyFile(std::string_view keyID, Error* error) {
-    std::vector<std::string> folders;
-    if (const std::string folder = VeltoPrivateKeysPath.stringValue(); !folder.empty()) {
-        folders.push_back(FileManager::expandingTilde(folder));
-    }
-    folders.push_back(FileManager::configurationFolder() + "/private-keys");
-    std::string places;
-    for (const std::string& folder : folders) {
-        std::string path = folder + '/' + std::string(keyID) + ".p8";
-        if (FileManager::linkAttributes(path)) {
-            return path;
-        }
-        places += (places.empty() ? "“" : ", “") + folder + "”";
-    }
-    fail(error, signerError(Code::missing,
-                            localizedFormat("There is no file “%@.p8” in %@.", keyID, places)));
-    return std::nullopt;
-}
-
 KeyHandle readKey(const std::string& path, Error* error) {
     SecretBytes file;
     Error reason;
@@ -167,6 +148,25 @@ public:
     KeyHandle handle;
 };
 
+std::optional<std::string> TokenSigner::keyFile(std::string_view keyID, Error* error) {
+    std::vector<std::string> folders;
+    if (const std::string folder = VeltoPrivateKeysPath.stringValue(); !folder.empty()) {
+        folders.push_back(FileManager::expandingTilde(folder));
+    }
+    folders.push_back(FileManager::configurationFolder() + "/private-keys");
+    std::string places;
+    for (const std::string& folder : folders) {
+        std::string path = folder + '/' + std::string(keyID) + ".p8";
+        if (FileManager::linkAttributes(path)) {
+            return path;
+        }
+        places += (places.empty() ? "“" : ", “") + folder + "”";
+    }
+    fail(error, signerError(Code::missing,
+                            localizedFormat("There is no file “%@.p8” in %@.", keyID, places)));
+    return std::nullopt;
+}
+
 std::shared_ptr<TokenSigner> TokenSigner::signerWithKeyID(std::string_view keyID,
                                                           std::string_view issuerID,
                                                           Error* error) {
@@ -179,7 +179,7 @@ std::shared_ptr<TokenSigner> TokenSigner::signerWithKeyID(std::string_view keyID
                              : localized("The key’s identifier has characters it cannot have.")));
         return nullptr;
     }
-    const auto path = findKeyFile(keyID, error);
+    const auto path = keyFile(keyID, error);
     KeyHandle handle = path ? readKey(*path, error) : nullptr;
     if (!handle) {
         return nullptr;

@@ -35,6 +35,8 @@ public:
     static std::shared_ptr<TokenSigner> signerWithKeyID(std::string_view keyID,
                                                         std::string_view issuerID,
                                                         Error* error = nullptr);
+    /// The key's file; none, with an error that names the folders, when there is none.
+    static std::optional<std::string> keyFile(std::string_view keyID, Error* error = nullptr);
     ~TokenSigner();
     TokenSigner(const TokenSigner&) = delete;
     TokenSigner& operator=(const TokenSigner&) = delete;

@@ -457,10 +457,14 @@ std::uint64_t UserDefaults::generation() const noexcept {
     return state_->generation();
 }
 
+std::string UserDefaults::environmentName(const Setting& setting) {
+    return "VELTO_" + inCapitals(setting.key());
+}
+
 Dictionary UserDefaults::valuesFromEnvironment(const Dictionary& environment) {
     Dictionary result;
     for (const Setting* setting : declaredSettings()) {
-        const Value& value = environment["VELTO_" + inCapitals(setting->key())];
+        const Value& value = environment[environmentName(*setting)];
         if (!value.isNone()) {
             result.set(setting->key(), value);
         }
@@ -482,8 +486,9 @@ Error UserDefaults::loadError() const {
 
 std::vector<UserDefaults::UserFileKey> UserDefaults::userFileKeys() const {
     const auto settings = declaredSettings();
+    const auto layers = state_->layers();
     std::vector<UserFileKey> keys;
-    for (const SettingsFile::Key& key : state_->layers()->userKeys) {
+    for (const SettingsFile::Key& key : layers->userKeys) {
         const auto found = std::ranges::find(settings, key.name, &Setting::key);
         keys.push_back({key.name, key.line, found == settings.end() ? nullptr : *found});
     }

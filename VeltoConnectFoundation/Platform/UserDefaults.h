@@ -105,7 +105,9 @@ public:
     /// derived.
     std::uint64_t generation() const noexcept;
 
-    /// What a process environment (name to text) sets: "VELTO_" and a declared key in capitals.
+    /// "VELTO_" and the key in capitals.
+    static std::string environmentName(const Setting& setting);
+    /// What a process environment (name to text) sets.
     static Dictionary valuesFromEnvironment(const Dictionary& environment);
 
     /// Every declared setting, sorted by key.
