@@ -28,6 +28,10 @@ constexpr double graceOfFrontEnd = 1;
 constexpr const char* passwordWays =
     markLocalized("Set VELTO_PASSWORD, or give --password-stdin, when you verify or upload.");
 
+Dictionary defaultsOfFrontEnd() {
+    return {{"VeltoProcessTerminationGrace", graceOfFrontEnd}};
+}
+
 /// The arguments layer, kept to be added to.
 Dictionary& argumentsLayer() {
     static Dictionary layer;
@@ -207,7 +211,7 @@ bool applySettings(const Invocation& invocation,
                    std::vector<std::string>& warnings,
                    Failure& failure) {
     UserDefaults& defaults = UserDefaults::shared();
-    defaults.registerDefaults({{"VeltoProcessTerminationGrace", graceOfFrontEnd}});
+    defaults.registerDefaults(defaultsOfFrontEnd());
     Dictionary environment;
     Dictionary arguments;
     if (!useFile(invocation, warnings, failure) || !readEnvironment(environment, failure) ||
@@ -235,6 +239,11 @@ bool mayBeTyped(const Setting& setting, Failure& failure) {
     failure.why.push_back(
         localized("Other users of the machine see command lines, and a shell keeps them."));
     return false;
+}
+
+Value defaultOf(const Setting& setting) {
+    const Value own = defaultsOfFrontEnd()[setting.key()];
+    return own.isNone() ? setting.registeredDefault() : own;
 }
 
 void hideInLogs(const std::vector<const std::string*>& secrets) {

@@ -21,6 +21,9 @@ bool applySettings(const Invocation& invocation,
                    std::vector<std::string>& warnings,
                    Failure& failure);
 
+/// The value that holds when nobody set another.
+Value defaultOf(const Setting& setting);
+
 /// Adds to the texts that no log line shows.
 void hideInLogs(const std::vector<const std::string*>& secrets);
 

@@ -2,9 +2,16 @@
 #include <CommandLine/Help.h>
 #include <CommandLine/Invocation.h>
 #include <CommandLine/Settings.h>
+#include <VeltoConnectFoundation/Platform/Clock.h>
+#include <VeltoConnectFoundation/Platform/Format.h>
+#include <VeltoConnectFoundation/Platform/ProcessInfo.h>
+#include <VeltoConnectFoundation/Platform/TextEncoding.h>
 #include <VeltoConnectFoundation/Platform/Version.h>
 
 #include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <utility>
 
 namespace velto::cli {
 
@@ -38,44 +45,109 @@ constexpr Entry variables[] = {
     {"LANGUAGE, LC_ALL, LC_MESSAGES, LANG", "The language of the messages."},
 };
 
+constexpr Entry files[] = {
+    {"~/.config/velto/config.toml",
+     "The user's settings, in TOML; see velto config path. At most a mebibyte, and 64 levels deep. "
+     "It is not used when others than its owner may write it or its folder. A key that is no "
+     "setting is a warning, a value that a setting cannot have an error that names its line."},
+    {"token file (--token-file)",
+     "A property list, in XML or binary, of at most a mebibyte: the dictionary that the store's "
+     "sign-in answered. Its text rovquill is the token. Whatever else it holds is not used, but an "
+     "answer of a failed sign-in (userString or resultString) is shown."},
+    {"ID.p8 (--api-key ID)",
+     "The private key of an API key, as the store gave it: a PEM file with an unencrypted key of "
+     "the curve P-256, of at most 64 kibibytes. It is looked for in the folder of --key-folder or "
+     "VeltoPrivateKeysPath, then in ~/.config/velto/private-keys. A token or key file that cannot "
+     "be used ends with 4; one that other users may read gets a warning."},
+};
+
 /// Text in the language of manual pages.
 class Page {
 public:
-    void section(std::string_view title) { text += ".SH \"" + escaped(title) + "\"\n"; }
-    void subsection(std::string_view title) { text += ".SS \"" + escaped(title) + "\"\n"; }
-    void paragraph(std::string_view words) { text += ".PP\n" + line(words); }
-    void entry(std::string_view term, std::string_view meaning) {
-        text += ".TP\n\\fB" + escaped(term) + "\\fR\n" + line(meaning);
+    void section(std::string_view title) { head(".SH", title); }
+    void subsection(std::string_view title) { head(".SS", title); }
+    void paragraph(std::string_view words) {
+        for (const std::string_view part : split(words, "\n")) {
+            beginParagraph();
+            filled(part);
+        }
     }
-    void code(std::string_view words) { text += ".PP\n.nf\n" + line(words) + ".fi\n"; }
+    void entry(std::string_view term, std::string_view meaning) {
+        text += ".TP\n\\fB" + escaped(term) + "\\fR\n";
+        filled(meaning);
+        isAfterTitle_ = false;
+    }
+    void code(std::string_view words) {
+        beginParagraph();
+        text += ".nf\n\\&" + escaped(words) + "\n.fi\n";
+    }
 
     std::string text;
 
 private:
+    void head(std::string_view request, std::string_view title) {
+        text.append(request).append(" \"").append(escaped(title)).append("\"\n");
+        isAfterTitle_ = true;
+    }
+    /// A title begins one by itself.
+    void beginParagraph() {
+        text += isAfterTitle_ ? "" : ".PP\n";
+        isAfterTitle_ = false;
+    }
+    /// In lines that an editor can show.
+    void filled(std::string_view words) {
+        constexpr std::size_t widest = 78;
+        std::string line;
+        const auto end = [&] {
+            // A full stop at the start of a line would be a request.
+            text += (line.starts_with('.') ? "\\&" : "") + line + "\n";
+            line.clear();
+        };
+        for (const std::string_view word : split(words, " ")) {
+            const std::string next = escaped(word);
+            if (!line.empty() && line.size() + 1 + next.size() > widest) {
+                end();
+            }
+            line.append(line.empty() ? "" : " ").append(next);
+        }
+        end();
+    }
     static std::string escaped(std::string_view words) {
+        constexpr std::pair<char, std::string_view> special[] = {
+            {'\\', "\\e"},  {'-', "\\-"},   {'"', "\\(dq"}, {'\'', "\\(aq"},
+            {'`', "\\(ga"}, {'^', "\\(ha"}, {'~', "\\(ti"}};
         std::string result;
         for (const char character : words) {
-            if (character == '\\') {
-                result += "\\e";
-            } else if (character == '-') {
-                result += "\\-";
-            } else if (character == '"') {
-                result += "\\(dq";
-            } else if (character == '\'') {
-                result += "\\(aq";
-            } else {
-                result += character;
-            }
+            const auto* const found =
+                std::ranges::find(special, character, &std::pair<char, std::string_view>::first);
+            found == std::end(special) ? result += character : result += found->second;
         }
         return result;
     }
-    /// A full stop at the start of a line would be a request.
-    static std::string line(std::string_view words) { return "\\&" + escaped(words) + "\n"; }
+
+    bool isAfterTitle_ = false;
 };
+
+/// With its full stop.
+std::string sentence(std::string_view words) {
+    return std::string(words) + (words.ends_with('.') ? "" : ".");
+}
+
+/// The day on which the page is written; packagers may set it.
+std::string today() {
+    using namespace std::chrono;
+    auto seconds = static_cast<std::int64_t>(Clock::wallTime().unixSeconds());
+    const Dictionary environment = ProcessInfo::environment();
+    const std::string_view given = environment["SOURCE_DATE_EPOCH"].string();
+    std::from_chars(given.data(), given.data() + given.size(), seconds);
+    const year_month_day date(floor<days>(sys_seconds(std::chrono::seconds(seconds))));
+    return format("%04d-%02u-%02u", static_cast<int>(date.year()),
+                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
+}
 
 void writeOptions(Page& page, const OptionGroup& group) {
     for (const Option* option : group.options) {
-        page.entry(optionText(*option), std::string(option->help) + ".");
+        page.entry(optionText(*option), sentence(option->help));
     }
 }
 
@@ -89,8 +161,8 @@ void writeCommand(Page& page, const Command& command) {
 
 std::string manualPage() {
     Page page;
-    page.text =
-        ".TH VELTO 1 \"\" \"velto " + std::string(libraryVersion()) + "\" \"User Commands\"\n";
+    page.text = ".TH VELTO 1 " + today() + " \"velto " + std::string(libraryVersion()) +
+                "\" \"User Commands\"\n";
     page.section("NAME");
     page.text += "velto \\- verify content packages and deliver them to their stores\n";
     page.section("SYNOPSIS");
@@ -139,15 +211,19 @@ std::string manualPage() {
     page.entry("VELTO_KEY", "The setting KEY, in capitals: see SETTINGS.");
     page.section("SETTINGS");
     page.paragraph(configCommand().description);
+    page.paragraph("velto takes no password from a setting: see ENVIRONMENT.");
     for (const Setting* setting : UserDefaults::declaredSettings()) {
-        const std::string value = settingText(*setting, setting->registeredDefault());
-        page.entry(setting->key(),
-                   std::string(setting->meaning()) + (value.empty() ? "." : " (" + value + ")."));
+        const std::string value = settingText(*setting, defaultOf(*setting));
+        std::string meaning = sentence(setting->meaning());
+        if (!value.empty()) {
+            meaning.insert(meaning.size() - 1, " (" + value + ")");
+        }
+        page.entry(setting->key(), meaning);
     }
     page.section("FILES");
-    page.entry("~/.config/velto/",
-               "The user's settings; see velto config path. Private keys may lie in "
-               "its folder private-keys.");
+    for (const Entry& file : files) {
+        page.entry(file.term, file.meaning);
+    }
     page.section("EXAMPLES");
     for (const Command* command : allCommands()) {
         for (const Example& example : command->examples) {

@@ -32,8 +32,19 @@ TEST_F(DescriptionTest, EveryCommandHasHelpWithExamples) {
 }
 
 TEST_F(DescriptionTest, TheManualPageTellsEverything) {
+    environment["SOURCE_DATE_EPOCH"] = "86400";
     const Child child = finished({"man"});
     ASSERT_EQ(child.exitCode, 0);
+    EXPECT_THAT(child.output, ::testing::StartsWith(".TH VELTO 1 1970-01-02 "));
+    EXPECT_THAT(child.output, ::testing::Not(::testing::ContainsRegex("[^.][.][.]\n")));
+    std::string text = child.output;
+    std::ranges::replace(text, '\n', ' ');
+    EXPECT_THAT(text, HasSubstr("before it is killed (1)."));
+    write(folder / "velto.1", child.output);
+    if (access("/usr/bin/mandoc", X_OK) == 0) {
+        Child lint("/usr/bin/mandoc", {"-T", "lint", folder / "velto.1"}, environment);
+        EXPECT_EQ(lint.finish().exitCode, 0) << lint.all();
+    }
     for (const velto::cli::Command* command : velto::cli::allCommands())
         EXPECT_THAT(child.output, HasSubstr("velto " + std::string(command->name)));
     for (const auto& meaning : velto::cli::exitCodeMeanings())
