@@ -241,6 +241,19 @@ bool mayBeTyped(const Setting& setting, Failure& failure) {
     return false;
 }
 
+Failure failureOfWriting(const Error& error) {
+    Failure failure = failureOfErrors(localized("The setting could not be written."), {error});
+    if (error.domain() == SettingsErrorDomain) {
+        failure.why = {
+            printable(error.localizedFailureReason().value_or(error.localizedDescription()))};
+        failure.next = localizedFormat("Change the file with an editor: %@",
+                                       printable(UserDefaults::shared().userFilePath()));
+    } else if (error.code() == EEXIST || error.code() == ENOTDIR) {
+        failure.next = localized("Move away what stands where the folder of the settings should.");
+    }
+    return failure;
+}
+
 Value defaultOf(const Setting& setting) {
     const Value own = defaultsOfFrontEnd()[setting.key()];
     return own.isNone() ? setting.registeredDefault() : own;

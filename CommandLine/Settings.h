@@ -21,6 +21,9 @@ bool applySettings(const Invocation& invocation,
                    std::vector<std::string>& warnings,
                    Failure& failure);
 
+/// That a setting could not be written, and why.
+Failure failureOfWriting(const Error& error);
+
 /// The value that holds when nobody set another.
 Value defaultOf(const Setting& setting);
 

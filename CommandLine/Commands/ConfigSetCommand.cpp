@@ -27,8 +27,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     }
     Error error;
     if (!UserDefaults::shared().setValue(setting->key(), *value, &error)) {
-        return frontend.fail(
-            failureOfErrors(localized("The setting could not be written."), {error}));
+        return frontend.fail(failureOfWriting(error));
     }
     const SettingLayer layer = setting->layer();
     if (layer == SettingLayer::arguments || layer == SettingLayer::environment) {

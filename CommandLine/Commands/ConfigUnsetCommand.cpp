@@ -17,8 +17,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     }
     Error error;
     if (!defaults.setValue(key, {}, &error)) {
-        return frontend.fail(
-            failureOfErrors(localized("The setting could not be written."), {error}));
+        return frontend.fail(failureOfWriting(error));
     }
     if (frontend.printsJSON()) {
         frontend.answer(frontend.result("done", ExitCode::done).add("key", key));

@@ -208,7 +208,7 @@ TEST_F(UserDefaultsTest, WhatDoesNotFitIsRefusedAndChangesNothing) {
         Value value;
     } rows[] = {
         {"TestInteger", "12x"},  {"TestBoolean", "maybe"},     {"TestString", Array{}},
-        {"Free", velto::Null{}}, {"Free", Dictionary{{1, 2}}},
+        {"Free", velto::Null{}}, {"Free", Dictionary{{1, 2}}}, {"Free", "\xff"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.key + std::string(" = ") + row.value.description());

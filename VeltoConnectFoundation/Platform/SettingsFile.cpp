@@ -1,4 +1,5 @@
 #include <VeltoConnectFoundation/Platform/SettingsFilePrivate.h>
+#include <VeltoConnectFoundation/Platform/TextEncoding.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
 #include <toml++/toml.h>
@@ -216,7 +217,7 @@ bool store(const Value& value, unsigned depth, const Place& place) {
             return true;
         case ValueKind::string:
             place.put(std::string(value.string()));
-            return true;
+            return isValidUTF8(value.string());
         case ValueKind::date: {
             const std::optional<toml::date_time> time = dateTime(value.date());
             if (time) {
