@@ -173,7 +173,7 @@ Error VeltoPackageFolder::finish(std::string_view metadata) {
 
 Error VeltoPackageFolder::remove(std::string_view name) {
     Error failure;
-    if (!folder_.removeFile(name, &failure) && failure.code() != ENOENT) {
+    if (!name.empty() && !folder_.removeFile(name, &failure) && failure.code() != ENOENT) {
         return failure;
     }
     if (draft_) {

@@ -37,7 +37,8 @@ public:
 
     /// Writes metadata.xml. Returns once all is on the disk, and the path leads to this folder.
     velto::Error finish(std::string_view metadata);
-    /// Removes the video `name`, what is of the metadata, and the folder unless it holds more.
+    /// Removes the video `name` unless that is empty, what is of the metadata, and the folder; an
+    /// error when it holds more.
     velto::Error remove(std::string_view name);
 
 private:
@@ -52,5 +53,5 @@ private:
     const velto::Folder parent_;
     const velto::Folder folder_;
     std::optional<velto::DraftFile> draft_;  ///< metadata.xml, once it is whole.
-    bool keepsDraft_ = false;  ///< When this ends: as the mark, or since it is whole.
+    bool keepsDraft_ = false;                ///< When this ends: as the mark, or since it is whole.
 };

@@ -192,10 +192,11 @@ VeltoPackageFolder* VeltoVideoPackageBuilderWorker::folderAt(std::string_view di
 }
 
 Error VeltoVideoPackageBuilderWorker::discard() {
-    if (folder_ == nullptr) {
+    if (createdDirectory().empty()) {
         return {};
     }
-    if (Error failure = folder_->remove(lastComponent(md5Worker_->file()))) {
+    const std::string video = lastComponent(md5Worker_->file());
+    if (Error failure = folder_->remove(hasCopied_ ? video : std::string())) {
         return failure;
     }
     folder_.reset();
@@ -237,7 +238,9 @@ Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view
     if (operation == nullptr) {
         return failure;
     }
+    hasCopied_ = true;
     if ((failure = operation->copyToFolder(folder->folder(), lastComponent(sourceFile)))) {
+        hasCopied_ = failure.underlyingError().code() != EEXIST;
         return failure;
     }
     if ((failure = faultOfCopy(*operation))) {
@@ -255,7 +258,7 @@ Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view
     }
     tellPhase(localized("Generating metadata…"));
     _generateMetadataXMLForSourceFile(folder->folder().pathOf(lastComponent(sourceFile)), digest,
-                                      operation->sourceAttributes()->size, directory);
+                                      operation->copied(), directory);
     return {};
 }
 

@@ -117,6 +117,7 @@ private:
     const std::string assetType_;
     bool digestsCopy_ = false;  ///< Constant once it is built.
     std::unique_ptr<VeltoPackageFolder> folder_;
+    bool hasCopied_ = false;  ///< A part of the video, at least.
     std::atomic<std::uint64_t> size_{0};
     mutable velto::Lock copyLock_;
     std::shared_ptr<MZFileCopyOperation> copy_ VELTO_GUARDED_BY(copyLock_);
