@@ -11,6 +11,7 @@
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/ProcessInfo.h>
+#include <VeltoConnectFoundation/Platform/SecretRegistry.h>
 #include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
 #include <algorithm>
@@ -30,12 +31,6 @@ constexpr const char* passwordWays =
 
 Dictionary defaultsOfFrontEnd() {
     return {{"VeltoProcessTerminationGrace", graceOfFrontEnd}};
-}
-
-/// The arguments layer, kept to be added to.
-Dictionary& argumentsLayer() {
-    static Dictionary layer;
-    return layer;
 }
 
 /// Puts what was given for a setting into a layer. `name` says where it was given.
@@ -220,8 +215,11 @@ bool applySettings(const Invocation& invocation,
         return false;
     }
     defaults.setEnvironment(environment);
-    argumentsLayer() = arguments;
     defaults.setArguments(arguments);
+    for (const Value& password : defaults.arrayValue("VeltoPasswords")) {
+        const std::string text(password.string());
+        hideInLogs({&text});
+    }
     return true;
 }
 
@@ -260,14 +258,10 @@ Value defaultOf(const Setting& setting) {
 }
 
 void hideInLogs(const std::vector<const std::string*>& secrets) {
-    Array hidden = UserDefaults::shared().arrayValue("VeltoPasswords");
+    static std::vector<RegisteredSecret> hidden;
     for (const std::string* secret : secrets) {
-        if (!secret->empty() && !hidden.contains(*secret)) {
-            hidden.append(*secret);
-        }
+        hidden.emplace_back(*secret);
     }
-    argumentsLayer().set("VeltoPasswords", hidden);
-    UserDefaults::shared().setArguments(argumentsLayer());
 }
 
 const Setting* declaredSetting(std::string_view key, Failure& failure) {

@@ -27,7 +27,7 @@ Failure failureOfWriting(const Error& error);
 /// The value that holds when nobody set another.
 Value defaultOf(const Setting& setting);
 
-/// Adds to the texts that no log line shows.
+/// From now to the end no output and no log shows them. On the main thread.
 void hideInLogs(const std::vector<const std::string*>& secrets);
 
 /// Null, with a suggestion, when no setting has the key.

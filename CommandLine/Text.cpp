@@ -13,8 +13,6 @@ namespace velto::cli {
 
 namespace {
 
-constexpr char32_t replacement = 0xFFFD;
-
 struct Range {
     char32_t first, last;
 };
@@ -42,43 +40,7 @@ std::size_t columnsOf(char32_t codePoint) {
     return isIn(zeroWidth, codePoint) ? 0 : isIn(doubleWidth, codePoint) ? 2 : 1;
 }
 
-bool isControl(char32_t codePoint) {
-    // The direction marks are here since they turn around what follows them.
-    return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0) ||
-           (codePoint >= 0x202A && codePoint <= 0x202E) ||
-           (codePoint >= 0x2066 && codePoint <= 0x2069);
-}
-
 }  // namespace
-
-char32_t takeCodePoint(std::string_view& text) {
-    const auto byte = [&](std::size_t index) {
-        return static_cast<char32_t>(static_cast<unsigned char>(text[index]));
-    };
-    const char32_t first = byte(0);
-    const std::size_t length = first < 0x80             ? 1
-                               : (first & 0xE0) == 0xC0 ? 2
-                               : (first & 0xF0) == 0xE0 ? 3
-                               : (first & 0xF8) == 0xF0 ? 4
-                                                        : 0;
-    constexpr std::array<char32_t, 5> masks{0, 0x7F, 0x1F, 0x0F, 0x07};
-    constexpr std::array<char32_t, 5> smallest{0, 0, 0x80, 0x800, 0x10000};
-    if (length != 0 && length <= text.size()) {
-        char32_t codePoint = first & masks[length];
-        bool valid = true;
-        for (std::size_t index = 1; index < length; ++index) {
-            valid = valid && (byte(index) & 0xC0) == 0x80;
-            codePoint = (codePoint << 6) | (byte(index) & 0x3F);
-        }
-        if (valid && codePoint >= smallest[length] && codePoint <= 0x10FFFF &&
-            (codePoint < 0xD800 || codePoint > 0xDFFF)) {
-            text.remove_prefix(length);
-            return codePoint;
-        }
-    }
-    text.remove_prefix(1);
-    return replacement;
-}
 
 void appendUTF8(std::string& text, char32_t codePoint) {
     const auto put = [&](char32_t byte) { text += static_cast<char>(byte); };
@@ -99,9 +61,13 @@ void appendUTF8(std::string& text, char32_t codePoint) {
     }
 }
 
-std::string printable(std::string_view text) {
+std::string withoutSecrets(std::string_view text) {
     const std::array<FormatArgument, 1> argument{FormatArgument(text)};
-    const std::string masked = MZLogMaskedMessage("%@", argument);
+    return MZLogMaskedMessage("%@", argument);
+}
+
+std::string printable(std::string_view text) {
+    const std::string masked = withoutSecrets(text);
     std::string result;
     result.reserve(masked.size());
     for (std::string_view rest = masked; !rest.empty();) {
@@ -109,7 +75,7 @@ std::string printable(std::string_view text) {
         if (codePoint == '\n' || codePoint == '\r' || codePoint == '\t') {
             result += ' ';
         } else {
-            appendUTF8(result, isControl(codePoint) ? replacement : codePoint);
+            appendUTF8(result, isControlCharacter(codePoint) ? replacementCharacter : codePoint);
         }
     }
     result.erase(result.find_last_not_of(' ') + 1);

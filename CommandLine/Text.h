@@ -1,17 +1,18 @@
 #pragma once
 
+#include <VeltoConnectFoundation/Platform/DisplayText.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace velto::cli {
 
+/// With secrets hidden, as in a log line; any bytes.
+std::string withoutSecrets(std::string_view text);
 /// Fit for a terminal: valid UTF-8 on one line, without control characters, secrets hidden.
 std::string printable(std::string_view text);
 
-/// The next code point of `text`, which becomes shorter; U+FFFD for each byte that is none. `text`
-/// is not empty.
-char32_t takeCodePoint(std::string_view& text);
 void appendUTF8(std::string& text, char32_t codePoint);
 
 /// Columns of a terminal that a printable text takes.

@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/SecretRegistry.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 #include <VeltoConnectFoundation/Work/VeltoConnectFoundationErrors.h>
 
@@ -71,10 +72,15 @@ TEST(MZLog, ANullFunctionOnlyAsks) {
 
 TEST(MZLog, KnownPasswordsAreHiddenInEveryLine) {
     velto::UserDefaults::shared().setArguments({{"VeltoPasswords", Array{"abc", ""}}});
+    const velto::RegisteredSecret registered("canary&");
     CapturedLog log;
     MZLogInfo("%@", "abc/abcd");
+    MZLogInfo("%@", "CANARY%26");
+    // Hidden before it is cut, which would leave the half of it.
+    MZLogInfo("%@", MZLoggableObjectForObject(std::string(77, 'x') + "canary&"));
     velto::UserDefaults::shared().setArguments({});
-    EXPECT_THAT(log.messages(), ElementsAre("**hidden value**/**hidden value**d"));
+    EXPECT_THAT(log.messages(), ElementsAre("**hidden value**/**hidden value**d",
+                                            "**hidden value**", std::string(77, 'x') + "**h…"));
 }
 
 TEST(MZLog, TheConsoleFunctionChoosesStreamAndPrefix) {
@@ -85,10 +91,11 @@ TEST(MZLog, TheConsoleFunctionChoosesStreamAndPrefix) {
     MZLogWarning("warning");
     MZLogError("error");
     MZLogStderr("plain");
-    MZLogCritical("critical");
+    MZLogCritical("%@", "critical\x1b[31m\n*** Error: forged\r\n");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "info\n");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "*** Warning: warning\n*** Error: error\nplain\n*** Critical: critical\n");
+              "*** Warning: warning\n*** Error: error\nplain\n*** Critical: critical\\x1b[31m\n"
+              "\t*** Error: forged\n");
     MZSetLogFunction(previous);
 }
 

@@ -1,5 +1,7 @@
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
 
+#include <VeltoConnectFoundation/Platform/SecretRegistry.h>
+
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -16,7 +18,7 @@ bool isSecretOption(std::string_view option) {
 }
 
 std::string_view maskedValue(std::string_view value) {
-    return value.starts_with("@env:") ? value : "**hidden value**";
+    return value.starts_with("@env:") ? value : hiddenValue;
 }
 
 }  // namespace

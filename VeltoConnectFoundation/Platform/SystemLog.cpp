@@ -1,5 +1,6 @@
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 
+#include <VeltoConnectFoundation/Platform/DisplayText.h>
 #include <VeltoConnectFoundation/Platform/FileDescriptor.h>
 
 #include <fcntl.h>
@@ -115,13 +116,17 @@ void writeToStandardError(std::string_view text) {
 }  // namespace
 
 void systemLog(int level, std::string_view line) {
-    if (!hasStandardError() || writeToJournal(level, line)) {
+    if (!hasStandardError()) {
+        return;
+    }
+    const std::string record = escapedLogLine(line);
+    if (writeToJournal(level, record)) {
         return;
     }
     std::string text;
-    text.reserve(line.size() + 64);
+    text.reserve(record.size() + 64);
     appendStamp(text);
-    text.append(line) += '\n';
+    text.append(record) += '\n';
     writeToStandardError(text);
 }
 

@@ -1,6 +1,8 @@
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
+#include <VeltoConnectFoundation/Platform/DisplayText.h>
 #include <VeltoConnectFoundation/Platform/Lock.h>
+#include <VeltoConnectFoundation/Platform/SecretRegistry.h>
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 #include <VeltoConnectFoundation/Platform/TextEncoding.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
@@ -21,6 +23,7 @@ using velto::Dictionary;
 using velto::findIgnoringCase;
 using velto::FormatArguments;
 using velto::Guard;
+using velto::hiddenValue;
 using velto::Lock;
 using velto::replaceAll;
 using velto::Setting;
@@ -28,8 +31,6 @@ using velto::SettingKind;
 using velto::utf16Length;
 using velto::utf16Prefix;
 using velto::Value;
-
-constexpr const char* hiddenValue = "**hidden value**";
 
 const Setting debugLoggingEnabled("VeltoConnectDebugLoggingEnabled",
                                   SettingKind::boolean,
@@ -146,6 +147,17 @@ void DefaultLogFunction(std::int32_t level, std::string_view format, FormatArgum
     const std::string message = MZLogMaskedMessage(format, arguments);
     velto::systemLog(level, std::string(levelPrefix(level)) + message);
     MZForwardMessageToLoggers(message, level);
+}
+
+/// Without the secrets that are registered, then without those of the setting, to the letter.
+std::string withoutSecrets(std::string_view text) {
+    std::string hidden = velto::hidingSecrets(text);
+    for (const Value& secret : passwords.arrayValue()) {
+        if (const std::string_view password = secret.string(); !password.empty()) {
+            hidden = replaceAll(hidden, password, hiddenValue);
+        }
+    }
+    return hidden;
 }
 
 /// Hides the value of one key where the text is JSON; only the first, and only if its closing
@@ -349,7 +361,7 @@ void MZStdoutStderrLogFunction(std::int32_t level,
     const bool toOutput = level == MZLogLevelInfo || level > MZLogLevelCritical;
     std::FILE* const stream = toOutput ? stdout : stderr;
     std::string line(levelPrefix(level));
-    line += message;
+    line += velto::escapedLogLine(message);
     line += '\n';
     std::fwrite(line.data(), 1, line.size(), stream);
     std::fflush(stream);
@@ -390,13 +402,7 @@ std::vector<std::shared_ptr<MZLogger>> MZGetLoggers() {
 }
 
 std::string MZLogMaskedMessage(std::string_view format, FormatArguments arguments) {
-    std::string message = velto::formatArguments(format, arguments);
-    for (const Value& secret : passwords.arrayValue()) {
-        if (const std::string_view text = secret.string(); !text.empty()) {
-            message = replaceAll(message, text, hiddenValue);
-        }
-    }
-    return message;
+    return withoutSecrets(velto::formatArguments(format, arguments));
 }
 
 void MZForwardMessageToLoggers(std::string_view message, std::int32_t level) {
@@ -417,15 +423,17 @@ void MZForwardMessageToLoggers(std::string_view message, std::int32_t level) {
 }
 
 std::string MZLoggableStringForStringWithMaxLength(std::string_view string, std::size_t maxLength) {
+    // Before the cut, which would leave the beginning of one.
+    const std::string hidden = withoutSecrets(string);
     std::string result;
-    if (string.size() <= maxLength || utf16Length(string) <= maxLength) {
-        result = string;
+    if (hidden.size() <= maxLength || utf16Length(hidden) <= maxLength) {
+        result = hidden;
     } else {
         try {
-            result = utf16Prefix(string, maxLength) + "…";
+            result = utf16Prefix(hidden, maxLength) + "…";
         } catch (const std::exception& exception) {
             MZLogError("Exception getting loggable string from string %@ with index %lu: %@",
-                       string, maxLength, std::string_view(exception.what()));
+                       hidden, maxLength, std::string_view(exception.what()));
             throw;
         }
     }

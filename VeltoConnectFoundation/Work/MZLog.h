@@ -14,8 +14,9 @@
 /// replaceable log function, and loggers that receive every line. Any thread.
 ///
 /// Formats are in the platform's string-format syntax. A call whose level is off costs one
-/// atomic load and formats nothing. Both log functions of the library hide the strings of the
-/// setting "VeltoPasswords" in every line before it goes anywhere.
+/// atomic load and formats nothing. Both log functions of the library hide registered secrets (see
+/// SecretRegistry.h) and the strings of the setting "VeltoPasswords" in every line before it goes
+/// anywhere, and write it as escapedLogLine has it; loggers get it unescaped.
 enum MZLogLevel : std::int32_t {
     MZLogLevelDebug = 0,  ///< Off unless the setting "VeltoConnectDebugLoggingEnabled" is true.
     MZLogLevelInfo = 1,
@@ -79,8 +80,8 @@ VELTO_EXPORT std::string MZLogMaskedMessage(std::string_view format,
 /// Hands a finished line to the loggers, for a host's own log function.
 VELTO_EXPORT void MZForwardMessageToLoggers(std::string_view message, std::int32_t level);
 
-/// At most `maxLength` UTF-16 units and "…"; hides the first JSON value of each of the keys
-/// SharedSecret and SessionId (in any case).
+/// With secrets hidden as in a log line; at most `maxLength` UTF-16 units and "…"; hides the first
+/// JSON value of each of the keys SharedSecret and SessionId (in any case).
 VELTO_EXPORT std::string MZLoggableStringForStringWithMaxLength(std::string_view string,
                                                                 std::size_t maxLength);
 /// A copy fit for a log line: large values cut, "Password", "SharedSecret" and "SessionId"
