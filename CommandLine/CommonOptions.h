@@ -20,10 +20,11 @@ inline constexpr Option verboseOption{.name = "verbose",
                                       .help = "show on standard error what is done, in detail"};
 inline constexpr Option jsonOption{.name = "json",
                                    .help = "print one JSON object a line, for programs"};
-inline constexpr Option logFileOption{.name = "log-file",
-                                      .value = "FILE",
-                                      .help = "add the log, with details, to FILE (mode 0600)",
-                                      .kind = ArgumentKind::file};
+inline constexpr Option logFileOption{
+    .name = "log-file",
+    .value = "FILE",
+    .help = "add the log, with details, to FILE; a new one is yours alone",
+    .kind = ArgumentKind::file};
 inline constexpr Option noColorOption{.name = "no-color",
                                       .help = "no colours; NO_COLOR does the same"};
 inline constexpr Option helpOption{.name = "help", .letter = 'h', .help = "show this help"};

@@ -54,7 +54,7 @@ void showRemarks(Frontend& frontend, const JobOutcome& outcome) {
         for (const Value& remark : remarks) {
             if (frontend.printsJSON() && !frontend.isQuiet()) {
                 frontend.answer(
-                    JSONLine("message").add("level", level).add("text", remarkText(remark)));
+                    JSONLine("message").addWord("level", level).add("text", remarkText(remark)));
             } else {
                 frontend.remark(ink, label, remarkText(remark));
             }
@@ -289,11 +289,7 @@ ExitCode runDelivery(Frontend& frontend, const Invocation& invocation, bool veri
     }
     showSuccess(frontend, *worker, plan, outcome);
     if (frontend.printsJSON()) {
-        JSONLine line = frontend.result("done", ExitCode::done);
-        for (const DictionaryEntry& entry : details(*worker, plan, outcome)) {
-            line.add(entry.key.string(), entry.value);
-        }
-        frontend.answer(line);
+        frontend.answer(frontend.result(ExitCode::done).addAll(details(*worker, plan, outcome)));
     }
     return ExitCode::done;
 }

@@ -12,7 +12,8 @@ namespace velto::cli {
 
 /// How far a job is.
 struct Progress {
-    std::string phase = {};
+    std::string phase = {};                ///< Printable.
+    std::string_view id = {};              ///< The phase's identifier, the same in every language.
     std::optional<double> percent = {};    ///< 0 to 100; none while it is not known.
     std::uint64_t completed = 0;           ///< Bytes.
     std::uint64_t size = 0;                ///< Bytes; 0 when nothing is transferred.

@@ -17,6 +17,10 @@ constexpr ExitCodeMeaning meanings[] = {
 
 }  // namespace
 
+std::string_view outcomeOf(ExitCode code) {
+    return code == ExitCode::done ? "done" : code == ExitCode::stopped ? "stopped" : "failed";
+}
+
 std::span<const ExitCodeMeaning> exitCodeMeanings() {
     return meanings;
 }

@@ -16,6 +16,9 @@ enum class ExitCode : int {
     stopped = 130,
 };
 
+/// "done", "failed" or "stopped": the outcome that JSON and the log tell.
+std::string_view outcomeOf(ExitCode code);
+
 struct ExitCodeMeaning {
     ExitCode code;
     std::string_view meaning;

@@ -20,7 +20,7 @@ constexpr std::size_t reasonsShown = 20;
 
 Frontend::Frontend(Interrupts& interrupts, EnvironmentSecrets secrets)
     : interrupts_(interrupts), secrets_(std::move(secrets)) {
-    interrupts_.setTidying([this] { console_.sayAtOnce(Console::Stream::output, {}); });
+    interrupts_.setTidying([this](bool) { console_.sayAtOnce(Console::Stream::output, {}); });
 }
 
 Frontend::~Frontend() {
@@ -34,10 +34,52 @@ void Frontend::configure(const Invocation& invocation) {
     isQuiet_ = invocation.has(quietOption);
     style_ = invocation.has(jsonOption) ? Style::json : isQuiet_ ? Style::quiet : Style::human;
     command_ = invocation.command != nullptr ? invocation.command->name : std::string_view();
+    interrupts_.setTidying([this](bool isEnd) {
+        console_.sayAtOnce(Console::Stream::output, {});
+        if (isEnd) {
+            answerStopAtOnce(localized("Stopped."));
+        }
+    });
+}
+
+void Frontend::answerStopAtOnce(std::string_view what) noexcept {
+    try {
+        if (printsJSON() && !hasResult_.exchange(true)) {
+            const JSONLine line = result(ExitCode::stopped)
+                                      .addWord("what", what)
+                                      .add("why", Array())
+                                      .addWord("next", "")
+                                      .add("errors", Array());
+            console_.sayAtOnce(Console::Stream::output,
+                               line.text(timeStamp(), !hasAnswered_.exchange(true)) + "\n");
+        }
+    } catch (const std::bad_alloc&) {
+        // Then it ends without.
+    }
+}
+
+void Frontend::answer(const JSONLine& line) {
+    if (!line.isResult() || !hasResult_.exchange(true)) {
+        console_.line(Console::Stream::output,
+                      line.text(timeStamp(), !hasAnswered_.exchange(true)));
+    }
+}
+
+void Frontend::answerName(std::string_view name) {
+    answer(console_.isTerminal(Console::Stream::output) ? printable(name) : std::string(name));
+}
+
+void Frontend::answerWithOwnText(std::string_view key, std::string_view text) {
+    if (printsJSON()) {
+        answer(result(ExitCode::done).addWord(key, text));
+    } else {
+        console_.print(Console::Stream::output, text);
+    }
 }
 
 ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
-    if (printsJSON()) {
+    // What happens behind the result can only be said to a person.
+    if (printsJSON() && !hasResult_) {
         Array why;
         Array errors;
         for (const std::string& reason : failure.why) {
@@ -52,10 +94,7 @@ ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
             .add("why", why)
             .add("next", failure.next)
             .add("errors", errors);
-        for (const DictionaryEntry& entry : details) {
-            line.add(entry.key.string(), entry.value);
-        }
-        answer(line);
+        answer(line.addAll(details));
     } else {
         complain(failure);
     }
@@ -65,13 +104,13 @@ ExitCode Frontend::fail(const Failure& failure, const Dictionary& details) {
 void Frontend::complain(const Failure& failure) {
     const auto errors = Console::Stream::errors;
     std::string text = console_.inked(errors, Ink::bad, "velto:") + " " +
-                       console_.inked(errors, Ink::bold, failure.what) + "\n";
+                       console_.inked(errors, Ink::bold, printable(failure.what)) + "\n";
     const std::string why = localized("Why:");
     const std::string next = localized("Next:");
     const std::size_t column = 2 + std::max(columnsOf(why), columnsOf(next)) + 1;
     const auto entry = [&](const std::string& label, std::string_view words) {
         text.append(2, ' ').append(console_.inked(errors, Ink::faint, label));
-        text.append(column - 2 - columnsOf(label), ' ').append(words).append("\n");
+        text.append(column - 2 - columnsOf(label), ' ').append(printable(words)).append("\n");
     };
     for (std::size_t index = 0; index < std::min(failure.why.size(), reasonsShown); ++index) {
         entry(index == 0 ? why : std::string(), failure.why[index]);
@@ -107,7 +146,9 @@ void Frontend::remark(Ink ink, std::string_view label, std::string_view text) {
 
 JSONLine Frontend::result(std::string_view outcome, ExitCode code) const {
     JSONLine line("result");
-    line.add("command", command_).add("outcome", outcome).add("exitCode", static_cast<int>(code));
+    line.addWord("command", command_)
+        .addWord("outcome", outcome)
+        .add("exitCode", static_cast<int>(code));
     return line;
 }
 

@@ -5,6 +5,7 @@
 #include <CommandLine/JSONLine.h>
 #include <CommandLine/Secrets.h>
 
+#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -36,7 +37,12 @@ public:
 
     /// What was asked for, on standard output, whatever the style.
     void answer(std::string_view text) { console_.line(Console::Stream::output, text); }
-    void answer(const JSONLine& line) { console_.line(Console::Stream::output, line.text()); }
+    /// A path or a name: to a program as it is, to a person fit for the terminal.
+    void answerName(std::string_view name);
+    void answer(const JSONLine& line);  ///< A second result is dropped.
+    /// A text of the program's own, such as its manual page: as it is, or in the result of JSON
+    /// under `key`.
+    void answerWithOwnText(std::string_view key, std::string_view text);
     /// Says what happened, why and what to do next; answers the exit code. `details` are added to
     /// the result of JSON.
     ExitCode fail(const Failure& failure, const Dictionary& details = {});
@@ -44,19 +50,26 @@ public:
     void complain(const Failure& failure);
     /// A warning of what was given, on standard error; with JSON a message.
     void warn(std::string_view text);
+    /// For JSON, the result of a run that ends at once by the user's wish. Any thread; waits for no
+    /// lock of the console and no reader.
+    void answerStopAtOnce(std::string_view what) noexcept;
     /// A warning or a note on the way.
     void remark(Ink ink, std::string_view label, std::string_view text);
 
     /// The object that ends the output of a command.
-    JSONLine result(std::string_view outcome, ExitCode code) const;
+    JSONLine result(ExitCode code) const { return result(outcomeOf(code), code); }
 
 private:
+    JSONLine result(std::string_view outcome, ExitCode code) const;
+
     Console console_;
     Interrupts& interrupts_;
     EnvironmentSecrets secrets_;
     Style style_ = Style::human;
     bool isQuiet_ = false;
     std::string command_;
+    std::atomic<bool> hasAnswered_ = false;  ///< In JSON.
+    std::atomic<bool> hasResult_ = false;
 };
 
 /// {"domain", "code", "text"}

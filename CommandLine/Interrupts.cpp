@@ -64,7 +64,7 @@ void Interrupts::setPauseHandler(PauseHandler handler) {
     pauseHandler_ = std::move(handler);
 }
 
-void Interrupts::setTidying(std::function<void()> tidying) {
+void Interrupts::setTidying(Tidying tidying) {
     const std::lock_guard guard(mutex_);
     tidying_ = std::move(tidying);
 }
@@ -108,7 +108,7 @@ void Interrupts::stopWanted() {
         return;
     }
     if (tidying_) {
-        tidying_();
+        tidying_(true);
     }
     ::_exit(static_cast<int>(ExitCode::stopped));
 }
@@ -130,7 +130,7 @@ void Interrupts::pause() {
 void Interrupts::tellPause(bool isPaused) {
     const std::lock_guard guard(mutex_);
     if (isPaused && tidying_) {
-        tidying_();
+        tidying_(false);
     }
     if (pauseHandler_) {
         pauseHandler_(isPaused);

@@ -20,6 +20,7 @@ public:
     /// Before the process pauses and when it goes on, then maybe more than once. On the thread of
     /// the signals.
     using PauseHandler = std::function<void(bool isPaused)>;
+    using Tidying = std::function<void(bool isEnd)>;
 
     /// Throws std::system_error when the system gives no thread.
     Interrupts();
@@ -32,8 +33,9 @@ public:
     /// handler a wish ends the program at once.
     void setHandler(Handler handler);
     void setPauseHandler(PauseHandler handler);
-    /// Called before the process pauses, and before it is ended for want of a handler.
-    void setTidying(std::function<void()> tidying);
+    /// Called before the process pauses, and before it is ended for want of a handler; returns when
+    /// the one that was set before does not run any more.
+    void setTidying(Tidying tidying);
     /// How long the process has been paused in all.
     std::chrono::steady_clock::duration pausedTime() const { return pausedTime_; }
 
@@ -47,7 +49,7 @@ private:
     std::mutex mutex_;
     Handler handler_;
     PauseHandler pauseHandler_;
-    std::function<void()> tidying_;
+    Tidying tidying_;
     unsigned count_ = 0;
     std::chrono::steady_clock::time_point last_;
     std::atomic<std::chrono::steady_clock::duration> pausedTime_{};

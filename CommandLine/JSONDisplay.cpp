@@ -16,14 +16,18 @@ void JSONDisplay::phaseChanged(const Progress& progress, Time now) {
     if (nextObject_ == Time::max()) {
         nextObject_ = now + std::chrono::milliseconds(500);
     }
-    frontend_.answer(
-        JSONLine("phase").add("phase", progress.phase).add("elapsed", rounded(progress.elapsed)));
+    frontend_.answer(JSONLine("phase")
+                         .addWord("id", progress.id)
+                         .add("phase", progress.phase)
+                         .add("elapsed", rounded(progress.elapsed)));
 }
 
 void JSONDisplay::progressed(const Progress& progress, Time now) {
     nextObject_ = now + std::chrono::milliseconds(500);
     JSONLine line("progress");
-    line.add("phase", progress.phase).add("elapsed", rounded(progress.elapsed));
+    line.addWord("id", progress.id)
+        .add("phase", progress.phase)
+        .add("elapsed", rounded(progress.elapsed));
     if (progress.percent) {
         line.add("percent", rounded(*progress.percent));
     }

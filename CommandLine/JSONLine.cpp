@@ -2,7 +2,6 @@
 
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/Format.h>
-#include <VeltoConnectFoundation/Work/MZLog.h>
 
 #include <array>
 #include <charconv>
@@ -13,24 +12,39 @@ namespace velto::cli {
 
 namespace {
 
-void appendText(std::string& text, std::string_view value) {
-    const std::array<FormatArgument, 1> argument{FormatArgument(value)};
-    const std::string masked = MZLogMaskedMessage("%@", argument);
+/// Also what JSON itself allows, but does something to a terminal or a page that shows it.
+void appendEscape(std::string& text, char32_t codePoint) {
+    const auto unit = [&](char32_t each) {
+        text += format("\\u%04x", static_cast<unsigned>(each));
+    };
+    if (codePoint < 0x10000) {
+        unit(codePoint);
+    } else {
+        unit(0xD7C0 + (codePoint >> 10));
+        unit(0xDC00 + (codePoint & 0x3FF));
+    }
+}
+
+void appendWord(std::string& text, std::string_view word) {
     text += '"';
-    for (std::string_view rest = masked; !rest.empty();) {
+    for (std::string_view rest = word; !rest.empty();) {
         const char32_t codePoint = takeCodePoint(rest);
         if (codePoint == '"' || codePoint == '\\') {
             text += '\\';
             text += static_cast<char>(codePoint);
         } else if (codePoint == '\n') {
             text += "\\n";
-        } else if (codePoint < 0x20 || codePoint == 0x7F) {
-            text += format("\\u%04x", static_cast<unsigned>(codePoint));
+        } else if (isControlCharacter(codePoint)) {
+            appendEscape(text, codePoint);
         } else {
             appendUTF8(text, codePoint);
         }
     }
     text += '"';
+}
+
+void appendText(std::string& text, std::string_view value) {
+    appendWord(text, withoutSecrets(value));
 }
 
 template <class Number>
@@ -81,7 +95,7 @@ struct Level {
 
 }  // namespace
 
-void appendJSON(std::string& text, const Value& value) {
+void appendJSON(std::string& text, const Value& value, JSONKeys keys) {
     std::vector<Level> levels;
     const auto begin = [&](const Value& part) {
         if (part.isArray()) {
@@ -110,26 +124,54 @@ void appendJSON(std::string& text, const Value& value) {
             begin(Value(level.array[index]));
         } else {
             const DictionaryEntry& entry = level.dictionary.begin()[index];
-            appendText(text, entry.key.description());
+            const std::string key = entry.key.description();
+            keys == JSONKeys::ours ? appendWord(text, key) : appendText(text, key);
             text += ':';
             begin(Value(entry.value));
         }
     }
 }
 
-JSONLine::JSONLine(std::string_view type) {
-    text_ = "{\"type\":";
-    appendText(text_, type);
+JSONLine::JSONLine(std::string_view type) : type_(type) {
 }
 
-JSONLine& JSONLine::add(std::string_view key, const Value& value) {
+JSONLine& JSONLine::add(std::string_view key, const Value& value, JSONKeys keys) {
     if (!value.isNone()) {
-        text_ += ',';
-        appendText(text_, key);
-        text_ += ':';
-        appendJSON(text_, value);
+        members_ += ',';
+        appendWord(members_, key);
+        members_ += ':';
+        appendJSON(members_, value, keys);
     }
     return *this;
+}
+
+JSONLine& JSONLine::addWord(std::string_view key, std::string_view word) {
+    members_ += ',';
+    appendWord(members_, key);
+    members_ += ':';
+    appendWord(members_, word);
+    return *this;
+}
+
+JSONLine& JSONLine::addAll(const Dictionary& details) {
+    for (const DictionaryEntry& entry : details) {
+        // What the delivery tool answered has keys of its own.
+        add(entry.key.string(), entry.value,
+            entry.key.string() == "output" ? JSONKeys::strangers : JSONKeys::ours);
+    }
+    return *this;
+}
+
+std::string JSONLine::text(std::string_view time, bool isFirst) const {
+    std::string line = "{\"type\":";
+    appendWord(line, type_);
+    if (isFirst) {
+        line += ",\"schema\":";
+        appendNumber(line, schema);
+    }
+    line += ",\"time\":";
+    appendWord(line, time);
+    return line.append(members_).append("}");
 }
 
 }  // namespace velto::cli

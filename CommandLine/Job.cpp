@@ -2,6 +2,7 @@
 
 #include <CommandLine/Guardian.h>
 #include <CommandLine/Interrupts.h>
+#include <CommandLine/PhaseIdentifier.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanWorker.h>
 #include <VeltoConnectFoundation/Platform/Finally.h>
@@ -17,6 +18,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <condition_variable>
 #include <csignal>
 #include <latch>
@@ -31,6 +33,9 @@ namespace velto::cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+/// A phase may name a file, and a file's name may be long.
+constexpr std::size_t longestPhase = 200;
 
 double secondsBetween(Clock::time_point start, Clock::time_point end) {
     return std::chrono::duration<double>(end - start).count();
@@ -168,7 +173,7 @@ Job::Job(Frontend& frontend, const std::shared_ptr<VeltoDrovanWorker>& worker)
 
 void Job::hidePhase(const std::optional<std::string>& text) {
     if (text) {
-        hiddenPhases_.insert(printable(*text));
+        hiddenPhases_.insert(truncated(printable(*text), longestPhase));
     }
 }
 
@@ -234,6 +239,7 @@ JobOutcome Job::run() {
         }
         signalTool(SIGKILL);
         frontend_.console().sayAtOnce(Console::Stream::errors, farewell);
+        frontend_.answerStopAtOnce(farewell_);
         ::_exit(static_cast<int>(ExitCode::stopped));
     });
     interrupts.setPauseHandler([&](bool isPaused) {
@@ -250,10 +256,13 @@ JobOutcome Job::run() {
     const auto measure = [&](Clock::time_point now) {
         const MZWorkItem& item = current();
         const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(item.worker().get());
-        const double percent = item.worker()->percentComplete();
+        // The tool's figures may be anything.
+        const double told = item.worker()->percentComplete();
+        const double percent = std::isfinite(told) ? std::min(told, 100.0) : -1;
         progress.elapsed = secondsBetween(start, now - paused);
-        progress.completed = transfer != nullptr ? transfer->completed() : 0;
         progress.size = transfer != nullptr ? transfer->size() : 0;
+        progress.completed =
+            transfer != nullptr ? std::min(transfer->completed(), progress.size) : 0;
         progress.percent.reset();
         progress.remaining.reset();
         progress.rate = 0;
@@ -288,7 +297,7 @@ JobOutcome Job::run() {
         const bool beginsToStop = news.isStopWanted && !isStopping;
         isStopping = news.isStopWanted;
         for (const std::string& text : news.phases) {
-            const std::string phase = printable(text);
+            const std::string phase = truncated(printable(text), longestPhase);
             if (isStopping || phase.empty() || phase == progress.phase ||
                 hiddenPhases_.contains(phase) || (isHidden_ && isHidden_(text))) {
                 continue;
@@ -296,6 +305,7 @@ JobOutcome Job::run() {
             const auto now = Clock::now();
             measure(now);
             progress.phase = phase;
+            progress.id = phaseIdentifier(*current().worker(), text);
             MZLogInfo("%@", phase);
             display->phaseChanged(progress, now);
         }
@@ -309,6 +319,7 @@ JobOutcome Job::run() {
         if (beginsToStop) {
             measure(now);
             progress.phase = localized("Stopping…");
+            progress.id = "stopping";
             display->phaseChanged(progress, now);
         }
         if (now >= display->nextProgress() && !progress.phase.empty()) {
@@ -336,8 +347,8 @@ JobOutcome Job::run() {
     const MZWorkItem& last = current();
     const auto* const transfer = dynamic_cast<const MZThroughputWorker*>(last.worker().get());
     outcome.seconds = secondsBetween(start, Clock::now() - paused);
-    outcome.completed = transfer != nullptr ? transfer->completed() : 0;
     outcome.size = transfer != nullptr ? transfer->size() : 0;
+    outcome.completed = transfer != nullptr ? std::min(transfer->completed(), outcome.size) : 0;
     outcome.rate = last.finalRateString().value_or(std::string());
     return outcome;
 }

@@ -3,21 +3,22 @@
 #include <CommandLine/CommonOptions.h>
 #include <CommandLine/Console.h>
 #include <CommandLine/Invocation.h>
+#include <CommandLine/Settings.h>
 #include <CommandLine/Terminal.h>
 #include <CommandLine/Text.h>
-#include <VeltoConnectFoundation/Platform/Clock.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/Version.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <cmath>
-#include <string>
+#include <charconv>
+#include <optional>
+#include <utility>
 
 namespace velto::cli {
 
@@ -26,22 +27,6 @@ namespace {
 std::string_view levelName(std::int32_t level) {
     constexpr std::string_view names[] = {"debug", "info", "warning", "error", "error", "critical"};
     return level >= 0 && level <= 5 ? names[level] : std::string_view("log");
-}
-
-/// "2026-01-31T12:34:56.789Z"
-std::string timeStamp() {
-    using namespace std::chrono;
-    const auto milli = milliseconds(std::llround(Clock::wallTime().unixSeconds() * 1000));
-    const sys_time<milliseconds> time(milli);
-    const auto day = floor<days>(time);
-    const year_month_day date(day);
-    const hh_mm_ss clock(time - day);
-    return format("%04d-%02u-%02uT%02ld:%02ld:%02ld.%03ldZ", static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                  static_cast<std::int64_t>(clock.hours().count()),
-                  static_cast<std::int64_t>(clock.minutes().count()),
-                  static_cast<std::int64_t>(clock.seconds().count()),
-                  static_cast<std::int64_t>(clock.subseconds().count()));
 }
 
 void logToLoggersOnly(std::int32_t level, std::string_view text, FormatArguments arguments) {
@@ -62,17 +47,8 @@ public:
                                                      : Ink::faint;
         std::string name(levelName(level));
         name.resize(8, ' ');
-        // The tool's own lines may hold anything; line feeds are kept, since some lines have
-        // several.
-        std::string text;
-        while (!message.empty()) {
-            const std::size_t end = std::min(message.find('\n'), message.size());
-            text.append(text.empty() ? console_.inked(errors, ink, name) + " "
-                                     : std::string(9, ' '));
-            text.append(printable(message.substr(0, end))).append("\n");
-            message.remove_prefix(std::min(end + 1, message.size()));
-        }
-        console_.print(errors, text);
+        console_.line(errors, console_.inked(errors, ink, name) + " " +
+                                  escapedLogLine(message, std::string(9, ' ')));
     }
 
 private:
@@ -82,35 +58,127 @@ private:
 
 class FileLogger final : public MZLogger {
 public:
-    explicit FileLogger(int descriptor) : descriptor_(descriptor) {}
+    FileLogger(Console& console, int descriptor, std::string path)
+        : console_(console), descriptor_(descriptor), path_(std::move(path)) {}
     ~FileLogger() override { ::close(descriptor_); }
 
     void LogMessage(std::string_view message, std::int32_t level) override {
         std::string line = timeStamp();
-        line.append(" ").append(levelName(level)).append(" ").append(message);
-        if (!line.ends_with('\n')) {
-            line += '\n';
+        line.append(" ").append(levelName(level)).append(" ").append(escapedLogLine(message));
+        line += '\n';
+        if (!writeAll(descriptor_, line) && !std::exchange(hasFailed_, true)) {
+            const std::string why = Error::posix(errno, path_).localizedDescription();
+            console_.line(Console::Stream::errors,
+                          localizedFormat("velto: The log is incomplete: %@", printable(why)));
         }
-        writeAll(descriptor_, line);
     }
 
 private:
+    Console& console_;
     const int descriptor_;
+    const std::string path_;
+    bool hasFailed_ = false;  ///< Lines come one at a time.
 };
 
-/// A descriptor of a file that only its owner can read; -1 with errno.
-int openPrivateFile(const std::string& path) {
-    const int descriptor =
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600);
-    struct stat status {};
-    if (descriptor >= 0 && ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
-        (status.st_mode & 0077) != 0 && ::fchmod(descriptor, 0600) != 0) {
-        const int problem = errno;
-        ::close(descriptor);
-        errno = problem;
-        return -1;
+/// The number of "/dev/stderr" and the like, which lead to what is open already.
+std::optional<int> openDescriptor(std::string_view path) {
+    constexpr std::pair<std::string_view, int> names[] = {{"/dev/stdout", STDOUT_FILENO},
+                                                          {"/dev/stderr", STDERR_FILENO}};
+    for (const auto& [name, descriptor] : names) {
+        if (path == name) {
+            return descriptor;
+        }
+    }
+    for (const std::string_view folder : {"/dev/fd/", "/proc/self/fd/"}) {
+        if (path.starts_with(folder)) {
+            int descriptor = -1;
+            const char* const end = path.data() + path.size();
+            const auto result = std::from_chars(path.data() + folder.size(), end, descriptor);
+            return result.ec == std::errc() && result.ptr == end ? std::optional(descriptor)
+                                                                 : std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+/// A descriptor to add to the file with, -1 with errno. A new file is its owner's alone. No link
+/// is followed: who made it would choose what is written to. A pipe must have a reader.
+int openLog(const std::string& path) {
+    if (const auto descriptor = openDescriptor(path)) {
+        return ::fcntl(*descriptor, F_DUPFD_CLOEXEC, 3);
+    }
+    const int descriptor = ::open(
+        path.c_str(),
+        O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK, 0600);
+    if (descriptor >= 0) {
+        ::fcntl(descriptor, F_SETFL, O_APPEND);
     }
     return descriptor;
+}
+
+/// Why it could not be opened.
+std::string reasonOf(int problem, const std::string& path) {
+    const auto kindIs = [&](FileAttributes::Kind kind) {
+        const auto attributes = FileManager::linkAttributes(path);
+        return attributes && attributes->kind == kind;
+    };
+    if (problem == ELOOP && kindIs(FileAttributes::Kind::symbolicLink)) {
+        return localizedFormat("%@ is a symbolic link, which is not followed.", path);
+    }
+    return problem == ENXIO ? localizedFormat("Nobody reads the pipe %@.", path)
+                            : Error::posix(problem, path).localizedDescription();
+}
+
+/// "KEY=VALUE" with the value hidden where the setting is a secret, or holds one.
+std::string shownAssignment(std::string_view assignment) {
+    const std::size_t equals = assignment.find('=');
+    Failure unknown;
+    const Setting* const setting = declaredSetting(assignment.substr(0, equals), unknown);
+    return setting == nullptr || equals == std::string_view::npos
+               ? std::string(assignment)
+               : std::string(assignment.substr(0, equals + 1)) +
+                     settingText(*setting, assignment.substr(equals + 1));
+}
+
+/// The operands of `config set`, with the values hidden likewise.
+std::vector<std::string> shownSettingOperands(std::vector<std::string> operands) {
+    Failure unknown;
+    const Setting* const setting = declaredSetting(operands.front(), unknown);
+    if (setting != nullptr) {
+        Array values;
+        for (std::size_t index = 1; index < operands.size(); ++index) {
+            values.append(operands[index]);
+        }
+        const Value shown = shownSetting(*setting, values);
+        for (std::size_t index = 1; index < operands.size(); ++index) {
+            operands[index] = shown.isArray() ? shown.array()[index - 1].string() : shown.string();
+        }
+    }
+    return operands;
+}
+
+/// As it was typed, for a shell, without the secrets that a setting may be.
+std::string shownCommandLine(const Invocation& invocation,
+                             const std::vector<std::string>& arguments) {
+    const std::string option = "--" + std::string(setOption.name);
+    const std::vector<std::string> operands =
+        invocation.command != nullptr && invocation.command->name == "config set"
+            ? shownSettingOperands(invocation.operands)
+            : invocation.operands;
+    std::size_t operand = 0;
+    std::string line = "velto";
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        std::string shown = arguments[index];
+        if (index > 0 && arguments[index - 1] == option) {
+            shown = shownAssignment(shown);
+        } else if (shown.starts_with(option + "=")) {
+            shown = option + "=" + shownAssignment(shown.substr(option.size() + 1));
+        } else if (operand < operands.size() && shown == invocation.operands[operand]) {
+            shown = operands[operand++];
+        }
+        line.append(" ").append(shellQuoted(shown));
+    }
+    return line;
 }
 
 }  // namespace
@@ -125,26 +193,34 @@ Logs::~Logs() {
     MZRemoveLogger(fileLogger_);
 }
 
-bool Logs::open(const Invocation& invocation, Console& console, Failure& failure) {
+bool Logs::open(const Invocation& invocation,
+                const std::vector<std::string>& arguments,
+                Console& console,
+                Failure& failure) {
     if (invocation.has(verboseOption)) {
         MZRemoveLogger(consoleLogger_);
         consoleLogger_ = std::make_shared<ConsoleLogger>(console, true);
         MZAddLogger(consoleLogger_);
     }
-    const auto path = invocation.value(logFileOption);
-    if (!path) {
-        return true;
+    if (const auto given = invocation.value(logFileOption)) {
+        const std::string path = FileManager::expandingTilde(*given);
+        const int descriptor = openLog(path);
+        if (descriptor < 0) {
+            const int problem = errno;
+            failure = usageFailure(localized("The log file cannot be written."),
+                                   localized("Name another file with --log-file."));
+            failure.why.push_back(printable(reasonOf(problem, path)));
+            return false;
+        }
+        fileLogger_ = std::make_shared<FileLogger>(console, descriptor, path);
+        MZAddLogger(fileLogger_);
     }
-    const int descriptor = openPrivateFile(FileManager::expandingTilde(*path));
-    if (descriptor < 0) {
-        failure = usageFailure(localized("The log file cannot be written."),
-                               localized("Name another file with --log-file."));
-        failure.why.push_back(printable(Error::posix(errno, *path).localizedDescription()));
-        return false;
-    }
-    fileLogger_ = std::make_shared<FileLogger>(descriptor);
-    MZAddLogger(fileLogger_);
+    MZLog("velto %@: %@", libraryVersion(), shownCommandLine(invocation, arguments));
     return true;
+}
+
+void Logs::end(ExitCode code) {
+    MZLog("velto ended: %@, exit code %d", outcomeOf(code), static_cast<int>(code));
 }
 
 }  // namespace velto::cli

@@ -12,7 +12,8 @@ class Console;
 class Invocation;
 
 /// Where log lines go while it lives: to standard error with --verbose, to the file of --log-file;
-/// what is critical always to standard error. Never to the system's log.
+/// what is critical always to standard error. Never to the system's log. A record begins with its
+/// time and level (in the file) or its level; each further line of it is indented.
 class Logs {
 public:
     explicit Logs(Console& console);
@@ -20,7 +21,13 @@ public:
     Logs(const Logs&) = delete;
     Logs& operator=(const Logs&) = delete;
 
-    bool open(const Invocation& invocation, Console& console, Failure& failure);
+    /// Where the options say; the log begins with the version and the command line, without the
+    /// secrets that may be in it.
+    bool open(const Invocation& invocation,
+              const std::vector<std::string>& arguments,
+              Console& console,
+              Failure& failure);
+    void end(ExitCode code);  ///< The last line of the log.
 
 private:
     std::shared_ptr<MZLogger> consoleLogger_;

@@ -7,6 +7,7 @@
 #include <CommandLine/Paths.h>
 #include <CommandLine/SettingValues.h>
 #include <CommandLine/Text.h>
+#include <VeltoConnectFoundation/DeliveryTool/VeltoDrovan.h>
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
@@ -287,31 +288,48 @@ bool isSecret(const Setting& setting) {
     });
 }
 
-std::string settingText(const Setting& setting, const Value& value) {
+Value shownSetting(const Setting& setting, const Value& value) {
     if (value.isNone()) {
-        return {};
+        return Null{};
     }
     if (isSecret(setting)) {
-        return std::string(hiddenText);
+        return hiddenText;
+    }
+    if (setting.kind() == SettingKind::boolean) {
+        return value.boolValue();
     }
     // Arguments of the tool among them may be secrets; the mask knows which.
-    std::vector<std::string> parts;
     if (value.isArray()) {
+        std::vector<std::string> parts;
         for (const Value& part : value.array()) {
             parts.push_back(part.description());
         }
-    } else if (setting.kind() == SettingKind::boolean) {
-        parts.emplace_back(value.boolValue() ? "yes" : "no");
-    } else if (value.isDictionary()) {
-        std::string text;
-        appendJSON(text, value);
-        parts.push_back(std::move(text));
-    } else {
-        parts.push_back(value.description());
+        Array shown;
+        for (const std::string& part : maskedArgumentList(parts)) {
+            shown.append(part);
+        }
+        return shown;
     }
+    if (setting.kind() == SettingKind::stringOrArray) {
+        return maskedArguments(VeltoDrovan::parseExtraArgumentsString(value.description()));
+    }
+    return value.isString() ? Value(maskedArguments(std::vector{std::string(value.string())}))
+                            : value;
+}
+
+std::string settingText(const Setting& setting, const Value& value) {
+    const Value shown = shownSetting(setting, value);
     std::string text;
-    for (const std::string& part : maskedArgumentList(parts)) {
-        text.append(text.empty() ? "" : ", ").append(part);
+    if (shown.isArray()) {
+        for (const Value& part : shown.array()) {
+            text.append(text.empty() ? "" : ", ").append(part.string());
+        }
+    } else if (shown.isDictionary()) {
+        appendJSON(text, shown);
+    } else if (setting.kind() == SettingKind::boolean && !value.isNone()) {
+        text = shown.boolValue() ? "yes" : "no";
+    } else if (!value.isNone()) {
+        text = shown.description();
     }
     return printable(text);
 }

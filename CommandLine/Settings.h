@@ -38,7 +38,9 @@ bool isSecret(const Setting& setting);
 /// False, with what to do instead, for a secret: no command line holds its value.
 bool mayBeTyped(const Setting& setting, Failure& failure);
 
-/// A value as one types it, with secrets hidden.
+/// A value with secrets hidden, of the kind that the setting has; null when it is not set.
+Value shownSetting(const Setting& setting, const Value& value);
+/// The same as one types it.
 std::string settingText(const Setting& setting, const Value& value);
 std::string_view layerName(SettingLayer layer);
 

@@ -1,10 +1,12 @@
 #include <CommandLine/Text.h>
 
+#include <VeltoConnectFoundation/Platform/Clock.h>
 #include <VeltoConnectFoundation/Platform/Format.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -91,7 +93,10 @@ std::size_t columnsOf(std::string_view text) {
 }
 
 std::string truncated(std::string_view text, std::size_t columns) {
-    if (columnsOf(text) <= columns) {
+    // Marks take no column of their own, however many there are.
+    constexpr std::size_t mostBytesOfColumn = 32;
+    const bool isShort = text.size() <= columns * mostBytesOfColumn;
+    if (isShort && columnsOf(text) <= columns) {
         return std::string(text);
     }
     if (columns == 0) {
@@ -102,13 +107,28 @@ std::string truncated(std::string_view text, std::size_t columns) {
     while (!text.empty()) {
         const char32_t codePoint = takeCodePoint(text);
         used += columnsOf(codePoint);
-        if (used > columns) {
+        if (used > columns || result.size() >= columns * mostBytesOfColumn) {
             break;
         }
         appendUTF8(result, codePoint);
     }
     result.erase(result.find_last_not_of(" …") + 1);
     return result + "…";
+}
+
+std::string timeStamp() {
+    using namespace std::chrono;
+    const auto milli = milliseconds(std::llround(Clock::wallTime().unixSeconds() * 1000));
+    const sys_time<milliseconds> time(milli);
+    const auto day = floor<days>(time);
+    const year_month_day date(day);
+    const hh_mm_ss clock(time - day);
+    return format("%04d-%02u-%02uT%02ld:%02ld:%02ld.%03ldZ", static_cast<int>(date.year()),
+                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                  static_cast<std::int64_t>(clock.hours().count()),
+                  static_cast<std::int64_t>(clock.minutes().count()),
+                  static_cast<std::int64_t>(clock.seconds().count()),
+                  static_cast<std::int64_t>(clock.subseconds().count()));
 }
 
 std::string durationText(double seconds) {
@@ -146,6 +166,19 @@ std::string wrapped(std::string_view text, std::size_t indent, std::size_t first
         isLineStart = false;
     }
     return result;
+}
+
+std::string shellQuoted(std::string_view text) {
+    constexpr std::string_view plain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./:=@%+,";
+    if (!text.empty() && text.find_first_not_of(plain) == std::string_view::npos) {
+        return std::string(text);
+    }
+    std::string quoted = "'";
+    for (const char character : text) {
+        character == '\'' ? quoted += "'\\''" : quoted += character;
+    }
+    return quoted + "'";
 }
 
 std::size_t editDistance(std::string_view left, std::string_view right) {

@@ -20,12 +20,17 @@ std::size_t columnsOf(std::string_view text);
 /// At most `columns` wide, with "…" at the end of what was cut.
 std::string truncated(std::string_view text, std::size_t columns);
 
+/// Now, in UTC, as "2026-01-31T12:34:56.789Z".
+std::string timeStamp();
 /// "0:05", "1:02:03"; whole seconds, "" beyond 999 hours.
 std::string durationText(double seconds);
 
 /// Filled to 79 columns, each line after `indent` blanks but the first, which follows on text that
 /// ends in column `first`. No line feed at the end.
 std::string wrapped(std::string_view text, std::size_t indent, std::size_t first);
+
+/// As a shell reads it.
+std::string shellQuoted(std::string_view text);
 
 /// What somebody may have meant by `word`: at most two letters off; empty when nothing is near.
 template <class Words>

@@ -40,7 +40,9 @@ void keepStandardDescriptors() {
     }
 }
 
-ExitCode runCommand(Frontend& frontend, const Invocation& invocation) {
+ExitCode runCommand(Frontend& frontend,
+                    const Invocation& invocation,
+                    const std::vector<std::string>& arguments) {
     Failure failure;
     std::vector<std::string> warnings;
     const bool isReady = applySettings(invocation, warnings, failure);
@@ -52,17 +54,20 @@ ExitCode runCommand(Frontend& frontend, const Invocation& invocation) {
     }
     // Not before: logging reads its settings when it is first touched.
     Logs logs(frontend.console());
-    if (!logs.open(invocation, frontend.console(), failure)) {
+    if (!logs.open(invocation, arguments, frontend.console(), failure)) {
         return frontend.fail(failure);
     }
+    ExitCode code = ExitCode::failed;
     try {
-        return invocation.command->run(frontend, invocation);
+        code = invocation.command->run(frontend, invocation);
     } catch (const std::exception& exception) {
         failure = {.what = localized("Something went wrong that should not have."),
                    .why = {printable(exception.what())},
                    .next = localized("Please report it, with what --log-file FILE writes.")};
-        return frontend.fail(failure);
+        code = frontend.fail(failure);
     }
+    logs.end(code);
+    return code;
 }
 
 /// All was well, but standard output could not be written.
@@ -101,14 +106,21 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
     Console& console = frontend.console();
     ExitCode code = ExitCode::done;
     if (invocation->has(versionOption)) {
-        frontend.answer("velto " + std::string(libraryVersion()));
+        const std::string version(libraryVersion());
+        frontend.answerWithOwnText("version",
+                                   frontend.printsJSON() ? version : "velto " + version + "\n");
     } else if (invocation->has(helpOption)) {
-        console.print(Console::Stream::output, helpText(invocation->command, console));
+        frontend.answerWithOwnText("help", helpText(invocation->command, console));
     } else if (invocation->command == nullptr || invocation->command->run == nullptr) {
-        console.print(Console::Stream::errors, helpText(invocation->command, console));
         code = ExitCode::usage;
+        if (frontend.printsJSON()) {
+            frontend.fail(usageFailure(localized("A command is missing."),
+                                       localizedFormat("See %@.", "velto --help")));
+        } else {
+            console.print(Console::Stream::errors, helpText(invocation->command, console));
+        }
     } else {
-        code = runCommand(frontend, *invocation);
+        code = runCommand(frontend, *invocation, arguments);
     }
     if (code == ExitCode::done && !console.isComplete()) {
         return unheard(frontend, *invocation);

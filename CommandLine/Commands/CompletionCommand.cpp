@@ -80,7 +80,7 @@ complete -c velto -f -a '(__velto_complete)'
 ExitCode run(Frontend& frontend, const Invocation& invocation) {
     for (std::size_t index = 0; index < shells.size(); ++index) {
         if (invocation.operands.front() == shells[index]) {
-            frontend.console().print(Console::Stream::output, scripts[index]);
+            frontend.answerWithOwnText("script", scripts[index]);
         }
     }
     return ExitCode::done;

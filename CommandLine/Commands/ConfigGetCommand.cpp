@@ -12,14 +12,13 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     if (setting == nullptr) {
         return frontend.fail(failure);
     }
-    const std::string text = settingText(*setting, setting->value());
     if (frontend.printsJSON()) {
-        frontend.answer(frontend.result("done", ExitCode::done)
-                            .add("key", setting->key())
-                            .add("value", text)
-                            .add("layer", layerName(setting->layer())));
+        frontend.answer(frontend.result(ExitCode::done)
+                            .addWord("key", setting->key())
+                            .add("value", shownSetting(*setting, setting->value()))
+                            .addWord("layer", layerName(setting->layer())));
     } else {
-        frontend.answer(text);
+        frontend.answer(settingText(*setting, setting->value()));
     }
     return ExitCode::done;
 }

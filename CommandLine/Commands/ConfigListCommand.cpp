@@ -23,11 +23,11 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         Array list;
         for (const Setting* setting : settings) {
             list.append(Dictionary{{"key", setting->key()},
-                                   {"value", settingText(*setting, setting->value())},
+                                   {"value", shownSetting(*setting, setting->value())},
                                    {"layer", layerName(setting->layer())},
                                    {"meaning", setting->meaning()}});
         }
-        frontend.answer(frontend.result("done", ExitCode::done).add("settings", list));
+        frontend.answer(frontend.result(ExitCode::done).add("settings", list));
         return ExitCode::done;
     }
     std::size_t keyWidth = 0;

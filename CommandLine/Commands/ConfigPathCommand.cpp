@@ -9,9 +9,9 @@ namespace {
 ExitCode run(Frontend& frontend, const Invocation&) {
     const std::string path = UserDefaults::shared().userFilePath();
     if (frontend.printsJSON()) {
-        frontend.answer(frontend.result("done", ExitCode::done).add("path", path));
+        frontend.answer(frontend.result(ExitCode::done).add("path", path));
     } else {
-        frontend.answer(path);
+        frontend.answerName(path);
     }
     return ExitCode::done;
 }

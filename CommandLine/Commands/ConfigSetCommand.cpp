@@ -36,7 +36,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
             localizedFormat("a value of the layer “%@” goes before it here.", layerName(layer)));
     }
     if (frontend.printsJSON()) {
-        frontend.answer(frontend.result("done", ExitCode::done)
+        frontend.answer(frontend.result(ExitCode::done)
                             .add("key", setting->key())
                             .add("file", UserDefaults::shared().userFilePath()));
     }

@@ -20,7 +20,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         return frontend.fail(failureOfWriting(error));
     }
     if (frontend.printsJSON()) {
-        frontend.answer(frontend.result("done", ExitCode::done).add("key", key));
+        frontend.answer(frontend.result(ExitCode::done).add("key", key));
     }
     return ExitCode::done;
 }

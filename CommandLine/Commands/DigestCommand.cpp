@@ -124,7 +124,7 @@ public:
         } else if (frontend_.printsJSON()) {
             frontend_.answer(JSONLine("digest").add("file", name).add("md5", *md5));
         } else {
-            frontend_.answer(digestLine(*md5, name));
+            frontend_.answerName(digestLine(*md5, name));
         }
     }
 
@@ -212,11 +212,7 @@ public:
                  .errors = errors_},
                 counts);
         }
-        JSONLine line = frontend_.result("done", ExitCode::done);
-        for (const DictionaryEntry& entry : counts) {
-            line.add(entry.key.string(), entry.value);
-        }
-        frontend_.answer(line);
+        frontend_.answer(frontend_.result(ExitCode::done).addAll(counts));
         return ExitCode::done;
     }
 
@@ -254,16 +250,16 @@ private:
                                  .add("file", entry.name)
                                  .add("expected", entry.md5)
                                  .add("md5", md5 ? Value(*md5) : Value())
-                                 .add("outcome", isRight ? "ok"
-                                                 : md5   ? "wrong"
-                                                         : "unreadable"));
+                                 .addWord("outcome", isRight ? "ok"
+                                                     : md5   ? "wrong"
+                                                             : "unreadable"));
         } else if (!isRight || !frontend_.isQuiet()) {
             // For scripts, whatever the language; here md5sum escapes for a line feed only.
             const bool isEscaped = entry.name.find('\n') != std::string::npos;
-            frontend_.answer((isEscaped ? "\\" + escapedName(entry.name) : entry.name) +
-                             (isRight ? ": OK"
-                              : md5   ? ": FAILED"
-                                      : ": FAILED open or read"));
+            frontend_.answerName((isEscaped ? "\\" + escapedName(entry.name) : entry.name) +
+                                 (isRight ? ": OK"
+                                  : md5   ? ": FAILED"
+                                          : ": FAILED open or read"));
         }
     }
 

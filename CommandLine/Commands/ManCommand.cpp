@@ -23,19 +23,43 @@ struct Entry {
 };
 
 constexpr Entry objects[] = {
-    {"phase", "A phase begins: phase (text), elapsed (seconds since the start)."},
+    {"phase",
+     "A phase begins: id (the same in every language), phase (its text), elapsed (seconds since "
+     "the start)."},
     {"progress",
-     "At most twice a second: phase, elapsed; and as far as it is known percent (0 to 100), "
-     "completed "
-     "and size (bytes), rate (bytes a second), remaining (seconds)."},
+     "At most twice a second: id, phase, elapsed; and as far as it is known percent (0 to 100), "
+     "completed and size (bytes), rate (bytes a second), remaining (seconds)."},
     {"message", "Something worth knowing: level (warning or info), text."},
+    {"digest", "The sum of a file: file, md5."},
+    {"check",
+     "An entry of a list of sums: file, expected, md5 (if it could be read), outcome (ok, wrong or "
+     "unreadable)."},
     {"result",
-     "The last object, also of every other command: command, outcome (done, failed, stopped, or "
-     "unconfirmed: the delivery tool ended without saying that the work is done), exitCode. Of a "
-     "failure also what, why (a list), next, and errors (a list of domain, code and "
-     "text). Of verify and upload also package, store, seconds, size, completed, and its parts "
-     "sent and skipped (bytes, as the tool told them; skipped was at the store before), "
-     "packageName (as the store named it), warnings, notes and output (what the tool answered)."},
+     "The last object of every run, and the only one of its type: command (empty when none was "
+     "understood), outcome (done, failed, stopped, or unconfirmed: the delivery tool ended without "
+     "saying that the work is done), exitCode. Of what is not done also what, why (a list), next, "
+     "and errors (a list of domain, code and text)."},
+};
+
+/// What the result of a command holds besides.
+constexpr Entry results[] = {
+    {"verify, upload",
+     "package, store, seconds, size, completed, and its parts sent and skipped (bytes, as the tool "
+     "told them; skipped was at the store before), packageName (as the store named it), warnings, "
+     "notes, output (what the tool answered)."},
+    {"package create",
+     "package, video, provider, vendorID, mediaType, assetType, size, md5, seconds."},
+    {"package inspect",
+     "package, provider, vendorID, mediaType, holds, files (a list of name, assetType, role, "
+     "statedSize, statedMd5, size, md5 and holds), undescribedFiles."},
+    {"digest --check", "checked, wrong, unreadable and malformed (counts)."},
+    {"tool locate, tool version, tool command",
+     "path; of --all places (a list of path and found), of the others version or arguments."},
+    {"config list", "settings: a list of key, value, layer and meaning."},
+    {"config get, config set, config unset, config path",
+     "key, value and layer; key and file; key; path. A value is of the kind that its setting has, "
+     "null when it is not set."},
+    {"man, completion, --help, --version", "page; script; help; version."},
 };
 
 constexpr Entry variables[] = {
@@ -203,7 +227,23 @@ std::string manualPage() {
         page.entry(object.term, object.meaning);
     }
     page.paragraph(
-        "With --quiet only the result. Objects and keys may be added; what is here stays.");
+        "Each object has time, when it was printed; the first one also schema, the number 1. The "
+        "results hold further:");
+    for (const Entry& result : results) {
+        page.entry(result.term, result.meaning);
+    }
+    page.paragraph(
+        "With --quiet only the result. Objects and keys may be added; what is here stays. An "
+        "installation brings a JSON Schema of it all, share/velto/velto-output.schema.json.");
+    page.section("LOG FILE");
+    page.paragraph(
+        "Each record of --log-file begins with the time, in UTC, and a level: debug, info, "
+        "warning, "
+        "error or critical. Further lines of a record begin with a tab. Secrets are hidden, also "
+        "encoded ones, and control characters stand as escapes such as \\x1b. The first record "
+        "tells the version and the command line, the last one the outcome and the exit code; the "
+        "lines of the delivery tool are of the level debug. A symbolic link is not followed, but "
+        "/dev/stderr and its like are.");
     page.section("ENVIRONMENT");
     for (const Entry& variable : variables) {
         page.entry(variable.term, variable.meaning);
@@ -234,7 +274,7 @@ std::string manualPage() {
 }
 
 ExitCode run(Frontend& frontend, const Invocation&) {
-    frontend.console().print(Console::Stream::output, manualPage());
+    frontend.answerWithOwnText("page", manualPage());
     return ExitCode::done;
 }
 

@@ -163,7 +163,7 @@ Dictionary details(const Plan& plan,
                    const JobOutcome& outcome) {
     Dictionary details{{"video", plan.video},
                        {"provider", plan.provider},
-                       {"vendorId", plan.vendorID},
+                       {"vendorID", plan.vendorID},
                        {"mediaType", plan.mediaType},
                        {"assetType", builder.xmlAssetType()},
                        {"size", builder.size()},
@@ -243,12 +243,8 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         return frontend.fail(failure, known);
     }
     if (frontend.printsJSON()) {
-        JSONLine line = frontend.result("done", ExitCode::done);
-        line.add("package", builder->packagePath());
-        for (const DictionaryEntry& entry : known) {
-            line.add(entry.key.string(), entry.value);
-        }
-        frontend.answer(line);
+        frontend.answer(
+            frontend.result(ExitCode::done).add("package", builder->packagePath()).addAll(known));
     } else if (frontend.style() == Frontend::Style::human) {
         showSuccess(frontend, builder->packagePath(), outcome);
     }

@@ -36,7 +36,7 @@ Dictionary details(const InspectedPackage& package) {
         strangers.append(name);
     }
     return {{"package", package.folder},      {"provider", package.provider},
-            {"mediaType", package.mediaType}, {"vendorId", package.vendorID},
+            {"mediaType", package.mediaType}, {"vendorID", package.vendorID},
             {"holds", package.holds()},       {"files", files},
             {"undescribedFiles", strangers}};
 }
@@ -105,11 +105,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         return frontend.fail(failure, details(package));
     }
     if (frontend.printsJSON()) {
-        JSONLine line = frontend.result("done", ExitCode::done);
-        for (const DictionaryEntry& entry : details(package)) {
-            line.add(entry.key.string(), entry.value);
-        }
-        frontend.answer(line);
+        frontend.answer(frontend.result(ExitCode::done).addAll(details(package)));
     }
     return ExitCode::done;
 }

@@ -26,20 +26,6 @@ public:
     }
 };
 
-/// As a shell reads it.
-std::string shellQuoted(std::string_view text) {
-    constexpr std::string_view plain =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./:=@%+,";
-    if (!text.empty() && text.find_first_not_of(plain) == std::string_view::npos) {
-        return std::string(text);
-    }
-    std::string quoted = "'";
-    for (const char character : text) {
-        character == '\'' ? quoted += "'\\''" : quoted += character;
-    }
-    return quoted + "'";
-}
-
 ExitCode run(Frontend& frontend, const Invocation& invocation) {
     Failure failure;
     DeliveryPlan plan;
@@ -59,8 +45,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         for (const std::string& argument : arguments) {
             list.append(argument);
         }
-        frontend.answer(
-            frontend.result("done", ExitCode::done).add("path", *path).add("arguments", list));
+        frontend.answer(frontend.result(ExitCode::done).add("path", *path).add("arguments", list));
         return ExitCode::done;
     }
     std::string line = shellQuoted(*path);

@@ -30,7 +30,7 @@ void showAll(Frontend& frontend) {
         }
     }
     if (frontend.printsJSON()) {
-        frontend.answer(frontend.result("done", ExitCode::done).add("places", places));
+        frontend.answer(frontend.result(ExitCode::done).add("places", places));
     }
 }
 
@@ -45,9 +45,9 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         return frontend.fail(failure);
     }
     if (frontend.printsJSON()) {
-        frontend.answer(frontend.result("done", ExitCode::done).add("path", *path));
+        frontend.answer(frontend.result(ExitCode::done).add("path", *path));
     } else {
-        frontend.answer(*path);
+        frontend.answerName(*path);
     }
     return ExitCode::done;
 }

@@ -51,8 +51,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     std::string answer = worker->answer();
     answer.erase(answer.find_last_not_of("\r\n") + 1);
     if (frontend.printsJSON()) {
-        frontend.answer(
-            frontend.result("done", ExitCode::done).add("path", *path).add("version", answer));
+        frontend.answer(frontend.result(ExitCode::done).add("path", *path).add("version", answer));
         return ExitCode::done;
     }
     for (std::string_view rest = answer; !rest.empty();) {

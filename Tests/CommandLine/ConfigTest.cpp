@@ -21,7 +21,7 @@ protected:
         Strings words{"config", "get", key, "--json"};
         words.insert(words.end(), options.begin(), options.end());
         const Json object = Json::parse(answer(words));
-        return object["layer"].get<std::string>() + ": " + object["value"].get<std::string>();
+        return object["layer"].get<std::string>() + ": " + object["value"].dump();
     }
 };
 
@@ -47,7 +47,7 @@ TEST_F(ConfigTest, OptionsAreTheArgumentsLayer) {
     environment["VELTO_VELTOPROCESSTERMINATIONGRACE"] = "3";
     EXPECT_EQ(layerOf("VeltoProcessTerminationGrace"), "environment: 3");
     EXPECT_EQ(layerOf("VeltoConnectDebugLoggingEnabled", {"--log-file", folder / "log"}),
-              "arguments: yes");
+              "arguments: true");
 }
 
 TEST_F(ConfigTest, TheUsersFileIsPrivate) {

@@ -309,19 +309,6 @@ TEST_F(DeliveryTest, WithoutATerminalThereAreNoEscapeCodes) {
     }
 }
 
-TEST_F(DeliveryTest, TheLogFileIsPrivateAndStamped) {
-    write(folder / "log", "kept\n");
-    std::filesystem::permissions(folder / "log", std::filesystem::perms(0644));
-    const Child child = finished(job("verify", makePackage(), {"--log-file", folder / "log"}));
-    EXPECT_EQ(child.exitCode, 0) << child.all();
-    EXPECT_EQ(child.errors, "");
-    EXPECT_EQ(std::filesystem::status(folder / "log").permissions(), std::filesystem::perms(0600));
-    const std::string log = contentOf(folder / "log");
-    EXPECT_THAT(log, StartsWith("kept\n"));
-    EXPECT_THAT(linesOf(log).at(1), ::testing::MatchesRegex("[0-9-]+T[0-9:.]+Z debug .*"));
-    EXPECT_THAT(log, HasSubstr("VelmDrovan"));
-}
-
 TEST_F(DeliveryTest, AReaderWhoLeavesDoesNotEndTheDelivery) {
     environment["VELTO"] = velto::testing::veltoProgram();
     environment["PACKAGE"] = makePackage();

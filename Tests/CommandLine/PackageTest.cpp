@@ -44,7 +44,7 @@ TEST_F(PackageTest, WhatIsCreatedHoldsAndIsTakenByTheStore) {
     EXPECT_EQ(inspected.exitCode, 0) << inspected.all();
     const Json found = objectsOf(inspected.output).back();
     EXPECT_EQ(found["holds"], true);
-    EXPECT_EQ(found["vendorId"], "V1");
+    EXPECT_EQ(found["vendorID"], "V1");
     EXPECT_EQ(found["mediaType"], "Film");
     EXPECT_EQ(found["files"][0]["md5"], result["md5"]);
     EXPECT_EQ(found["files"][0]["name"], "Ünser Film.mov");

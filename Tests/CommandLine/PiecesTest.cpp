@@ -8,6 +8,7 @@
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanMessages.h>
+#include <VeltoConnectFoundation/Platform/SecretRegistry.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,6 +48,10 @@ TEST(PiecesTest, ColumnsAreCountedAndCut) {
     EXPECT_EQ(truncated("Uploading package…", 11), "Uploading…");
     EXPECT_EQ(truncated("short", 5), "short");
     EXPECT_EQ(truncated("short", 0), "");
+    std::string marked = "e";
+    for (int mark = 0; mark < 100'000; ++mark)
+        marked += "\u0301";
+    EXPECT_LT(truncated(marked, 10).size(), 400U);
     EXPECT_EQ(durationText(59.6), "1:00");
     EXPECT_EQ(durationText(3723), "1:02:03");
     EXPECT_EQ(durationText(1e300), "");
@@ -87,9 +92,19 @@ TEST(PiecesTest, AnyDepthIsWrittenAsJSON) {
     std::string text;
     appendJSON(text, value);
     EXPECT_EQ(text.size(), 50'000 * 2 + 50'000 * 6 + 3U);
-    EXPECT_EQ(
-        JSONLine("t").add("a", Array{1, -2.5, true, Null{}, "\x01\"\\\xFF"}).add("b", {}).text(),
-        "{\"type\":\"t\",\"a\":[1,-2.5,true,null,\"\\u0001\\\"\\\\\xEF\xBF\xBD\"]}");
+    const RegisteredSecret letter("t");
+    EXPECT_EQ(JSONLine("t")
+                  .addWord("t", "t")
+                  .add("a", Array{1, -2.5, true, Null{}, "\x01\"\\\xFF"})
+                  .add("b", {})
+                  .add("c", Dictionary{{"t", "\u009B\u202E\u2028\U000E0041 t"}})
+                  .addAll({{"output", Dictionary{{"tt", 1}}}})
+                  .text("now", true),
+              R"({"type":"t","schema":1,"time":"now","t":"t",)"
+              R"("a":[1,-2.5,true,null,"\u0001\"\\)"
+              "\xEF\xBF\xBD"
+              R"("],"c":{"t":"\u009b\u202e\u2028\udb40\udc41 **hidden value**"},)"
+              R"("output":{"**hidden value****hidden value**":1}})");
 }
 
 TEST(PiecesTest, TheLiveLineLeavesOutWhatHasNoRoom) {

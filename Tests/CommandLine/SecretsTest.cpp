@@ -91,6 +91,27 @@ TEST_F(SecretsTest, NoOutputAndNoLogHoldsOne) {
     }
 }
 
+TEST_F(SecretsTest, EncodingsHideNone) {
+    const std::string package = makePackage();
+    environment["VELTO_PASSWORD"] = "c\u00E4nary & c'o";
+    const std::string tool = toolThatPrints(
+        "INFO-X: Yzpjw6RuYXJ5ICYgYydvIQ== C\u00C4NARY & C'O c%C3%A4nary%20%26%20c%27o "
+        "c\\u00e4nary & c\\'o c&#228;nary &amp; c&apos;o 'c\u00E4nary & c'\\''o'\n"
+        // Not UTF-8 as a whole, so that the library takes all of it for Latin-1.
+        "ERROR: \xFF c\u00E4nary & c'o c\xE4nary & c'o (-20101)\n",
+        1);
+    for (const Strings& style :
+         {Strings{"--verbose"}, Strings{"--json"}, Strings{"--log-file", folder / "log"}}) {
+        Strings words = job("verify", package, {"--tool", tool});
+        words.insert(words.end(), style.begin(), style.end());
+        const Child child = finished(words);
+        const std::string all = child.all() + contentOf(folder / "log");
+        EXPECT_THAT(all, ::testing::HasSubstr("hidden value"));
+        for (const char* part : {"nary", "NARY", "YzpjdzRu", "uYXJ5", "c'o", "apos"})
+            EXPECT_THAT(all, ::testing::Not(::testing::HasSubstr(part))) << style.front();
+    }
+}
+
 TEST_F(SecretsTest, NoProcessShowsOne) {
     const std::string package = makePackage();
     environment["VELTO_PASSWORD"] = "";

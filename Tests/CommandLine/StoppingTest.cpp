@@ -106,6 +106,9 @@ TEST_F(StoppingTest, ASecondCtrlCEndsAtOnce) {
     EXPECT_EQ(child.exitCode, 130);
     EXPECT_TRUE(groupEnds(tool));
     EXPECT_THAT(child.errors, HasSubstr("ended at once"));
+    const Json result = objectsOf(child.output).back();
+    EXPECT_EQ(result["outcome"], "stopped");
+    EXPECT_THAT(result["what"].get<std::string>(), HasSubstr("ended at once"));
 }
 
 TEST_F(StoppingTest, AReaderWhoIsStuckStopsNobody) {

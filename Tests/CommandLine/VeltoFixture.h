@@ -195,6 +195,17 @@ protected:
         return words;
     }
 
+    /// A tool that prints the bytes, waits for the shell command, and ends with `status`.
+    std::filesystem::path toolThatPrints(std::string_view bytes,
+                                         int status,
+                                         const std::string& wait = ":") const {
+        write(folder / "printed", bytes);
+        write(folder / "tool", "#!/bin/sh\ncat '" + (folder / "printed").string() + "'\n" + wait +
+                                   "\nexit " + std::to_string(status) + "\n");
+        std::filesystem::permissions(folder / "tool", std::filesystem::perms(0755));
+        return folder / "tool";
+    }
+
     /// The objects of `--json`, all of which must be valid.
     static std::vector<Json> objectsOf(const std::string& output) {
         std::vector<Json> objects;

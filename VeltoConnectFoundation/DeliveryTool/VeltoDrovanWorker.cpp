@@ -167,9 +167,8 @@ void VeltoDrovanWorker::drovanCompleted(VeltoDrovan& drovan) {
 
 void VeltoDrovanWorker::filterDidFilterString(NSDataToStringFilter& filter,
                                               std::optional<std::string_view> line) {
-    if (logsDrovanOutput()) {
-        MZLogInfo("%@", line ? *line : std::string_view("(null)"));
-    }
+    const std::string_view text = line.value_or("(null)");
+    logsDrovanOutput() ? MZLogInfo("%@", text) : MZLogDebug("%@", text);
     if (stdoutFilter_ && &filter == &*stdoutFilter_) {
         didReceiveDrovanLine(line);
     } else {
