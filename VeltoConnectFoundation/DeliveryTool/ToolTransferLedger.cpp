@@ -115,6 +115,9 @@ void ToolTransferLedger::send(const ToolLineCounts& counts) {
         transfer_.skipped -= file.size;
         file.isSkipped = false;
     }
+    if (file.sent == 0) {
+        begun_.push_back(&file);
+    }
     const auto sent = static_cast<std::uint64_t>(counts.sent);
     file.size = static_cast<std::uint64_t>(counts.total);
     transfer_.sent += sent - file.sent;
@@ -123,12 +126,13 @@ void ToolTransferLedger::send(const ToolLineCounts& counts) {
 
 /// What had arrived as a whole is there; all else is sent again.
 void ToolTransferLedger::restart() {
-    for (auto& [name, file] : files_) {
-        if (!file.hasArrived()) {
-            transfer_.sent -= file.sent;
-            file.sent = 0;
+    for (File* const file : begun_) {
+        if (!file->hasArrived()) {
+            transfer_.sent -= file->sent;
+            file->sent = 0;
         }
     }
+    begun_.clear();
 }
 
 /// The file with the longest announced name that the text before the counts ends with; none was

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 /// "NAME 50/100, 50% completed", with whatever stands before and behind.
 struct ToolLineCounts {
@@ -51,6 +52,7 @@ private:
 
     VeltoDrovanTransfer transfer_;
     std::unordered_map<std::string, File, TextHash, std::equal_to<>> files_;
-    std::string lastBefore_;  ///< Of the last counts,
-    File* last_ = nullptr;    ///< and whose they were: most lines tell of the same file again.
+    std::vector<File*> begun_;  ///< Since the last restart; what has arrived stands there, too.
+    std::string lastBefore_;    ///< Of the last counts,
+    File* last_ = nullptr;      ///< and whose they were: most lines tell of the same file again.
 };
