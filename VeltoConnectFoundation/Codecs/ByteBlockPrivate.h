@@ -35,8 +35,10 @@ public:
 
     /// Its first `length` bytes, at most its size; the room behind them stays with them.
     velto::Data takeData(std::size_t length) {
+        velto::Data data = velto::Data::adoptingMalloc(bytes_.get(), length);
+        static_cast<void>(bytes_.release());
         size_ = 0;
-        return velto::Data::adoptingMalloc(bytes_.release(), length);
+        return data;
     }
 
 private:

@@ -45,8 +45,10 @@ velto::Data MZMemoryOutputStream::data() const {
 }
 
 velto::Data MZMemoryOutputStream::dataByResettingMemoryStream() {
-    capacity_ = 0;
-    return velto::Data::adoptingMalloc(std::exchange(memory_, nullptr), std::exchange(length_, 0));
+    velto::Data data = velto::Data::adoptingMalloc(memory_, length_);
+    memory_ = nullptr;
+    length_ = capacity_ = 0;
+    return data;
 }
 
 void MZMemoryOutputStream::open() {

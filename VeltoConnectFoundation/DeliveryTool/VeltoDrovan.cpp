@@ -236,7 +236,8 @@ std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::createTask() {
         velto::Error error;
         std::unique_ptr<velto::Process> process = velto::Process::make(&error);
         if (process == nullptr) {
-            throw Exception(velto::GenericException, error.localizedDescription());
+            throw Exception(velto::GenericException, format("%@ %@", error.localizedDescription(),
+                                                            error.localizedFailureReason()));
         }
         MZLogDebug("Sending request to VeltoDrovan…");
         MZLogDebug("    Command: %@", launch.path);

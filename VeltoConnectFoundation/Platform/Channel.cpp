@@ -29,18 +29,15 @@ private:
     ChannelReport report_;
 };
 
-Channel::Channel(FileDescriptor descriptor,
-                 DeliveryTarget target,
-                 Receiver receiver,
-                 std::size_t limit)
+Channel::Channel(DeliveryTarget target, Receiver receiver, std::size_t limit)
     : target_(std::move(target)),
       receiver_(std::make_shared<const Receiver>(std::move(receiver))),
       limit_(limit),
-      descriptor_(std::move(descriptor)),
       readBuffer_(nullptr, &std::free) {
 }
 
-void Channel::open() {
+void Channel::open(FileDescriptor descriptor) {
+    descriptor_ = std::move(descriptor);
     const int flags = ::fcntl(descriptor_.number(), F_GETFL);
     int error = ::fcntl(descriptor_.number(), F_SETFL, flags | O_NONBLOCK) == 0 ? 0 : errno;
     if (error == 0) {
@@ -100,35 +97,48 @@ void Channel::drain() {
 }
 
 Channel::Reading Channel::readBlock(ChannelReport::Kind kind, std::size_t& length) {
-    if (!readBuffer_) {
-        readBuffer_.reset(std::malloc(blockSize));
+    if (undelivered_.isEmpty() && bufferedLength_ == 0) {
         if (!readBuffer_) {
-            throw std::bad_alloc();
+            readBuffer_.reset(std::malloc(blockSize));
+            if (!readBuffer_) {
+                throw std::bad_alloc();
+            }
         }
-    }
-    ssize_t count = 0;
-    do {
-        count = ::read(descriptor_.number(), readBuffer_.get(), blockSize);
-    } while (count < 0 && errno == EINTR);
-    if (count < 0) {
-        if (errno == EAGAIN) {
-            return Reading::nothingNow;
+        ssize_t count = 0;
+        do {
+            count = ::read(descriptor_.number(), readBuffer_.get(), blockSize);
+        } while (count < 0 && errno == EINTR);
+        if (count < 0) {
+            if (errno == EAGAIN) {
+                return Reading::nothingNow;
+            }
+            deliver({ChannelReport::Kind::readFailed, {}, errno});
+            return Reading::ended;
         }
-        deliver({ChannelReport::Kind::readFailed, {}, errno});
-        return Reading::ended;
+        if (count == 0) {
+            return Reading::ended;
+        }
+        bufferedLength_ = static_cast<std::size_t>(count);
     }
-    if (count == 0) {
-        return Reading::ended;
-    }
-    length = static_cast<std::size_t>(count);
-    // A block that is nearly full is handed on as it is; little text is not left in a large block.
-    Data block = length > blockSize / 2 ? Data::adoptingMalloc(readBuffer_.release(), length)
-                                        : Data(readBuffer_.get(), length);
-    deliver({kind, std::move(block), 0});
+    takeFromBuffer();
+    length = undelivered_.length();
+    deliver({kind, undelivered_, 0});
+    undelivered_ = Data();
     return Reading::more;
 }
 
-void Channel::deliver(ChannelReport report) {
+/// A block that is nearly full is handed on as it is; little text is not left in a large block.
+void Channel::takeFromBuffer() {
+    if (bufferedLength_ > blockSize / 2) {
+        undelivered_ = Data::adoptingMalloc(readBuffer_.get(), bufferedLength_);
+        static_cast<void>(readBuffer_.release());
+    } else if (bufferedLength_ > 0) {
+        undelivered_ = Data(readBuffer_.get(), bufferedLength_);
+    }
+    bufferedLength_ = 0;
+}
+
+void Channel::deliver(const ChannelReport& report) {
     {
         const MutexGuard guard(mutex_);
         if (discards_) {
@@ -136,8 +146,15 @@ void Channel::deliver(ChannelReport report) {
         }
         waiting_ += report.block.length();
     }
-    const auto letter = std::make_shared<const Letter>(shared_from_this(), std::move(report));
-    target_.post([letter] { letter->handOver(); });
+    std::shared_ptr<const Letter> letter;
+    try {
+        letter = std::make_shared<const Letter>(shared_from_this(), report);
+    } catch (...) {
+        const MutexGuard guard(mutex_);
+        waiting_ -= report.block.length();
+        throw;
+    }
+    target_.post([letter = std::move(letter)] { letter->handOver(); });
 }
 
 bool Channel::pausedWhenBehind() {

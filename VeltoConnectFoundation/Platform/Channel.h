@@ -24,12 +24,9 @@ public:
     static constexpr std::size_t defaultLimit = 4UL * 1024 * 1024;
 
     /// `receiver` is called on the target only.
-    Channel(FileDescriptor descriptor,
-            DeliveryTarget target,
-            Receiver receiver,
-            std::size_t limit = defaultLimit);
+    Channel(DeliveryTarget target, Receiver receiver, std::size_t limit = defaultLimit);
 
-    void open();
+    void open(FileDescriptor descriptor);  ///< Once.
 
     /// I/O thread. Delivers what can be read without waiting, then closes. An end of file is not
     /// waited for: somebody else may hold the other end open.
@@ -44,7 +41,8 @@ private:
 
     void readable();
     Reading readBlock(ChannelReport::Kind kind, std::size_t& length);
-    void deliver(ChannelReport report);
+    void takeFromBuffer();
+    void deliver(const ChannelReport& report);
     void close();
     int watch() VELTO_REQUIRES(mutex_);
     bool pausedWhenBehind();
@@ -57,6 +55,10 @@ private:
 
     FileDescriptor descriptor_;                          ///< I/O thread, once open.
     std::unique_ptr<void, void (*)(void*)> readBuffer_;  ///< I/O thread; null between large blocks.
+    // What was read stays here until it is on its way: a block that there was no memory for is
+    // delivered with the next look.
+    std::size_t bufferedLength_ = 0;  ///< I/O thread.
+    Data undelivered_;                ///< I/O thread.
 
     Mutex mutex_;
     std::size_t waiting_ VELTO_GUARDED_BY(mutex_) = 0;  ///< Bytes read and not yet received.

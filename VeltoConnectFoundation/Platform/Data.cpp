@@ -64,9 +64,8 @@ Data Data::adoptingMalloc(void* block, std::size_t length) {
         std::free(block);
         return {};
     }
-    std::unique_ptr<void, decltype(&std::free)> owned(block, &std::free);
     DataBlock* data = newBlock();
-    data->bytes = static_cast<std::uint8_t*>(owned.release());
+    data->bytes = static_cast<std::uint8_t*>(block);
     data->length = length;
     data->capacity = length;
     return Data(Tagged{}, dataValue(data));

@@ -3,16 +3,20 @@
 #include <VeltoConnectFoundation/Platform/Channel.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/FileDescriptor.h>
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/IOThread.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <system_error>
+#include <thread>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -75,7 +79,25 @@ struct FileActions {
     ~FileActions() { ::posix_spawn_file_actions_destroy(&actions); }
     FileActions(const FileActions&) = delete;
     FileActions& operator=(const FileActions&) = delete;
+
+    void open(int number, const char* path, int flags) {
+        note(::posix_spawn_file_actions_addopen(&actions, number, path, flags, 0));
+    }
+    void copy(const FileDescriptor& from, int number) {
+        note(::posix_spawn_file_actions_adddup2(&actions, from.number(), number));
+    }
+    void changeFolder(const char* path) {
+        note(::posix_spawn_file_actions_addchdir_np(&actions, path));
+    }
+    void closeFrom(int number) {
+        note(::posix_spawn_file_actions_addclosefrom_np(&actions, number));
+    }
+
     posix_spawn_file_actions_t actions;
+    int failure = 0;  ///< Of the first that could not be added.
+
+private:
+    void note(int result) { failure = failure != 0 ? failure : result; }
 };
 
 struct SpawnAttributes {
@@ -170,22 +192,25 @@ public:
 private:
     enum class Phase : std::uint8_t { idle, launching, running, ended };
 
-    Error spawn(const ProcessLaunch& launch, pid_t& child);
-    Error watch(pid_t child,
-                const ProcessLaunch& launch,
+    Error start(const ProcessLaunch& launch,
                 const DeliveryTarget& target,
                 const std::weak_ptr<ProcessDelegate>& delegate);
+    Error spawn(const ProcessLaunch& launch, pid_t& child);
+    int watch(pid_t child, const ProcessLaunch& launch);
     void childEnded();
     std::optional<ProcessExit> reap() const VELTO_REQUIRES(mutex_);
     void graceEnded();
+    bool signalGroup(int number) VELTO_REQUIRES(mutex_);
     bool killGroup() VELTO_REQUIRES(mutex_);
+    void forgetGroup() VELTO_REQUIRES(mutex_);
 
     mutable Mutex mutex_;
     Phase phase_ VELTO_GUARDED_BY(mutex_) = Phase::idle;
     pid_t child_ VELTO_GUARDED_BY(mutex_) = 0;
-    pid_t group_ VELTO_GUARDED_BY(mutex_) = 0;
-    FileDescriptor childHandle_
-        VELTO_GUARDED_BY(mutex_);  ///< Invalid also when nothing is to be reaped.
+    pid_t group_ VELTO_GUARDED_BY(mutex_) = 0;  ///< The child's own, or the caller's.
+    /// Of the child, kept while it has a group. Invalid also when the host had reaped it at once.
+    FileDescriptor childHandle_ VELTO_GUARDED_BY(mutex_);
+    bool hasGroup_ VELTO_GUARDED_BY(mutex_) = false;  ///< As far as known, some process is in it.
     ProcessExit exit_ VELTO_GUARDED_BY(mutex_);
     Seconds grace_ VELTO_GUARDED_BY(mutex_){};
     IOThread::Token endWatch_ VELTO_GUARDED_BY(mutex_) = 0;
@@ -196,7 +221,8 @@ private:
     FileDescriptor silentInput_ VELTO_GUARDED_BY(mutex_);
     std::shared_ptr<Channel> outputChannel_ VELTO_GUARDED_BY(mutex_);
     std::shared_ptr<Channel> errorChannel_ VELTO_GUARDED_BY(mutex_);
-    std::function<void(const ProcessExit&)> tellEnd_ VELTO_GUARDED_BY(mutex_);
+    std::shared_ptr<const std::function<void(const ProcessExit&)>> tellEnd_
+        VELTO_GUARDED_BY(mutex_);
 };
 
 int Process::State::openPipes() {
@@ -215,17 +241,73 @@ bool Process::State::launch(const ProcessLaunch& launch,
         }
         phase_ = Phase::launching;
     }
-    pid_t child = 0;
-    Error failure = spawn(launch, child);
-    if (!failure) {
-        failure = watch(child, launch, target, delegate);
-    }
-    if (failure) {
+    const Finally restored([this] {
         const MutexGuard guard(mutex_);
-        phase_ = Phase::idle;
-        return fail(error, std::move(failure));
+        phase_ = phase_ == Phase::launching ? Phase::idle : phase_;
+    });
+    Error failure = start(launch, target, delegate);
+    return !failure || fail(error, std::move(failure));
+}
+
+/// What may fail for want of a descriptor, a thread or memory comes before the child as far as it
+/// can; a child that cannot be watched ends at once, and was not started.
+Error Process::State::start(const ProcessLaunch& launch,
+                            const DeliveryTarget& target,
+                            const std::weak_ptr<ProcessDelegate>& delegate) {
+    if (const int number = IOThread::shared().start(); number != 0) {
+        return launchError(number, launch.path);
     }
-    return true;
+    const auto channel = [&](ProcessStream stream) {
+        return std::make_shared<Channel>(target, [delegate, stream](const ChannelReport& report) {
+            if (const auto receiver = delegate.lock()) {
+                receiver->processDidReport(stream, report);
+            }
+        });
+    };
+    auto output = channel(ProcessStream::standardOutput);
+    auto error = channel(ProcessStream::standardError);
+    auto tellEnd = std::make_shared<const std::function<void(const ProcessExit&)>>(
+        [target, delegate](const ProcessExit& exit) {
+            target.post([delegate, exit] {
+                if (const auto receiver = delegate.lock()) {
+                    receiver->processDidTerminate(exit);
+                }
+            });
+        });
+    pid_t child = 0;
+    if (Error failure = spawn(launch, child)) {
+        return failure;
+    }
+    output_.writing.reset();
+    error_.writing.reset();
+
+    // Whatever ends at once waits for this lock.
+    const MutexGuard guard(mutex_);
+    outputChannel_ = std::move(output);
+    errorChannel_ = std::move(error);
+    tellEnd_ = std::move(tellEnd);
+    int number = 0;
+    try {
+        number = watch(child, launch);
+    } catch (const std::bad_alloc&) {
+        number = ENOMEM;
+    }
+    if (number != 0) {
+        ::kill(group_ == child ? -child : child, SIGKILL);
+        while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        forgetGroup();
+        for (std::shared_ptr<Channel>* const silenced : {&outputChannel_, &errorChannel_}) {
+            (*silenced)->discard();
+            silenced->reset();
+        }
+        tellEnd_ = nullptr;
+        silentInput_.reset();
+        child_ = 0;
+        return launchError(number, launch.path);
+    }
+    phase_ = Phase::running;
+    return {};
 }
 
 Error Process::State::spawn(const ProcessLaunch& launch, pid_t& child) {
@@ -274,16 +356,19 @@ Error Process::State::spawn(const ProcessLaunch& launch, pid_t& child) {
         if (const int number = input.open(); number != 0) {
             return pipeError(number);
         }
-        ::posix_spawn_file_actions_adddup2(&files.actions, input.reading.number(), STDIN_FILENO);
+        files.copy(input.reading, STDIN_FILENO);
     } else {
-        ::posix_spawn_file_actions_addopen(&files.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        files.open(STDIN_FILENO, "/dev/null", O_RDONLY);
     }
-    ::posix_spawn_file_actions_adddup2(&files.actions, output_.writing.number(), STDOUT_FILENO);
-    ::posix_spawn_file_actions_adddup2(&files.actions, error_.writing.number(), STDERR_FILENO);
+    files.copy(output_.writing, STDOUT_FILENO);
+    files.copy(error_.writing, STDERR_FILENO);
     if (!launch.folder.empty()) {
-        ::posix_spawn_file_actions_addchdir_np(&files.actions, launch.folder.c_str());
+        files.changeFolder(launch.folder.c_str());
     }
-    ::posix_spawn_file_actions_addclosefrom_np(&files.actions, STDERR_FILENO + 1);
+    files.closeFrom(STDERR_FILENO + 1);
+    if (files.failure != 0) {
+        return launchError(files.failure, launch.path);
+    }
     const SpawnAttributes attributes(launch.processGroup);
     const int number =
         ::posix_spawn(&child, path.c_str(), &files.actions, &attributes.attributes,
@@ -296,88 +381,74 @@ Error Process::State::spawn(const ProcessLaunch& launch, pid_t& child) {
     return {};
 }
 
-Error Process::State::watch(pid_t child,
-                            const ProcessLaunch& launch,
-                            const DeliveryTarget& target,
-                            const std::weak_ptr<ProcessDelegate>& delegate) {
-    output_.writing.reset();
-    error_.writing.reset();
-    const auto channel = [&](Pipe& pipe, ProcessStream stream) {
-        return std::make_shared<Channel>(std::move(pipe.reading), target,
-                                         [delegate, stream](const ChannelReport& report) {
-                                             if (const auto receiver = delegate.lock()) {
-                                                 receiver->processDidReport(stream, report);
-                                             }
-                                         });
-    };
-    FileDescriptor handle(::pidfd_open(child, 0));
-    int number = handle ? 0 : errno;
-
-    // Whatever ends at once waits for this lock.
-    const MutexGuard guard(mutex_);
-    const auto ended = [self = shared_from_this()] { self->childEnded(); };
-    if (handle) {
-        endWatch_ = IOThread::shared().addReadable(handle.number(), ended);
-        number = endWatch_ != 0 ? 0 : errno;
-    } else if (number == ESRCH) {
-        // The host reaps all children, and has reaped this one.
-        IOThread::shared().addTimer(Seconds(0), ended);
-        number = 0;
-    }
-    if (number != 0) {
-        ::kill(launch.processGroup != 0 ? child : -child, SIGKILL);
-        ::waitpid(child, nullptr, 0);
-        return launchError(number, launch.path);
-    }
+/// 0, or why the child cannot be watched.
+int Process::State::watch(pid_t child, const ProcessLaunch& launch) {
     child_ = child;
+    hasGroup_ = true;
     group_ = launch.processGroup != 0 ? static_cast<pid_t>(launch.processGroup) : child;
-    childHandle_ = std::move(handle);
     grace_ = launch.terminationGrace;
-    outputChannel_ = channel(output_, ProcessStream::standardOutput);
-    errorChannel_ = channel(error_, ProcessStream::standardError);
-    tellEnd_ = [target, delegate](const ProcessExit& exit) {
-        target.post([delegate, exit] {
-            if (const auto receiver = delegate.lock()) {
-                receiver->processDidTerminate(exit);
-            }
-        });
-    };
-    phase_ = Phase::running;
-    outputChannel_->open();
-    errorChannel_->open();
-    return {};
+    childHandle_.reset(::pidfd_open(child, 0));
+    if (!childHandle_ && errno != ESRCH) {
+        return errno;
+    }
+    outputChannel_->open(std::move(output_.reading));
+    errorChannel_->open(std::move(error_.reading));
+    auto ended = [self = shared_from_this()] { self->childEnded(); };
+    if (!childHandle_) {
+        // The host reaps all children, and has reaped this one.
+        return IOThread::shared().addTimer(Seconds(0), std::move(ended)) != 0 ? 0 : errno;
+    }
+    endWatch_ = IOThread::shared().addReadable(childHandle_.number(), std::move(ended));
+    return endWatch_ != 0 ? 0 : errno;
 }
 
+/// Called again where there was no memory for what was left in the pipes: the watch ends behind it.
 void Process::State::childEnded() {
     std::shared_ptr<Channel> output;
     std::shared_ptr<Channel> error;
-    std::function<void(const ProcessExit&)> tellEnd;
+    {
+        const MutexGuard guard(mutex_);
+        if (phase_ == Phase::running) {
+            const std::optional<ProcessExit> reaped = reap();
+            if (!reaped) {
+                return;
+            }
+            silentInput_.reset();
+            exit_ = *reaped;
+            phase_ = Phase::ended;
+            // The grace goes on for what the child has left behind in its group.
+            if (!signalGroup(0)) {
+                IOThread::shared().remove(std::exchange(graceTimer_, 0));
+            }
+        }
+        output = outputChannel_;
+        error = errorChannel_;
+    }
+    output->drain();
+    error->drain();
+    std::shared_ptr<const std::function<void(const ProcessExit&)>> tellEnd;
     std::vector<std::shared_ptr<RunLoop>> waiters;
     ProcessExit exit;
     {
         const MutexGuard guard(mutex_);
-        const std::optional<ProcessExit> reaped = reap();
-        if (!reaped) {
-            return;
-        }
         IOThread::shared().remove(std::exchange(endWatch_, 0));
-        childHandle_.reset();
-        silentInput_.reset();
-        exit_ = exit = *reaped;
-        phase_ = Phase::ended;
-        // The grace goes on for what the child has left behind in its group.
-        if (graceTimer_ != 0 && ::kill(-group_, 0) != 0) {
-            IOThread::shared().remove(std::exchange(graceTimer_, 0));
+        if (!hasGroup_) {
+            childHandle_.reset();
         }
-        output = std::move(outputChannel_);
-        error = std::move(errorChannel_);
-        tellEnd = std::move(tellEnd_);
+        outputChannel_ = nullptr;
+        errorChannel_ = nullptr;
+        tellEnd.swap(tellEnd_);
         waiters.swap(waiters_);
+        exit = exit_;
     }
-    output->drain();
-    error->drain();
-    if (tellEnd) {
-        tellEnd(exit);
+    while (tellEnd) {
+        try {
+            (*tellEnd)(exit);
+            tellEnd = nullptr;
+        } catch (const std::bad_alloc&) {
+            // Whoever waits for the end must hear of it, and it takes a few bytes.
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
     }
     for (const auto& waiter : waiters) {
         waiter->perform({});  // A turn, in which it looks again.
@@ -400,8 +471,7 @@ std::optional<ProcessExit> Process::State::reap() const {
 
 bool Process::State::signal(int number) {
     const MutexGuard guard(mutex_);
-    // Not yet reaped, so the number still is this child's.
-    return phase_ == Phase::running && ::kill(-group_, number) == 0;
+    return phase_ == Phase::running && signalGroup(number);
 }
 
 bool Process::State::terminate() {
@@ -409,10 +479,14 @@ bool Process::State::terminate() {
     if (phase_ != Phase::running) {
         return false;
     }
-    ::kill(-group_, SIGTERM);
+    signalGroup(SIGTERM);
     if (graceTimer_ == 0) {
-        graceTimer_ = IOThread::shared().addTimer(
-            grace_, [self = shared_from_this()] { self->graceEnded(); });
+        try {
+            graceTimer_ = IOThread::shared().addTimer(
+                grace_, [self = shared_from_this()] { self->graceEnded(); });
+        } catch (const std::bad_alloc&) {
+            killGroup();  // Nothing would end what ignores the signal.
+        }
     }
     return true;
 }
@@ -429,11 +503,45 @@ bool Process::State::kill() {
 }
 
 bool Process::State::killGroup() {
-    // A group outlives its leader, and as long as it has members no process gets the leader's
-    // number: one that has it is somebody else, and so is its group.
-    const bool isOurs = phase_ == Phase::running || group_ != child_ ||
-                        (child_ > 0 && ::kill(child_, 0) != 0 && errno == ESRCH);
-    return isOurs && ::kill(-group_, SIGKILL) == 0;
+    const bool isKilled = signalGroup(SIGKILL);
+    if (phase_ == Phase::ended && group_ == child_) {
+        forgetGroup();
+    }
+    return isKilled;
+}
+
+/// Whether anybody of the group got the signal (0 is none). A group that is empty is forgotten: the
+/// system may give its number to strangers.
+bool Process::State::signalGroup(int number) {
+    if (!hasGroup_) {
+        return false;
+    }
+    // A leader's handle stands for its group and no other, also when it has been reaped.
+    constexpr unsigned toGroup = 1U << 2U;  // PIDFD_SIGNAL_PROCESS_GROUP, since Linux 6.9.
+    int result = -1;
+    errno = EINVAL;
+    if (childHandle_ && group_ == child_) {
+        result = ::pidfd_send_signal(childHandle_.number(), number, nullptr, toGroup);
+    }
+    if (result != 0 && errno == EINVAL) {
+        // As long as the group has members no process gets the leader's number: one that has it,
+        // with the leader reaped, is somebody else, and so is its group. The caller keeps its own.
+        const bool isOurs = phase_ != Phase::ended || group_ != child_ ||
+                            (::kill(child_, 0) != 0 && errno == ESRCH);
+        result = isOurs ? ::kill(-group_, number) : -1;
+        errno = isOurs ? errno : ESRCH;
+    }
+    if (result != 0 && errno == ESRCH) {
+        forgetGroup();
+    }
+    return result == 0;
+}
+
+void Process::State::forgetGroup() {
+    hasGroup_ = false;
+    if (endWatch_ == 0) {
+        childHandle_.reset();
+    }
 }
 
 void Process::State::waitUntilExit() {
@@ -457,6 +565,9 @@ void Process::State::abandon() {
         if (channel) {
             channel->discard();
         }
+    }
+    if (phase_ == Phase::ended && graceTimer_ == 0) {
+        forgetGroup();
     }
 }
 

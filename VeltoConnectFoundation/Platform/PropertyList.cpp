@@ -678,7 +678,10 @@ std::optional<Data> PropertyList::binary(const Value& value, Error* error) {
         fail(error, writingError(localized("A value has no form in a property list.")));
         return std::nullopt;
     }
-    return Data::adoptingMalloc(bytes, length);
+    std::unique_ptr<char, decltype(&std::free)> owned(bytes, &std::free);
+    Data data = Data::adoptingMalloc(bytes, length);
+    static_cast<void>(owned.release());
+    return data;
 }
 
 }  // namespace velto

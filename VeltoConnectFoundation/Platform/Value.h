@@ -221,7 +221,8 @@ public:
     explicit Data(std::string_view bytes);
     explicit Data(std::span<const std::byte> bytes);
     explicit Data(std::vector<std::uint8_t>&& bytes);  ///< Takes the buffer over.
-    /// Takes over a block from malloc without copying; freed with the last handle.
+    /// Takes over a block from malloc without copying; freed with the last handle. The
+    /// caller's still when this throws.
     static Data adoptingMalloc(void* block, std::size_t length);
 
     const std::uint8_t* bytes() const noexcept;
