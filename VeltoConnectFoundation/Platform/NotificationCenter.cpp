@@ -5,6 +5,8 @@
 #include <VeltoConnectFoundation/Platform/Queue.h>
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 
+#include <cstdint>
+#include <map>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -35,6 +37,7 @@ public:
     const void* const object;
     const std::function<void(const Notification&)> observer;
     CallGate gate;
+    std::uint64_t sequence = 0;  ///< Set by the centre, once.
 };
 
 class NotificationCenter::State {
@@ -44,30 +47,45 @@ public:
 
     void add(const std::shared_ptr<Entry>& entry) {
         const MutexGuard guard(mutex_);
-        std::shared_ptr<const Entries>& entries = entriesByName_[entry->name];
-        auto changed =
-            entries == nullptr ? std::make_shared<Entries>() : std::make_shared<Entries>(*entries);
-        changed->push_back(entry);
-        entries = std::move(changed);
+        Observers& observers = observersByName_[entry->name];
+        entry->sequence = ++lastSequence_;
+        observers.inOrder.emplace_hint(observers.inOrder.end(), entry->sequence, entry);
+        observers.list = nullptr;
     }
 
-    void remove(const std::shared_ptr<Entry>& entry) {
+    void remove(const Entry& entry) {
+        std::shared_ptr<const Entries> list;  // Freed with no lock held.
         const MutexGuard guard(mutex_);
-        const auto found = entriesByName_.find(entry->name);
-        auto changed = std::make_shared<Entries>(*found->second);
-        std::erase(*changed, entry);
-        if (changed->empty()) {
-            entriesByName_.erase(found);
-        } else {
-            found->second = std::move(changed);
+        const auto found = observersByName_.find(entry.name);
+        list.swap(found->second.list);
+        found->second.inOrder.erase(entry.sequence);
+        if (found->second.inOrder.empty()) {
+            observersByName_.erase(found);
         }
+    }
+
+    bool hasObservers(std::string_view name) {
+        const MutexGuard guard(mutex_);
+        return observersByName_.find(name) != observersByName_.end();
     }
 
     /// As they are now: later changes make a new list.
     std::shared_ptr<const Entries> entries(std::string_view name) {
         const MutexGuard guard(mutex_);
-        const auto found = entriesByName_.find(name);
-        return found == entriesByName_.end() ? nullptr : found->second;
+        const auto found = observersByName_.find(name);
+        if (found == observersByName_.end()) {
+            return nullptr;
+        }
+        Observers& observers = found->second;
+        if (observers.list == nullptr) {
+            Entries list;
+            list.reserve(observers.inOrder.size());
+            for (const auto& [sequence, entry] : observers.inOrder) {
+                list.push_back(entry);
+            }
+            observers.list = std::make_shared<const Entries>(std::move(list));
+        }
+        return observers.list;
     }
 
 private:
@@ -75,9 +93,15 @@ private:
         using is_transparent = void;
     };
 
+    struct Observers {
+        std::map<std::uint64_t, std::shared_ptr<Entry>> inOrder;
+        std::shared_ptr<const Entries> list;  ///< Made for a post; null after a change.
+    };
+
     Mutex mutex_;
-    std::unordered_map<std::string, std::shared_ptr<const Entries>, Hash, std::equal_to<>>
-        entriesByName_ VELTO_GUARDED_BY(mutex_);
+    std::uint64_t lastSequence_ VELTO_GUARDED_BY(mutex_) = 0;
+    std::unordered_map<std::string, Observers, Hash, std::equal_to<>> observersByName_
+        VELTO_GUARDED_BY(mutex_);
 };
 
 NotificationObservation::NotificationObservation() noexcept = default;
@@ -95,7 +119,7 @@ NotificationObservation& NotificationObservation::operator=(
 
 NotificationObservation::~NotificationObservation() {
     if (entry_ != nullptr) {
-        NotificationCenter::shared().state_->remove(entry_);
+        NotificationCenter::shared().state_->remove(*entry_);
         entry_->gate.shut();
     }
 }
@@ -132,7 +156,7 @@ void NotificationCenter::post(std::string_view name,
 void NotificationCenter::postOnMainThread(std::string_view name,
                                           std::shared_ptr<void> object,
                                           Dictionary userInfo) {
-    if (state_->entries(name) != nullptr) {
+    if (state_->hasObservers(name)) {
         MainQueue::shared().async(
             [this, name, object = std::move(object), userInfo = std::move(userInfo)] {
                 post(name, object, userInfo);

@@ -82,14 +82,12 @@ std::string MZHumanReadableStringFromBytes(std::uint64_t count) {
 }
 
 std::string MZHumanReadableStringFromBytesUsingDivisor(std::uint64_t count, std::uint64_t divisor) {
-    if (divisor < 2) {
-        divisor = defaultDivisor;
-    }
-    unsigned power = 0;
+    // Required: by 0 or 1 every unit begins at that count, so the largest is named, undivided.
+    unsigned power = divisor < 2 && count >= divisor ? largestPower : 0;
     std::uint64_t unit = 1;
     // A unit beyond 64 bits is one that no count reaches.
-    while (power < largestPower && unit <= std::numeric_limits<std::uint64_t>::max() / divisor &&
-           count >= unit * divisor) {
+    while (divisor > 1 && power < largestPower &&
+           unit <= std::numeric_limits<std::uint64_t>::max() / divisor && count >= unit * divisor) {
         unit *= divisor;
         ++power;
     }

@@ -9,6 +9,7 @@
 /// trailing zeros, in the user's locale, and the translated name of its unit. Any thread.
 VELTO_EXPORT std::string MZHumanReadableStringFromBytes(std::uint64_t count);
 
-/// `divisor` is what a unit has of the next smaller one; below 2 it counts as 1024.
+/// `divisor` is what a unit has of the next smaller one; by 0 or 1 the largest unit
+/// is named and nothing divided: "5 EB" (0 by 1 is "0 bytes").
 VELTO_EXPORT std::string MZHumanReadableStringFromBytesUsingDivisor(std::uint64_t count,
                                                                     std::uint64_t divisor);
