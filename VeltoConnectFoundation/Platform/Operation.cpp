@@ -9,6 +9,10 @@ void Operation::cancel() {
     operationCancelled_.store(true);
 }
 
+void Operation::couldNotStart(const Error&) {
+    cancel();
+}
+
 bool Operation::isCancelled() const {
     return operationCancelled_.load();
 }

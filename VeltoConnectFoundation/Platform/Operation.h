@@ -8,6 +8,8 @@
 
 namespace velto {
 
+class Error;
+
 enum class QualityOfService : std::int32_t {
     standard = -1,
     background = 9,
@@ -26,6 +28,10 @@ public:
     virtual void main() = 0;
     /// Marks it; the queue never calls main of a cancelled operation. Any thread.
     virtual void cancel();
+    /// In place of main, once, when the system gives the queue no thread at all: ends the operation
+    /// with the error. This form cancels it. On the thread that added it or ended the one before,
+    /// with no lock held.
+    virtual void couldNotStart(const Error& error);
     /// Virtual for those that keep a flag of their own. Any thread.
     virtual bool isCancelled() const;
     QualityOfService qualityOfService() const { return qualityOfService_.load(); }

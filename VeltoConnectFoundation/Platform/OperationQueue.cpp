@@ -1,11 +1,14 @@
 #include <VeltoConnectFoundation/Platform/OperationQueue.h>
 
+#include <VeltoConnectFoundation/Platform/Error.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Lock.h>
 #include <VeltoConnectFoundation/Platform/Pool.h>
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 
 #include <limits>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -44,6 +47,18 @@ struct OperationQueue::State::Entry final : Pool::Piece {
             platformLogUncaught("an operation");
         }
         // Before it counts as ended, so that whoever waits for the queue finds it let go of.
+        operation.reset();
+        return true;
+    }
+
+    bool refuse(int number) noexcept override {
+        try {
+            operation->couldNotStart(Error::make(
+                POSIXErrorDomain, number, localized("No thread could be started for the work."),
+                std::generic_category().message(number)));
+        } catch (...) {
+            platformLogUncaught("an operation");
+        }
         operation.reset();
         return true;
     }

@@ -12,7 +12,8 @@ namespace velto {
 /// the oldest ready operation has waited 10 ms and none is idle (up to 512); idle extra threads
 /// end after 5 s. An operation that blocks never keeps another from starting. Any thread.
 ///
-/// What an operation throws is caught and logged as critical.
+/// What an operation throws is caught and logged as critical. When the system gives not one thread,
+/// operations end by their couldNotStart.
 class VELTO_EXPORT OperationQueue {
 public:
     static std::shared_ptr<OperationQueue> make();

@@ -1,9 +1,14 @@
 #include <VeltoConnectFoundation/Platform/Pool.h>
 
+#include <VeltoConnectFoundation/Platform/IOThread.h>
 #include <VeltoConnectFoundation/Platform/SystemLog.h>
 #include <VeltoConnectFoundation/Platform/Thread.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <new>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -15,6 +20,19 @@ constexpr std::size_t maximumThreads = 512;
 constexpr std::chrono::milliseconds longestWait{10};
 constexpr std::chrono::seconds longestIdleness{5};
 constexpr int looksBeforeSleep = 5;
+constexpr std::chrono::milliseconds pauseWithoutThreads{100};
+
+/// 0, or why the system gives no thread.
+int startedThread(const char* name, std::function<void()> body) noexcept {
+    try {
+        startThread(name, std::move(body));
+        return 0;
+    } catch (const std::system_error& failure) {
+        return failure.code().value();
+    } catch (...) {
+        return ENOMEM;
+    }
+}
 
 }  // namespace
 
@@ -31,6 +49,10 @@ Pool::Pool() : coreCount_(std::max(1U, std::thread::hardware_concurrency())) {
 void Pool::Piece::ended(Wakes&) noexcept {
 }
 
+bool Pool::Piece::refuse(int) noexcept {
+    return false;
+}
+
 Pool::Wakes::~Wakes() {
     if (changed_ != nullptr) {
         changed_->notify_all();
@@ -40,6 +62,9 @@ Pool::Wakes::~Wakes() {
     }
     for (Worker* const worker : added_) {
         Pool::shared().start(*worker);
+    }
+    if (isShort_) {
+        Pool::shared().refuseWithoutThreads(ENOMEM);
     }
     if (isSupervisorMissing_) {
         Pool::shared().startSupervisor();
@@ -56,13 +81,17 @@ void Pool::submit(Piece& piece) {
     submit(piece, now, wakes);
 }
 
-void Pool::submit(Piece& piece, Clock::time_point now, Wakes& wakes) {
+void Pool::append(Piece& piece) {
     piece.next_ = nullptr;
-    piece.readySince_ = now;
     (newest_ == nullptr ? oldest_ : newest_->next_) = &piece;
     newest_ = &piece;
     ++readyCount_;
     isAnyReady_.store(true, std::memory_order_relaxed);
+}
+
+void Pool::submit(Piece& piece, Clock::time_point now, Wakes& wakes) {
+    piece.readySince_ = now;
+    append(piece);
     if (readyCount_ <= arriving_) {
         return;
     }
@@ -70,10 +99,19 @@ void Pool::submit(Piece& piece, Clock::time_point now, Wakes& wakes) {
         Worker& worker = *idle_.back();
         idle_.pop_back();
         worker.isAwake = true;
-        wakes.idle_.push_back(&worker);
         ++arriving_;
+        try {
+            wakes.idle_.push_back(&worker);
+        } catch (const std::bad_alloc&) {
+            worker.wakeUp.notify_one();
+        }
     } else if (threadCount_ < coreCount_) {
-        wakes.added_.push_back(&addWorker());
+        try {
+            wakes.added_.reserve(wakes.added_.size() + 1);
+            wakes.added_.push_back(&addWorker());
+        } catch (const std::bad_alloc&) {
+            wakes.isShort_ = true;
+        }
     } else if (!isSupervised_) {
         isSupervised_ = true;
         takenAtLastLook_ = taken_;
@@ -84,6 +122,7 @@ void Pool::submit(Piece& piece, Clock::time_point now, Wakes& wakes) {
 
 Pool::Worker& Pool::addWorker() {
     if (unused_.empty()) {
+        unused_.reserve(workers_.size() + 1);  // So that giving one back never fails.
         unused_.push_back(workers_.emplace_back(std::make_unique<Worker>()).get());
     }
     Worker& worker = *unused_.back();
@@ -93,28 +132,100 @@ Pool::Worker& Pool::addWorker() {
     return worker;
 }
 
-/// The pieces stay: the next one that is submitted tries again, and so does the supervisor.
 bool Pool::start(Worker& worker) noexcept {
-    try {
-        startThread("velto-pool", [this, &worker] { work(worker); });
+    const int number = startedThread("velto-pool", [this, &worker] { work(worker); });
+    if (number == 0) {
+        isShort_.store(false, std::memory_order_relaxed);
         return true;
-    } catch (...) {
-        platformLogUncaught("starting a thread of the pool");
+    }
+    {
         const MutexGuard guard(poolMutex);
         --threadCount_;
         --arriving_;
         unused_.push_back(&worker);
-        return false;
+    }
+    refuseWithoutThreads(number);
+    return false;
+}
+
+/// As long as there is a thread, what is ready waits for it. What the end of one piece makes ready
+/// is refused by the same loop, however much it is.
+void Pool::refuseWithoutThreads(int number) noexcept {
+    noteShortage();
+    Piece* kept = nullptr;
+    for (bool isFirst = true;; isFirst = false) {
+        Piece* piece = nullptr;
+        {
+            const MutexGuard guard(poolMutex);
+            if (isFirst && std::exchange(isRefusing_, true)) {
+                return;
+            }
+            piece = threadCount_ == 0 ? takeOldest() : nullptr;
+            if (piece == nullptr) {
+                isRefusing_ = false;
+                break;
+            }
+        }
+        if (!piece->refuse(number)) {
+            piece->next_ = kept;
+            kept = piece;
+            continue;
+        }
+        const std::unique_ptr<Piece> ended(piece);
+        Wakes wakes;
+        const MutexGuard guard(poolMutex);
+        piece->ended(wakes);
+    }
+    if (kept != nullptr) {
+        {
+            const MutexGuard guard(poolMutex);
+            while (kept != nullptr) {
+                append(*std::exchange(kept, kept->next_));
+            }
+        }
+        tryAgainLater();
+    }
+}
+
+void Pool::noteShortage() noexcept {
+    if (!isShort_.exchange(true)) {
+        platformLog(3, "The system gives the library no more threads.");
+    }
+}
+
+/// For what nobody else would look at again: only the I/O thread has a clock to wake by.
+void Pool::tryAgainLater() noexcept {
+    try {
+        IOThread::shared().addTimer(pauseWithoutThreads, [this] { tryAgain(); });
+    } catch (...) {
+        // The next piece that is submitted tries again.
+    }
+}
+
+void Pool::tryAgain() {
+    Wakes wakes;
+    const MutexGuard guard(poolMutex);
+    if (readyCount_ <= arriving_) {
+        return;
+    }
+    if (threadCount_ < coreCount_) {
+        wakes.added_.reserve(1);
+        wakes.added_.push_back(&addWorker());
+    } else if (!isSupervised_) {
+        isSupervised_ = true;
+        wakes.isSupervisorMissing_ = !std::exchange(hasSupervisor_, true);
+        wakes.isSupervisorAsleep_ = !wakes.isSupervisorMissing_;
     }
 }
 
 void Pool::startSupervisor() noexcept {
-    try {
-        startThread("velto-watch", [this] { supervise(); });
-    } catch (...) {
-        platformLogUncaught("starting a thread of the pool");
-        const MutexGuard guard(poolMutex);
-        hasSupervisor_ = isSupervised_ = false;
+    if (startedThread("velto-watch", [this] { supervise(); }) != 0) {
+        noteShortage();
+        {
+            const MutexGuard guard(poolMutex);
+            hasSupervisor_ = isSupervised_ = false;
+        }
+        tryAgainLater();
     }
 }
 
@@ -145,6 +256,10 @@ Pool::Piece* Pool::takeNext(Piece* ended) {
         ended->ended(wakes);
         --arriving_;
     }
+    return takeOldest();
+}
+
+Pool::Piece* Pool::takeOldest() {
     Piece* const piece = oldest_;
     if (piece != nullptr) {
         oldest_ = piece->next_;
@@ -221,15 +336,21 @@ std::size_t Pool::missingThreads(Clock::time_point now) const {
     return late == 0 ? 0 : rate < late ? late - static_cast<std::size_t>(rate) : 1;
 }
 
-void Pool::grow(std::size_t count) {
-    for (bool isStarted = true; isStarted && count > 0; --count) {
+/// False when there was no thread, or no memory, for one of them.
+bool Pool::grow(std::size_t count) {
+    for (; count > 0; --count) {
         Worker* worker = nullptr;
-        {
+        try {
             const MutexGuard guard(poolMutex);
             worker = &addWorker();
+        } catch (const std::bad_alloc&) {
+            return false;
         }
-        isStarted = start(*worker);
+        if (!start(*worker)) {
+            return false;
+        }
     }
+    return true;
 }
 
 void Pool::supervise() {
@@ -241,12 +362,12 @@ void Pool::supervise() {
             missing = missingThreads(now);
             takenAtLastLook_ = taken_;
         }
-        grow(missing);
+        const Clock::duration pause = grow(missing) ? longestWait : pauseWithoutThreads;
 
         MutexGuard guard(poolMutex);
         if (readyCount_ > arriving_) {
             const Clock::time_point due = oldest_->readySince_ + longestWait;
-            guard.waitUntil(supervisorWakeUp_, due > now ? due : now + longestWait);
+            guard.waitUntil(supervisorWakeUp_, due > now ? due : now + pause);
         } else {
             isSupervised_ = false;
             while (!isSupervised_) {

@@ -18,7 +18,8 @@ extern Mutex poolMutex;
 
 /// The threads that every queue but the main one shares.
 ///
-/// First come, first served. As many threads as cores at first; one more when the oldest ready
+/// First come, first served. Without a thread to run it a piece is refused or tried again, never
+/// lost. As many threads as cores at first; one more when the oldest ready
 /// piece has waited 10 ms and no thread is idle, up to 512. The thread that went idle last is
 /// woken first, so that those beyond the cores get their 5 s of idleness and end.
 class Pool {
@@ -44,6 +45,7 @@ public:
         std::condition_variable* changed_ = nullptr;
         std::vector<Worker*> idle_;
         std::vector<Worker*> added_;
+        bool isShort_ = false;
         bool isSupervisorMissing_ = false;
         bool isSupervisorAsleep_ = false;
     };
@@ -57,6 +59,9 @@ public:
         /// pool does not touch it any more.
         virtual bool run() noexcept = 0;
         virtual void ended(Wakes& wakes) noexcept VELTO_REQUIRES(poolMutex);
+        /// The pool has no thread, and gets none: `number` is the system's reason. No lock is held.
+        /// True ends the piece as run() does; false leaves it with the pool, which tries again.
+        virtual bool refuse(int number) noexcept;
 
     protected:
         Piece() = default;
@@ -88,18 +93,26 @@ private:
     Worker& addWorker() VELTO_REQUIRES(poolMutex);
     bool start(Worker& worker) noexcept;
     void startSupervisor() noexcept;
+    void refuseWithoutThreads(int number) noexcept;
+    void append(Piece& piece) VELTO_REQUIRES(poolMutex);
+    Piece* takeOldest() VELTO_REQUIRES(poolMutex);
+    void noteShortage() noexcept;
+    void tryAgainLater() noexcept;
+    void tryAgain();
     void supervise();
     std::size_t missingThreads(Clock::time_point now) const VELTO_REQUIRES(poolMutex);
-    void grow(std::size_t count);
+    bool grow(std::size_t count);
 
     const std::size_t coreCount_;
     Piece* oldest_ VELTO_GUARDED_BY(poolMutex) = nullptr;
     Piece* newest_ VELTO_GUARDED_BY(poolMutex) = nullptr;
     std::size_t readyCount_ VELTO_GUARDED_BY(poolMutex) = 0;
     std::atomic<bool> isAnyReady_{false};  ///< Changed under the mutex.
+    std::atomic<bool> isShort_{false};     ///< Logged once, until a thread starts again.
     /// Threads that are on their way to the ready pieces: woken,
     /// started, or looking again before they sleep.
     std::size_t arriving_ VELTO_GUARDED_BY(poolMutex) = 0;
+    bool isRefusing_ VELTO_GUARDED_BY(poolMutex) = false;
     std::uint64_t taken_ VELTO_GUARDED_BY(poolMutex) = 0;
     std::size_t threadCount_ VELTO_GUARDED_BY(poolMutex) = 0;
     std::vector<Worker*> idle_ VELTO_GUARDED_BY(poolMutex);

@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/Platform/ProxyResolver.h>
 
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/Thread.h>
 
 #include <proxy.h>
 
@@ -10,7 +11,7 @@
 #include <cstdlib>
 #include <deque>
 #include <mutex>
-#include <thread>
+#include <system_error>
 #include <utility>
 
 namespace velto {
@@ -101,16 +102,16 @@ public:
         std::optional<std::vector<std::string>> answer;
     };
 
-    /// Null when the time has passed.
+    /// Null when the time has passed. Throws std::system_error when there is no thread to ask on.
     std::shared_ptr<const Question> ask(std::string_view url, Seconds limit) {
         auto question = std::make_shared<Question>();
         question->url = url;
         std::unique_lock lock(mutex_);
-        questions_.push_back(question);
         if (!isRunning_) {
-            std::thread([self = shared_from_this()] { self->run(); }).detach();
+            startThread("velto-proxy", [self = shared_from_this()] { self->run(); });
             isRunning_ = true;
         }
+        questions_.push_back(question);
         asked_.notify_one();
         if (!answered_.wait_for(lock, limit, [&] { return question->isAnswered; })) {
             question->isAbandoned = true;
@@ -169,14 +170,20 @@ ProxyResolver::~ProxyResolver() {
 }
 
 std::vector<Proxy> ProxyResolver::proxiesForURL(std::string_view url, Seconds limit, Error* error) {
-    const auto question = state_->ask(url, limit);
+    std::shared_ptr<const State::Question> question;
+    std::string reason = localized("The look-up did not end in time.");
+    try {
+        question = state_->ask(url, limit);
+    } catch (const std::system_error& failure) {
+        reason = failure.code().message();
+    }
     const auto answer = question != nullptr ? question->answer : std::nullopt;
     std::vector<Proxy> result;
     if (!answer) {
         fail(error, Error::make(ProxyErrorDomain, question == nullptr ? 2 : 1,
                                 localized("The system's proxy could not be found out."),
                                 question == nullptr
-                                    ? localized("The look-up did not end in time.")
+                                    ? reason
                                     : localized("The system's proxy settings are of no use.")));
     } else {
         for (const std::string& text : *answer) {

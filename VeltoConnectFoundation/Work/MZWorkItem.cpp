@@ -180,6 +180,11 @@ void MZWorkItem::cancel() {
     rethrowFirst({foreign, told, wasActive ? nullptr : complete()});
 }
 
+void MZWorkItem::couldNotStart(const velto::Error& error) {
+    worker_->addError(error);
+    threadCompleted();
+}
+
 bool MZWorkItem::isCancelled() const {
     Guard guard(lock_);
     return cancelled_;

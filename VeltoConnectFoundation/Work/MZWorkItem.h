@@ -70,6 +70,7 @@ public:
     /// Idempotent; a pending item still posts its completion. A velto::Exception of the worker is
     /// logged and swallowed; any other kind leaves after that.
     void cancel() override;
+    void couldNotStart(const velto::Error& error) override;  ///< The error becomes the worker's.
     bool isCancelled() const override;
     /// Records the end, once; main and cancel call it.
     void threadCompleted();
