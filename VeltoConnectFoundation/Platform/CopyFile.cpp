@@ -569,7 +569,7 @@ Error Copy::fill(Ring& ring) {
 }
 
 Error Copy::copyWithBytes() {
-    static const std::vector<std::uint8_t> zeros(blockBytes);
+    static const auto* const zeros = new std::vector<std::uint8_t>(blockBytes);
     const auto ring = std::make_shared<Ring>();
     try {
         startThread("velto-copy", [this, ring] {
@@ -594,7 +594,8 @@ Error Copy::copyWithBytes() {
         std::uint64_t position = 0;
         std::uint64_t told = 0;
         while (const Block* const block = ring->blockToTake()) {
-            if (!observer_.bytes(block->isHole ? zeros.data() : block->bytes.get(), block->count)) {
+            if (!observer_.bytes(block->isHole ? zeros->data() : block->bytes.get(),
+                                 block->count)) {
                 return stopped();
             }
             position += block->count;

@@ -95,8 +95,9 @@ std::string isoStringFromDate(Date date) {
     const double milliseconds = unixMilliseconds(date);
     const bool isSimple = milliseconds >= first && milliseconds <= last;
     if (!isSimple) {
-        static const DateFormat format("yyyy-MM-dd'T'HH:mm:ss.SSS'Z'", "en_US_POSIX", "GMT");
-        return format.stringFromDate(date);
+        static const auto* const format =
+            new DateFormat("yyyy-MM-dd'T'HH:mm:ss.SSS'Z'", "en_US_POSIX", "GMT");
+        return format->stringFromDate(date);
     }
     using std::chrono::days;
     using std::chrono::sys_time;

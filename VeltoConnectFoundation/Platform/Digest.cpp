@@ -1,5 +1,6 @@
 #include <VeltoConnectFoundation/Platform/Digest.h>
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <array>
@@ -12,6 +13,7 @@ namespace {
 /// Looked up once: a look-up costs more than the digest of a short text. None where the system
 /// forbids the algorithm, which goes for our own MD5 too.
 const EVP_MD* fetched(Digest::Algorithm algorithm) {
+    startOpenSSL();
     static const std::array<const EVP_MD*, 3> algorithms = {
         EVP_MD_fetch(nullptr, "MD5", nullptr), EVP_MD_fetch(nullptr, "SHA1", nullptr),
         EVP_MD_fetch(nullptr, "SHA256", nullptr)};
@@ -23,6 +25,11 @@ EVP_MD_CTX* contextOf(void* context) {
 }
 
 }  // namespace
+
+void startOpenSSL() {
+    static const int isStarted = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    static_cast<void>(isStarted);
+}
 
 void Digest::ContextDeleter::operator()(void* context) const noexcept {
     EVP_MD_CTX_free(contextOf(context));

@@ -44,4 +44,8 @@ private:
 /// Two lower-case digits a byte.
 VELTO_EXPORT std::string hexadecimal(std::string_view bytes);
 
+/// Comes before every other use of OpenSSL: it is not cleaned up when the program ends, which
+/// threads that use it may outlive. A host that has used it before decides for itself.
+void startOpenSSL();
+
 }  // namespace velto

@@ -1,5 +1,7 @@
 #include <VeltoConnectFoundation/Platform/Error.h>
 
+#include <VeltoConnectFoundation/Platform/NeverDestroyed.h>
+
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 
 #include <system_error>
@@ -83,8 +85,8 @@ std::int64_t Error::code() const noexcept {
 }
 
 const Dictionary& Error::userInfo() const noexcept {
-    static const Dictionary empty;
-    return object_ == nullptr ? empty : object_->userInfo;
+    static const NeverDestroyed<Dictionary> none;
+    return object_ == nullptr ? *none : object_->userInfo;
 }
 
 std::string Error::localizedDescription() const {

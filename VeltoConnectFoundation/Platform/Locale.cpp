@@ -58,8 +58,8 @@ std::string integerText(std::int64_t number, std::string_view zero) {
 }  // namespace
 
 const std::string& userLocale() {
-    static const std::string locale = readUserLocale();
-    return locale;
+    static const auto* const locale = new std::string(readUserLocale());
+    return *locale;
 }
 
 std::string decimalSeparatorForLocale(std::string_view identifier) {
@@ -68,8 +68,8 @@ std::string decimalSeparatorForLocale(std::string_view identifier) {
 }
 
 const std::string& userDecimalSeparator() {
-    static const std::string separator = decimalSeparatorForLocale(userLocale());
-    return separator;
+    static const auto* const separator = new std::string(decimalSeparatorForLocale(userLocale()));
+    return *separator;
 }
 
 std::string integerTextForLocale(std::int64_t number, std::string_view identifier) {
@@ -77,8 +77,9 @@ std::string integerTextForLocale(std::int64_t number, std::string_view identifie
 }
 
 std::string localizedInteger(std::int64_t number) {
-    static const std::string zero = symbolOfLocale(userLocale(), UNUM_ZERO_DIGIT_SYMBOL);
-    return integerText(number, zero);
+    static const auto* const zero =
+        new std::string(symbolOfLocale(userLocale(), UNUM_ZERO_DIGIT_SYMBOL));
+    return integerText(number, *zero);
 }
 
 }  // namespace velto

@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/Platform/TokenSigner.h>
 
 #include <VeltoConnectFoundation/Platform/Base64.h>
+#include <VeltoConnectFoundation/Platform/Digest.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 
@@ -61,7 +62,10 @@ struct SecretBytes {
 /// OpenSSL's errors are a queue of the thread: nothing of ours is left in it, nor read from it.
 class CleanErrorQueue {
 public:
-    CleanErrorQueue() { ERR_clear_error(); }
+    CleanErrorQueue() {
+        startOpenSSL();
+        ERR_clear_error();
+    }
     ~CleanErrorQueue() { ERR_clear_error(); }
     CleanErrorQueue(const CleanErrorQueue&) = delete;
     CleanErrorQueue& operator=(const CleanErrorQueue&) = delete;

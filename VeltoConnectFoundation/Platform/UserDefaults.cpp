@@ -362,7 +362,7 @@ Setting::Setting(std::string_view key,
                  SettingReach reach)
     : key_(key),
       kind_(kind),
-      registeredDefault_(std::move(registeredDefault)),
+      registeredDefault_(*new Value(std::move(registeredDefault))),
       meaning_(meaning),
       reach_(reach),
       index_(UserDefaults::State::shared().declare(*this)) {

@@ -71,7 +71,7 @@ public:
 private:
     std::string_view key_;
     SettingKind kind_;
-    Value registeredDefault_;
+    const Value& registeredDefault_;  ///< Never destroyed: threads outlive the end of main.
     std::string_view meaning_;
     SettingReach reach_;
     std::size_t index_;  ///< Its place among the declared ones.

@@ -1,5 +1,7 @@
 #include <VeltoConnectFoundation/Platform/ValueBlocks.h>
 
+#include <VeltoConnectFoundation/Platform/NeverDestroyed.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
@@ -13,7 +15,6 @@ namespace {
 
 using Wide = __uint128_t;
 
-constinit const Value none;
 /// Its address differs from run to run where the system places libraries at random, and with it
 /// which keys collide.
 const char hashSeed = 0;
@@ -107,7 +108,8 @@ void Arena::release() noexcept {
 }
 
 const Value& noneValue() noexcept {
-    return none;
+    static const NeverDestroyed<Value> none;
+    return *none;
 }
 
 void* allocate(std::size_t size) {

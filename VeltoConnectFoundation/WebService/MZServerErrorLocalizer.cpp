@@ -21,16 +21,16 @@ constexpr std::string_view accountRecoveryAddress = "https://gravenly.zarnet.inv
 constexpr std::string_view accountAddress = "https://account.zarnet.invalid";
 
 const Dictionary& ServerErrorsByCode() {
-    static const Dictionary errors = [] {
-        Dictionary table = MZServerErrorLocalizer::generatedErrorDictionary();
-        MZServerErrorLocalizer::addOtherErrorsToDictionary(table);
+    static const auto* const errors = [] {
+        auto* const table = new Dictionary(MZServerErrorLocalizer::generatedErrorDictionary());
+        MZServerErrorLocalizer::addOtherErrorsToDictionary(*table);
         return table;
     }();
-    return errors;
+    return *errors;
 }
 
 const Dictionary& serverErrorsByMessage() {
-    static const Dictionary errors{
+    static const auto* const errors = new Dictionary{
         {"Your Zarnet ID or password was entered incorrectly.",
          localized("Your Zarnet ID or password was entered incorrectly.")},
         {"Neither an encoding house user nor an VeltoConnect user was found.",
@@ -38,7 +38,7 @@ const Dictionary& serverErrorsByMessage() {
         {"Neither an encoding house user nor an Velto Connect user was found.",
          localized("Neither an encoding house user nor an Velto Connect user was found.")},
     };
-    return errors;
+    return *errors;
 }
 
 }  // namespace

@@ -146,9 +146,9 @@ MZStoreMessages::MZStoreMessages(velto::PassKey, std::int64_t storeType) : store
 MZStoreMessages::~MZStoreMessages() = default;
 
 std::shared_ptr<MZStoreMessages> MZStoreMessages::sharedStoreMessages() {
-    static const std::shared_ptr<MZStoreMessages> shared =
-        velto::make<MZStoreMessages>(MZStoreTypeNone);
-    return shared;
+    static const auto* const shared =
+        new std::shared_ptr<MZStoreMessages>(velto::make<MZStoreMessages>(MZStoreTypeNone));
+    return *shared;
 }
 
 void MZStoreMessages::setStoreType(std::int64_t storeType) {
