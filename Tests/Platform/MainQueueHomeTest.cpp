@@ -7,6 +7,7 @@
 #include <Tests/Support/RunTogether.h>
 #include <Tests/Support/WaitUntil.h>
 
+#include <glib.h>
 #include <gmock/gmock.h>
 
 #include <future>
@@ -97,6 +98,36 @@ TEST(MainQueueHome, ALoopThatRanWithoutAnyWorkCounts) {
     });
     EXPECT_TRUE(RunLoop::current()->run(forever, [&] { return ended; }));
     caller.join();
+}
+
+TEST(MainQueueHome, WhoRunsTheDefaultContextIsMainAndTheFirstThreadWaitsByItself) {
+    if (testing::ranInFreshProcess()) {
+        return;
+    }
+    // One that is there before the host's loop runs elsewhere, and delivers from the default
+    // context.
+    const auto loop = RunLoop::current();
+    GMainLoop* const hostLoop = g_main_loop_new(nullptr, FALSE);
+    std::thread host([&] { g_main_loop_run(hostLoop); });
+    while (g_main_loop_is_running(hostLoop) == FALSE) {
+        std::this_thread::yield();
+    }
+    const std::thread::id first = std::this_thread::get_id();
+    bool isDone = false;
+    MainQueue::shared().async([&] {
+        EXPECT_EQ(std::this_thread::get_id(), host.get_id());
+        loop->perform([&] {
+            EXPECT_EQ(std::this_thread::get_id(), first);
+            isDone = true;
+        });
+    });
+    EXPECT_TRUE(loop->run(forever, [&] { return isDone; }));
+    EXPECT_FALSE(loop->run(Seconds(0.01)));
+    EXPECT_FALSE(MainQueue::isMainThread());
+    MainQueue::shared().sync([&] { EXPECT_EQ(std::this_thread::get_id(), host.get_id()); });
+    g_main_loop_quit(hostLoop);
+    host.join();
+    g_main_loop_unref(hostLoop);
 }
 
 TEST(MainQueueHome, WorkThatNobodyDispatchesIsReportedOnce) {

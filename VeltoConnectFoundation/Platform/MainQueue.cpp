@@ -68,6 +68,13 @@ public:
                (!hasOwnThread() && ownsDefaultContext());
     }
 
+    void settleUnlessDone() {
+        if (!isSettled_.load()) {
+            const MutexGuard guard(mutex_);
+            settle();
+        }
+    }
+
     bool isDispatchedElsewhere() const {
         const void* const thread = mainThread_.load();
         return thread != nullptr && thread != &threadMark;
@@ -97,7 +104,8 @@ private:
     Mutex mutex_;
     std::condition_variable changed_;
     bool isUsed_ VELTO_GUARDED_BY(mutex_) = false;
-    bool isSettled_ VELTO_GUARDED_BY(mutex_) = false;
+    std::atomic<bool> isSettled_{false};  ///< Changed under the mutex.
+    bool isShortageTold_ VELTO_GUARDED_BY(mutex_) = false;
     std::uint64_t wakeCount_ VELTO_GUARDED_BY(mutex_) = 1;
     std::shared_ptr<RunLoop> ownLoop_ VELTO_GUARDED_BY(mutex_);
 };
@@ -131,7 +139,9 @@ void MainQueue::State::settle() {
         });
         isSettled_ = true;
     } catch (...) {
-        platformLogUncaught("starting the main queue's thread");
+        if (!std::exchange(isShortageTold_, true)) {
+            platformLogUncaught("starting the main queue's thread");
+        }
     }
 }
 
@@ -333,6 +343,7 @@ bool isThreadOfDefaultContext() {
 }
 
 bool mayRunDefaultContextNow() {
+    MainQueue::shared().state_->settleUnlessDone();
     return ownsDefaultContext() || !MainQueue::shared().state_->isDispatchedElsewhere();
 }
 

@@ -12,7 +12,8 @@ _GMainContext* defaultContext();
 /// process's first thread while the main queue has no thread of its own.
 bool isThreadOfDefaultContext();
 
-/// Whether no other thread delivers the main queue from the default context.
+/// Whether no other thread delivers the main queue from the default context. Gives the queue its
+/// home there, if it has none yet.
 bool mayRunDefaultContextNow();
 
 }  // namespace velto
