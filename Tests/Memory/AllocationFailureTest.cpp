@@ -12,10 +12,15 @@
 #include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/Format.h>
+#include <VeltoConnectFoundation/Platform/Process.h>
+#include <VeltoConnectFoundation/Platform/RunLoop.h>
 
 #include <Tests/Memory/FailingAllocations.h>
 #include <Tests/Support/ChunkedStream.h>
 #include <Tests/Support/FreshProcess.h>
+#include <Tests/Support/Paths.h>
+#include <Tests/Support/ProcessTable.h>
 #include <Tests/Support/TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
@@ -427,6 +432,46 @@ TEST(AllocationFailure, OfCopiesAndPackages) {
     for (const Operation& operation : operations) {
         expectToSurvive(operation);
     }
+}
+
+class Receiver final : public velto::ProcessDelegate {
+public:
+    void processDidReport(velto::ProcessStream, const velto::ChannelReport& report) override {
+        output += report.block.view();
+    }
+    void processDidTerminate(const velto::ProcessExit& exit) override { status = exit.status; }
+    std::string output;
+    std::optional<int> status;
+};
+
+/// What is not launched leaves no child; what is launched is heard to its end.
+TEST(AllocationFailure, OfALaunch) {
+    if (velto::testing::ranInFreshProcess()) {
+        return;
+    }
+    velto::MainQueue::runOnOwnThread();
+    velto::ProcessLaunch launch;
+    launch.path = velto::testing::childProgram("ShowsItself");
+    launch.environment = velto::Dictionary{{"NAME", "a text that is longer than a handle"}};
+    launch.arguments = {"an argument that is longer than a handle"};
+    expectToSurvive(
+        {"launch a child",
+         [&](Error& error) {
+             const auto process = velto::Process::make(&error);
+             const auto receiver = std::make_shared<Receiver>();
+             if (process == nullptr ||
+                 !process->launch(launch, velto::RunLoop::current(), receiver, &error)) {
+                 return Text();
+             }
+             FailingAllocations::stop();
+             while (!receiver->status) {
+                 velto::RunLoop::current()->run(velto::Seconds(60),
+                                                [&] { return receiver->status.has_value(); });
+             }
+             return Text(receiver->output);
+         },
+         {velto::format("The program “%@” could not be started.", launch.path)},
+         [] { EXPECT_FALSE(velto::testing::hasChildren()); }});
 }
 
 }  // namespace

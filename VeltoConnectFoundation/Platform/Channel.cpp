@@ -42,19 +42,20 @@ void Channel::open(FileDescriptor descriptor) {
     int error = ::fcntl(descriptor_.number(), F_SETFL, flags | O_NONBLOCK) == 0 ? 0 : errno;
     if (error == 0) {
         const MutexGuard guard(mutex_);
-        open_ = true;
-        error = watch();
-        open_ = error == 0;
+        watch_ = IOThread::shared().addReadable(descriptor_.number(),
+                                                [self = shared_from_this()] { self->readable(); });
+        open_ = watch_ != 0;
+        error = open_ ? 0 : errno;
     }
     if (error != 0) {
         deliver({ChannelReport::Kind::openFailed, {}, error});
     }
 }
 
-int Channel::watch() {
-    watch_ = IOThread::shared().addReadable(descriptor_.number(),
-                                            [self = shared_from_this()] { self->readable(); });
-    return watch_ != 0 ? 0 : errno;
+void Channel::resume() noexcept {
+    if (open_ && std::exchange(isPaused_, false)) {
+        IOThread::shared().resume(watch_);
+    }
 }
 
 void Channel::readable() {
@@ -162,24 +163,23 @@ bool Channel::pausedWhenBehind() {
     if (waiting_ < limit_ || discards_) {
         return false;
     }
-    IOThread::shared().remove(std::exchange(watch_, 0));
+    isPaused_ = true;
+    IOThread::shared().pause(watch_);
     return true;
 }
 
 void Channel::received(std::size_t length) {
     const MutexGuard guard(mutex_);
     waiting_ -= length;
-    if (open_ && watch_ == 0 && waiting_ < limit_ / 2) {
-        watch();
+    if (waiting_ < limit_ / 2) {
+        resume();
     }
 }
 
 void Channel::discard() {
     const MutexGuard guard(mutex_);
     discards_ = true;
-    if (open_ && watch_ == 0) {
-        watch();
-    }
+    resume();
 }
 
 bool Channel::discards() {

@@ -44,7 +44,7 @@ private:
     void takeFromBuffer();
     void deliver(const ChannelReport& report);
     void close();
-    int watch() VELTO_REQUIRES(mutex_);
+    void resume() noexcept VELTO_REQUIRES(mutex_);
     bool pausedWhenBehind();
     bool discards();
     void received(std::size_t length);
@@ -64,7 +64,8 @@ private:
     std::size_t waiting_ VELTO_GUARDED_BY(mutex_) = 0;  ///< Bytes read and not yet received.
     bool open_ VELTO_GUARDED_BY(mutex_) = false;
     bool discards_ VELTO_GUARDED_BY(mutex_) = false;
-    IOThread::Token watch_ VELTO_GUARDED_BY(mutex_) = 0;  ///< 0 also while reading is paused.
+    bool isPaused_ VELTO_GUARDED_BY(mutex_) = false;
+    IOThread::Token watch_ VELTO_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace velto

@@ -38,6 +38,7 @@ public:
     Token addDescriptor(int fd, std::uint32_t events, std::function<void()> callback);
     Token addTimer(Seconds after, std::function<void()> callback);
     void remove(Token token);
+    void watch(Token token, int operation) noexcept;
     void removeCurrent() { remove(current()); }
 
 private:
@@ -45,6 +46,7 @@ private:
 
     struct Source {
         int fd = -1;
+        std::uint32_t events = 0;
         Time::time_point due;
         std::function<void()> callback;
     };
@@ -88,6 +90,7 @@ IOThread::Token IOThread::State::addDescriptor(int fd,
                                                std::function<void()> callback) {
     auto source = std::make_shared<Source>();
     source->fd = fd;
+    source->events = events;
     source->callback = std::move(callback);
     const MutexGuard guard(mutex_);
     const Token token = ++lastToken_;
@@ -134,6 +137,14 @@ void IOThread::State::remove(Token token) {
         }
     }
     guard.unlock();
+}
+
+void IOThread::State::watch(Token token, int operation) noexcept {
+    const MutexGuard guard(mutex_);
+    if (const auto found = sources_.find(token); found != sources_.end()) {
+        epoll_event event{found->second->events, {.u64 = token}};
+        epoll_ctl(epoll_.number(), operation, found->second->fd, &event);
+    }
 }
 
 void IOThread::State::take(std::unordered_map<Token, std::shared_ptr<Source>>::iterator found) {
@@ -278,6 +289,18 @@ IOThread::Token IOThread::addTimer(Seconds after, std::function<void()> callback
 void IOThread::remove(Token token) {
     if (State* const state = state_.load(std::memory_order_acquire)) {
         state->remove(token);
+    }
+}
+
+void IOThread::pause(Token token) noexcept {
+    if (State* const state = state_.load(std::memory_order_acquire)) {
+        state->watch(token, EPOLL_CTL_DEL);
+    }
+}
+
+void IOThread::resume(Token token) noexcept {
+    if (State* const state = state_.load(std::memory_order_acquire)) {
+        state->watch(token, EPOLL_CTL_ADD);
     }
 }
 

@@ -39,6 +39,11 @@ public:
     /// the I/O thread. A token that is done, removed or 0 is ignored.
     void remove(Token token);
 
+    /// A descriptor's token keeps its callback but calls it no more, from the end of a call under
+    /// way until it is resumed. Neither allocates.
+    void pause(Token token) noexcept;
+    void resume(Token token) noexcept;
+
     /// Inside a callback: removes what is calling back, whose token its owner may not have yet.
     void removeCurrent();
 
