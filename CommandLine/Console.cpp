@@ -67,7 +67,6 @@ Console::Hurry::~Hurry() {
 Console::Console()
     : output_(STDOUT_FILENO, hurry_.event),
       errors_(STDERR_FILENO, hurry_.event),
-      speaksUTF8_(terminalSpeaksUTF8()),
       coloursAllowed_(!wantsNoColour()) {
 }
 
@@ -76,9 +75,17 @@ Console::~Console() {
 }
 
 void Console::print(Stream stream, std::string_view text) {
+    printBytes(stream, charset_.encoded(text));
+}
+
+void Console::lineOfBytes(std::string_view bytes) {
+    printBytes(Stream::output, std::string(bytes) + "\n");
+}
+
+void Console::printBytes(Stream stream, std::string_view bytes) {
     const std::lock_guard guard(mutex_);
     eraseLiveLine();
-    write(stream, text);
+    write(stream, bytes);
     drawLiveLine();
 }
 
@@ -109,7 +116,7 @@ void Console::sayAtOnce(Stream stream, std::string_view text) noexcept {
     if (isLiveLineDrawn_.exchange(false)) {
         output_.writeAtOnce(eraseLine);
     }
-    of(stream).writeAtOnce(text);
+    of(stream).writeAtOnce(charset_.encoded(text));
 }
 
 std::string Console::inked(Stream stream, Ink ink, std::string_view text) const {
@@ -159,8 +166,8 @@ void Console::drawLiveLine() {
         // erasure behind the last column would take its character. The cursor waits at the start,
         // where the terminal's own "^C" and "^Z" are overwritten.
         const bool isFull = columnsOfInked(liveLine_) >= columns;
-        write(Stream::output,
-              "\r\x1b[?7l" + liveLine_ + (isFull ? "\x1b[?7h\r" : "\x1b[J\x1b[?7h\r"));
+        write(Stream::output, "\r\x1b[?7l" + charset_.encoded(liveLine_) +
+                                  (isFull ? "\x1b[?7h\r" : "\x1b[J\x1b[?7h\r"));
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <CommandLine/Charset.h>
 #include <CommandLine/OutputDescriptor.h>
 
 #include <atomic>
@@ -25,8 +26,10 @@ public:
     /// Before that, colours are used on terminals unless NO_COLOR is set.
     void forbidColours() { coloursAllowed_ = false; }
 
-    void print(Stream stream, std::string_view text);  ///< As it is.
+    void print(Stream stream, std::string_view text);  ///< In the user's character set.
     void line(Stream stream, std::string_view text);   ///< With a line feed.
+    /// On standard output, with a line feed, in no character set: what only programs read.
+    void lineOfBytes(std::string_view bytes);
     /// Only for a standard output that is a terminal. Empty takes it away; an equal one is not
     /// drawn again.
     void setLiveLine(std::string_view text);
@@ -43,7 +46,9 @@ public:
     std::string successHeadline(Stream stream, std::string_view text) const;
     bool hasColours(Stream stream) const;
     bool isTerminal(Stream stream) const { return of(stream).isTerminal(); }
-    bool speaksUTF8() const { return speaksUTF8_; }
+    bool speaksUTF8() const { return charset_.isUTF8(); }
+    /// A text as it will be seen.
+    std::string shown(std::string_view text) const { return charset_.shown(text); }
     std::size_t width() const;  ///< Columns of the terminal that standard output is.
 
     /// Whether all of standard output could be written so far.
@@ -63,6 +68,7 @@ private:
     const OutputDescriptor& of(Stream stream) const {
         return stream == Stream::output ? output_ : errors_;
     }
+    void printBytes(Stream stream, std::string_view bytes);
     void write(Stream stream, std::string_view text);
     void eraseLiveLine();
     void drawLiveLine();
@@ -70,7 +76,7 @@ private:
     const Hurry hurry_;
     OutputDescriptor output_;
     OutputDescriptor errors_;
-    const bool speaksUTF8_;
+    const Charset charset_;
     bool coloursAllowed_;
     mutable std::mutex mutex_;
     std::string liveLine_;

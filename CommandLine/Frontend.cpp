@@ -60,13 +60,8 @@ void Frontend::answerStopAtOnce(std::string_view what) noexcept {
 
 void Frontend::answer(const JSONLine& line) {
     if (!line.isResult() || !hasResult_.exchange(true)) {
-        console_.line(Console::Stream::output,
-                      line.text(timeStamp(), !hasAnswered_.exchange(true)));
+        console_.lineOfBytes(line.text(timeStamp(), !hasAnswered_.exchange(true)));
     }
-}
-
-void Frontend::answerName(std::string_view name) {
-    answer(console_.isTerminal(Console::Stream::output) ? printable(name) : std::string(name));
 }
 
 void Frontend::answerWithOwnText(std::string_view key, std::string_view text) {
@@ -74,6 +69,14 @@ void Frontend::answerWithOwnText(std::string_view key, std::string_view text) {
         answer(result(ExitCode::done).addWord(key, text));
     } else {
         console_.print(Console::Stream::output, text);
+    }
+}
+
+void Frontend::answerName(std::string_view name) {
+    if (console_.isTerminal(Console::Stream::output)) {
+        answer(printable(name));
+    } else {
+        console_.lineOfBytes(name);
     }
 }
 

@@ -42,6 +42,15 @@ std::string bar(double percent, std::size_t width, const Console& console) {
            console.inked(output, Ink::faint, repeated(rest, width - used));
 }
 
+/// Truncated, where "…" may take more than its one column.
+std::string cut(const std::string& text, std::size_t columns, const Console& console) {
+    if (columnsOf(text) <= columns) {
+        return text;
+    }
+    const std::size_t more = columnsOf(console.shown("…")) - 1;
+    return console.shown(truncated(text, columns - std::min(columns, more)));
+}
+
 /// A column that keeps its place while the text changes.
 std::string padded(const std::string& text, std::size_t width) {
     const std::size_t columns = columnsOf(text);
@@ -58,7 +67,7 @@ std::string LiveDisplay::line(const Progress& progress, std::size_t width, const
     // While something is transferred, a field has its place before it has its text.
     const bool isTransfer = progress.size != 0;
     const auto field = [&](std::string text, std::size_t least) {
-        text = text.empty() && !isTransfer ? text : padded(text, least);
+        text = text.empty() && !isTransfer ? text : padded(console.shown(text), least);
         const std::size_t columns = columnsOf(text);
         return Field{std::move(text), columns};
     };
@@ -71,7 +80,8 @@ std::string LiveDisplay::line(const Progress& progress, std::size_t width, const
     const Field rate = field(rateText(progress), 9);
     const Field clock = field(time, 9);
 
-    const std::size_t phaseLeast = std::min(columnsOf(progress.phase), narrowestPhase);
+    const std::string wholePhase = console.shown(progress.phase);
+    const std::size_t phaseLeast = std::min(columnsOf(wholePhase), narrowestPhase);
     const std::size_t frame = console.speaksUTF8() ? 0 : 2;
     std::vector<const Field*> fields{&percent, &bytes, &rate, &clock};
     const auto columnsOfFields = [&] {
@@ -96,7 +106,7 @@ std::string LiveDisplay::line(const Progress& progress, std::size_t width, const
         fields.clear();
     }
     const std::size_t room = width - std::min(width, columnsOfFields() + barColumns);
-    const std::string phase = truncated(progress.phase, room);
+    const std::string phase = cut(wholePhase, room, console);
     if (barColumns != 0) {
         const std::size_t spare = room - columnsOf(phase);
         barColumns += std::min(spare, widestBar - narrowestBar);

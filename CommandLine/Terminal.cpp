@@ -1,6 +1,5 @@
 #include <CommandLine/Terminal.h>
 
-#include <langinfo.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -26,10 +25,6 @@ std::size_t terminalWidth(int descriptor) {
     return size.ws_col;
 }
 
-bool terminalSpeaksUTF8() {
-    return std::string_view(::nl_langinfo(CODESET)) == "UTF-8";  // locale: what the terminal shows
-}
-
 bool writeAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = ::write(descriptor, text.data(), text.size());
@@ -37,7 +32,9 @@ bool writeAll(int descriptor, std::string_view text) {
             text.remove_prefix(static_cast<std::size_t>(count));
         } else if (errno == EAGAIN) {
             pollfd room{descriptor, POLLOUT, 0};
-            ::poll(&room, 1, -1);
+            if (::poll(&room, 1, -1) < 0 && errno != EINTR) {
+                return false;
+            }
         } else if (errno != EINTR) {
             return false;
         }

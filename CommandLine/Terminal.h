@@ -10,8 +10,6 @@ namespace velto::cli {
 bool isTerminal(int descriptor);
 /// Asked anew each time, so that a window that changes its size is followed.
 std::size_t terminalWidth(int descriptor);
-/// Whether the user's locale is written in UTF-8.
-bool terminalSpeaksUTF8();
 
 /// All of it, or false. Waits for room in a pipe that never waits by itself.
 bool writeAll(int descriptor, std::string_view text);

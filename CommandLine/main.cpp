@@ -15,6 +15,7 @@
 #include <VeltoConnectFoundation/Platform/Version.h>
 
 #include <fcntl.h>
+#include <libintl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -141,6 +142,8 @@ int main(int count, char** arguments) {
     keepStandardDescriptors();
     EnvironmentSecrets secrets = EnvironmentSecrets::take();
     std::setlocale(LC_ALL, "");  // locale: characters and messages as the user has them
+    // The system's own words are texts like ours, until they are printed.
+    ::bind_textdomain_codeset("libc", "UTF-8");
     try {
         Interrupts interrupts;
         Bundle::setApplication("commandline.velto.invalid", "velto", libraryVersion());

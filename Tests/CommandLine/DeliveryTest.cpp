@@ -190,6 +190,20 @@ TEST_F(DeliveryTest, SignalsThatTheParentIgnoredAreNotLost) {
     EXPECT_EQ(child.exitCode, 0) << child.all();
 }
 
+TEST_F(DeliveryTest, ALocaleWithoutUTF8GetsItsOwnCharacters) {
+    environment["LC_ALL"] = "C";
+    const Child verify = finished(job("verify", makePackage()));
+    EXPECT_THAT(verify.output, HasSubstr("Verifying metadata with the Velto Store...\n"));
+    EXPECT_TRUE(std::ranges::all_of(verify.output, [](char byte) { return (byte & 0x80) == 0; }));
+    const Child missing = finished({"upload", "‘nø’ ✓", "-u", "x"});
+    EXPECT_THAT(missing.errors, HasSubstr("/'n?' ?: No such file"));
+    // Programs read JSON, which is in UTF-8, and names, which are bytes.
+    const Child json = finished({"upload", "‘nø’", "-u", "x", "--json"});
+    EXPECT_THAT(json.output, HasSubstr("/‘nø’: No such file"));
+    write(folder / "nø", "");
+    EXPECT_THAT(finished({"digest", folder / "nø"}).output, ::testing::EndsWith("/nø\n"));
+}
+
 TEST_F(DeliveryTest, EveryFormOfCredentialsSignsIn) {
     const std::string package = makePackage();
     write(folder / "token.plist",
