@@ -1,5 +1,11 @@
 #include <CommandLine/Secrets.h>
 
+#include <VeltoConnectFoundation/Platform/ProcessInfo.h>
+#include <VeltoConnectFoundation/Platform/UserDefaults.h>
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -19,7 +25,22 @@ Secret takeVariable(const char* name) {
     return secret;
 }
 
+/// A copy, since those that are secrets are taken.
+Dictionary takeSettings() {
+    Dictionary settings = UserDefaults::valuesFromEnvironment(ProcessInfo::environment());
+    for (const char* name : {"VELTO_VELTOPASSWORD", "VELTO_VELTOPASSWORDS"}) {
+        takeVariable(name);
+    }
+    return settings;
+}
+
 }  // namespace
+
+void forbidMemoryDumps() {
+    ::prctl(PR_SET_DUMPABLE, 0);
+    constexpr rlimit none{0, 0};
+    ::setrlimit(RLIMIT_CORE, &none);
+}
 
 Secret& Secret::operator=(Secret&& other) noexcept {
     std::swap(text_, other.text_);
@@ -30,7 +51,8 @@ Secret& Secret::operator=(Secret&& other) noexcept {
 EnvironmentSecrets EnvironmentSecrets::take() {
     return {.password = takeVariable("VELTO_PASSWORD"),
             .sessionID = takeVariable("VELTO_SESSION_ID"),
-            .sharedSecret = takeVariable("VELTO_SHARED_SECRET")};
+            .sharedSecret = takeVariable("VELTO_SHARED_SECRET"),
+            .settings = takeSettings()};
 }
 
 }  // namespace velto::cli

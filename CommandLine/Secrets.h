@@ -1,11 +1,16 @@
 #pragma once
 
 #include <VeltoConnectFoundation/Platform/Secret.h>
+#include <VeltoConnectFoundation/Platform/Value.h>
 
 #include <string>
 #include <string_view>
 
 namespace velto::cli {
+
+/// Lets nothing write this process's memory to a file, nor another process of the user read it;
+/// children inherit the bound of zero on core files. To be called first.
+void forbidMemoryDumps();
 
 /// A text whose bytes are overwritten when it goes.
 class Secret {
@@ -28,6 +33,7 @@ struct EnvironmentSecrets {
     Secret password;      ///< VELTO_PASSWORD
     Secret sessionID;     ///< VELTO_SESSION_ID
     Secret sharedSecret;  ///< VELTO_SHARED_SECRET
+    Dictionary settings;  ///< All that the environment sets, secret or not, by their keys.
 
     /// Overwrites and removes the variables, so that neither a child nor /proc shows them. Only
     /// while there is one thread.

@@ -11,7 +11,6 @@
 #include <VeltoConnectFoundation/Platform/ArgumentMask.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
-#include <VeltoConnectFoundation/Platform/ProcessInfo.h>
 #include <VeltoConnectFoundation/Platform/SecretRegistry.h>
 #include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
@@ -111,8 +110,7 @@ bool readOptions(const Invocation& invocation, Dictionary& layer, Failure& failu
     return true;
 }
 
-bool readEnvironment(Dictionary& layer, Failure& failure) {
-    const Dictionary texts = UserDefaults::valuesFromEnvironment(ProcessInfo::environment());
+bool readEnvironment(const Dictionary& texts, Dictionary& layer, Failure& failure) {
     for (const DictionaryEntry& entry : texts) {
         const Setting& setting = *settingNamed(entry.key.string());
         const std::string text(entry.value.string());
@@ -204,13 +202,15 @@ bool useFile(const Invocation& invocation, std::vector<std::string>& warnings, F
 }  // namespace
 
 bool applySettings(const Invocation& invocation,
+                   const Dictionary& variables,
                    std::vector<std::string>& warnings,
                    Failure& failure) {
     UserDefaults& defaults = UserDefaults::shared();
     defaults.registerDefaults(defaultsOfFrontEnd());
     Dictionary environment;
     Dictionary arguments;
-    if (!useFile(invocation, warnings, failure) || !readEnvironment(environment, failure) ||
+    if (!useFile(invocation, warnings, failure) ||
+        !readEnvironment(variables, environment, failure) ||
         !readAssignments(invocation, arguments, failure) ||
         !readOptions(invocation, arguments, failure)) {
         return false;

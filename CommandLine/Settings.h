@@ -15,9 +15,11 @@ class Invocation;
 
 inline constexpr std::string_view hiddenText = "**hidden**";
 
-/// Fills the layers of the settings that are the front end's: another user's file, the environment,
-/// and what stands on the command line. Sentences about what is odd in the file go to `warnings`.
+/// Fills the layers of the settings that are the front end's: another user's file, what the
+/// environment sets (`variables`, by key), and what stands on the command line. Sentences about
+/// what is odd in the file go to `warnings`.
 bool applySettings(const Invocation& invocation,
+                   const Dictionary& variables,
                    std::vector<std::string>& warnings,
                    Failure& failure);
 

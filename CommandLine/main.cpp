@@ -46,7 +46,7 @@ ExitCode runCommand(Frontend& frontend,
                     const std::vector<std::string>& arguments) {
     Failure failure;
     std::vector<std::string> warnings;
-    const bool isReady = applySettings(invocation, warnings, failure);
+    const bool isReady = applySettings(invocation, frontend.secrets().settings, warnings, failure);
     for (const std::string& warning : warnings) {
         frontend.warn(warning);
     }
@@ -136,6 +136,7 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
 int main(int count, char** arguments) {
     using namespace velto;
     using namespace velto::cli;
+    forbidMemoryDumps();
     if (const auto status = Guardian::runIfMeant(count, arguments)) {
         return *status;
     }

@@ -8,6 +8,8 @@
 #include <VelmDrovan/Upload.h>
 #include <VelmDrovan/Verify.h>
 
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -95,6 +97,10 @@ int runTool(const std::vector<std::string>& arguments) {
 }  // namespace sandbox
 
 int main(int argc, char** argv) {
+    // No file and no other process of the user's gets to see a secret's bytes.
+    prctl(PR_SET_DUMPABLE, 0);
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
     // Whoever starts a program without even a name gives it no arguments either.
     return sandbox::runTool({argv + std::min(argc, 1), argv + argc});
 }
