@@ -15,7 +15,9 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
 namespace velto::cli {
@@ -206,8 +208,40 @@ bool Credentials::read(const Invocation& invocation,
     return true;
 }
 
+namespace {
+
+/// Where the delivery tool looks for the key files of "-apiKey".
+std::string keyFolderOfTool() {
+    const char* const named = std::getenv("VELM_PRIVATE_KEYS");
+    if (named != nullptr && *named != '\0') {
+        return named;
+    }
+    return std::filesystem::path(FileManager::configurationFolder()).parent_path() /
+           "velm/private-keys";
+}
+
+/// Whether the tool finds the key file by itself, and no other one has been named for us.
+bool toolHasKey(const std::string& keyID) {
+    if (keyID.find('/') != std::string::npos) {
+        return false;
+    }
+    const auto keyIn = [&keyID](const std::string& folder) {
+        return FileManager::attributes(FileManager::expandingTilde(folder) + "/" + keyID + ".p8");
+    };
+    const auto its = keyIn(keyFolderOfTool());
+    if (!its || its->kind != FileAttributes::Kind::regular) {
+        return false;
+    }
+    const std::string named = VeltoPrivateKeysPath.stringValue();
+    const auto ours = named.empty() ? std::nullopt : keyIn(named);
+    return !ours || (ours->device == its->device && ours->inode == its->inode);
+}
+
+}  // namespace
+
 bool Credentials::makeContext(std::shared_ptr<VeltoAuthenticationContextImpl>& context,
                               Failure& failure) const {
+    bool toolSigns = false;
     switch (form) {
         case Form::none:
         case Form::password:
@@ -222,6 +256,11 @@ bool Credentials::makeContext(std::shared_ptr<VeltoAuthenticationContextImpl>& c
                 VeltoAuthenticationContextImpl::contextWithToken(Data(token.text()), user, {});
             break;
         case Form::apiKey:
+            toolSigns = toolHasKey(apiKey);
+            if (toolSigns) {
+                useKeyFolder(keyFolderOfTool());
+            }
+            // A key that is no good is told here, whoever signs in the end.
             context = VeltoAuthenticationContextImpl::contextWithApiKey(apiKey, issuer, {});
             break;
     }
@@ -233,6 +272,10 @@ bool Credentials::makeContext(std::shared_ptr<VeltoAuthenticationContextImpl>& c
     if (context->hasError()) {
         failure = failureOfErrors(localized("The credentials cannot be used."), context->errors());
         return false;
+    }
+    if (toolSigns) {
+        // A token among the tool's arguments would show to every user of the machine.
+        context->setHttpHeaders({});
     }
     return true;
 }

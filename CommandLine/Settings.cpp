@@ -12,6 +12,7 @@
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/SecretRegistry.h>
+#include <VeltoConnectFoundation/Platform/TokenSigner.h>
 #include <VeltoConnectFoundation/WebService/VeltoAccountSettings.h>
 
 #include <algorithm>
@@ -22,6 +23,12 @@
 namespace velto::cli {
 
 namespace {
+
+/// What stands on the command line, kept to be added to.
+Dictionary& argumentsLayer() {
+    static Dictionary layer;
+    return layer;
+}
 
 /// A person who presses Ctrl-C does not wait the library's ten seconds.
 constexpr double graceOfFrontEnd = 1;
@@ -217,6 +224,7 @@ bool applySettings(const Invocation& invocation,
     }
     defaults.setEnvironment(environment);
     defaults.setArguments(arguments);
+    argumentsLayer() = arguments;
     for (const Value& password : defaults.arrayValue("VeltoPasswords")) {
         const std::string text(password.string());
         hideInLogs({&text});
@@ -263,6 +271,11 @@ void hideInLogs(const std::vector<const std::string*>& secrets) {
     for (const std::string* secret : secrets) {
         hidden.emplace_back(*secret);
     }
+}
+
+void useKeyFolder(const std::string& folder) {
+    argumentsLayer().set(VeltoPrivateKeysPath.key(), folder);
+    UserDefaults::shared().setArguments(argumentsLayer());
 }
 
 const Setting* declaredSetting(std::string_view key, Failure& failure) {

@@ -32,6 +32,9 @@ Value defaultOf(const Setting& setting);
 /// From now to the end no output and no log shows them. On the main thread.
 void hideInLogs(const std::vector<const std::string*>& secrets);
 
+/// Private keys are read from there, whatever was set.
+void useKeyFolder(const std::string& folder);
+
 /// Null, with a suggestion, when no setting has the key.
 const Setting* declaredSetting(std::string_view key, Failure& failure);
 

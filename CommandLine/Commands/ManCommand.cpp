@@ -83,6 +83,11 @@ constexpr Entry files[] = {
      "the curve P-256, of at most 64 kibibytes. It is looked for in the folder of --key-folder or "
      "VeltoPrivateKeysPath, then in ~/.config/velto/private-keys. A token or key file that cannot "
      "be used ends with 4; one that other users may read gets a warning."},
+    {"~/.config/velm/private-keys/ID.p8",
+     "Where the delivery tool itself looks for the key, unless VELM_PRIVATE_KEYS names another "
+     "folder. When it is there the tool signs with it. When it lies elsewhere velto signs, and the "
+     "signed token, good for 20 minutes, is one of the tool's arguments, which every user of the "
+     "machine can read while the tool runs."},
 };
 
 /// Text in the language of manual pages.

@@ -145,6 +145,42 @@ TEST_F(SecretsTest, NoProcessShowsOne) {
     }
 }
 
+TEST_F(SecretsTest, TheToolSignsWithAKeyThatItFindsItself) {
+    forms();
+    const std::string package = makePackage();
+    environment["VELTO_PASSWORD"] = "";
+    environment["VELM_SANDBOX_ACCOUNTS"] = folder / "keys/accounts.json";
+    useScenario("record=" + (folder / "record").string() + "\n");
+    std::filesystem::create_directory(folder / "others");
+    std::filesystem::copy(folder / "keys/OURKEY.p8", folder / "others");
+    const struct {
+        std::string folderOfTool;
+        Strings options;
+        const char* expected;
+    } rows[] = {
+        {folder / "keys", {}, "-apiKey"},
+        {folder / "keys", {"--key-folder", folder / "keys"}, "-apiKey"},
+        {folder / "keys", {"--key-folder", folder / "none"}, "-apiKey"},
+        {folder / "keys", {"--key-folder", folder / "others"}, "-hsa2headers"},
+        {folder / "none", {"--key-folder", folder / "keys"}, "-hsa2headers"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.folderOfTool + " " + (row.options.empty() ? "" : row.options.back()));
+        environment["VELM_PRIVATE_KEYS"] = row.folderOfTool;
+        Strings words{"verify", package, "--api-key", "OURKEY", "--issuer", "our-issuer"};
+        words.insert(words.end(), row.options.begin(), row.options.end());
+        const Child child = finished(words);
+        EXPECT_EQ(child.exitCode, 0) << child.all();
+        const Json record = Json::parse(contentOf(folder / "record"))["arguments"];
+        const auto has = [&record](const char* option) {
+            return std::ranges::find(record, option) != record.end();
+        };
+        EXPECT_TRUE(has(row.expected)) << record;
+        EXPECT_NE(has("-apiKey"), has("-hsa2headers"));
+        std::filesystem::remove(folder / "record");
+    }
+}
+
 TEST_F(SecretsTest, NoCoreIsWritten) {
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_CORE, &before), 0);
