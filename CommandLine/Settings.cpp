@@ -139,7 +139,8 @@ Failure failureOfFile(const Error& error) {
         error.domain() == POSIXErrorDomain
             ? localized("Check the file and its folder, or name another one with --config.")
         : error.code() == SettingsErrorUnsafeFile
-            ? localized("Let nobody else write it, and look at what it holds.")
+            ? error.localizedRecoverySuggestion().value_or(std::string()) + " " +
+                  localized("Look at what the file holds.")
             : localized("Correct the file, or move it away."));
     // The error of the system names the file once more.
     failure.why.push_back(

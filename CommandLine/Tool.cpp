@@ -136,7 +136,7 @@ std::optional<std::string> findTool(Frontend& frontend,
         } else if (path == normal(*chosen)) {
             break;
         } else if (const std::string reason = reasonAgainstTool(path); !reason.empty()) {
-            frontend.remark(Ink::warning, localized("warning"), refusalText(path, reason));
+            frontend.warn(refusalText(path, reason));
         }
     }
     if (chosen && !objectionTo(*chosen).empty()) {

@@ -106,7 +106,7 @@ TEST_F(ConfigTest, ASettingsFileIsCheckedWhereItIsWrong) {
     std::filesystem::permissions(path, std::filesystem::perms(0666));
     const Child child = finished({"config"});
     EXPECT_EQ(child.exitCode, 2);
-    EXPECT_THAT(child.errors, HasSubstr("Others may write it"));
+    EXPECT_THAT(child.errors, HasSubstr("chmod go-w"));
 }
 
 TEST_F(ConfigTest, WritersAtTheSameTimeLoseNothing) {

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/PathTrust.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
 #include <fcntl.h>
@@ -28,56 +29,6 @@ std::string folderOf(const std::filesystem::path& path) {
     return folder.empty() ? "." : folder.string();
 }
 
-/// The folder of what the path leads to, and of the path itself when it is a link.
-std::vector<std::string> foldersOf(const std::string& path) {
-    std::vector<std::string> folders{folderOf(path)};
-    std::error_code problem;
-    const std::filesystem::path real = std::filesystem::canonical(path, problem);
-    if (!problem && FileManager::linkAttributes(path)->kind == FileAttributes::Kind::symbolicLink) {
-        folders.push_back(folderOf(real));
-    }
-    return folders;
-}
-
-bool isOurs(const struct stat& status) {
-    return status.st_uid == 0 || status.st_uid == geteuid();
-}
-
-bool othersMayWrite(const struct stat& status) {
-    return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-}
-
-bool failAsUnsafe(std::string_view path, std::string reason, Error* error) {
-    return fail(error, Error::make(SettingsErrorDomain, SettingsErrorUnsafeFile,
-                                   localizedFormat("The settings file “%@” is not used.", path),
-                                   std::move(reason)));
-}
-
-bool isSafe(const std::string& path, const struct stat& file, Error* error) {
-    if (!isOurs(file)) {
-        return failAsUnsafe(path, localized("It belongs to another user."), error);
-    }
-    if (othersMayWrite(file)) {
-        return failAsUnsafe(
-            path, localized("Others may write it; chmod go-w takes that right away."), error);
-    }
-    for (const std::string& folder : foldersOf(path)) {
-        struct stat status {};
-        if (stat(folder.c_str(), &status) != 0) {
-            return fail(error, Error::posix(errno, folder));
-        }
-        // In a sticky folder others may write, but not replace what is not theirs.
-        if (!isOurs(status) || (othersMayWrite(status) && (status.st_mode & S_ISVTX) == 0)) {
-            return failAsUnsafe(
-                path,
-                localizedFormat(
-                    "Others may write its folder “%@”; chmod go-w takes that right away.", folder),
-                error);
-        }
-    }
-    return true;
-}
-
 }  // namespace
 
 std::optional<std::string> readSettingsFile(const std::string& path, Error* error) {
@@ -95,7 +46,16 @@ std::optional<std::string> readSettingsFile(const std::string& path, Error* erro
         fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
         return std::nullopt;
     }
-    if (!isSafe(path, status, error)) {
+    std::error_code problem;
+    const PathTrust trust = PathTrust::of(std::filesystem::absolute(path, problem).string());
+    if (!trust) {
+        const bool isWritable = trust.verdict() == PathTrust::Verdict::writable;
+        fail(error, Error(SettingsErrorDomain, SettingsErrorUnsafeFile,
+                          {{LocalizedDescriptionKey,
+                            localizedFormat("The settings file “%@” is not used.", path)},
+                           {LocalizedFailureReasonKey, trust.reason()},
+                           {LocalizedRecoverySuggestionKey,
+                            isWritable ? trust.remedy() : localized("Use a file of your own.")}}));
         return std::nullopt;
     }
     std::string text(largestSettingsFile + 1, '\0');

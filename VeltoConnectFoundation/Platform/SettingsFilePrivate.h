@@ -44,9 +44,8 @@ std::optional<Value> valueFromInlineTOML(std::string_view text);
 /// That a setting was not changed, and why.
 Error unfitSettingError(std::string_view key, std::string_view reason);
 
-/// The text of a settings file, empty when there is none. An error also when
-/// others than root and the process's user may write it, or the folders that it and a link to it
-/// lie in.
+/// The text of a settings file; empty when there is none. An error also when others than root and
+/// the process's user may have put it there (PathTrust).
 std::optional<std::string> readSettingsFile(const std::string& path, Error* error);
 
 /// Keeps other writers of a settings file away while it lives, of this process and of others; a
