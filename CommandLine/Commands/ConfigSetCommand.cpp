@@ -31,8 +31,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     }
     const SettingLayer layer = setting->layer();
     if (layer == SettingLayer::arguments || layer == SettingLayer::environment) {
-        frontend.remark(
-            Ink::warning, localized("Warning:"),
+        frontend.warn(
             localizedFormat("a value of the layer “%@” goes before it here.", layerName(layer)));
     }
     if (frontend.printsJSON()) {
