@@ -127,6 +127,33 @@ bool checkKey(const std::string& key, const std::string& issuer, Failure& failur
     return false;
 }
 
+/// Where the delivery tool looks for the key files of "-apiKey".
+std::string keyFolderOfTool() {
+    const char* const named = std::getenv("VELM_PRIVATE_KEYS");
+    if (named != nullptr && *named != '\0') {
+        return named;
+    }
+    return std::filesystem::path(FileManager::configurationFolder()).parent_path() /
+           "velm/private-keys";
+}
+
+/// Whether the tool finds the key file by itself, and no other one has been named for us.
+bool toolHasKey(const std::string& keyID) {
+    if (keyID.find('/') != std::string::npos) {
+        return false;
+    }
+    const auto keyIn = [&keyID](const std::string& folder) {
+        return FileManager::attributes(FileManager::expandingTilde(folder) + "/" + keyID + ".p8");
+    };
+    const auto its = keyIn(keyFolderOfTool());
+    if (!its || its->kind != FileAttributes::Kind::regular) {
+        return false;
+    }
+    const std::string named = VeltoPrivateKeysPath.stringValue();
+    const auto ours = named.empty() ? std::nullopt : keyIn(named);
+    return !ours || (ours->device == its->device && ours->inode == its->inode);
+}
+
 /// A sentence when users other than the file's owner may read it.
 void warnOfReaders(const std::string& path, std::vector<std::string>& warnings) {
     constexpr std::uint32_t othersRead = 0044;
@@ -167,7 +194,7 @@ bool Credentials::read(const Invocation& invocation,
                                    localized("Give both."));
             return false;
         }
-        if (!checkKey(apiKey, issuer, failure)) {
+        if (!toolHasKey(apiKey) && !checkKey(apiKey, issuer, failure)) {
             return false;
         }
         warnOfReaders(TokenSigner::keyFile(apiKey).value_or(std::string()), warnings);
@@ -207,37 +234,6 @@ bool Credentials::read(const Invocation& invocation,
     hideInLogs({&password.text(), &sessionID.text(), &sharedSecret.text()});
     return true;
 }
-
-namespace {
-
-/// Where the delivery tool looks for the key files of "-apiKey".
-std::string keyFolderOfTool() {
-    const char* const named = std::getenv("VELM_PRIVATE_KEYS");
-    if (named != nullptr && *named != '\0') {
-        return named;
-    }
-    return std::filesystem::path(FileManager::configurationFolder()).parent_path() /
-           "velm/private-keys";
-}
-
-/// Whether the tool finds the key file by itself, and no other one has been named for us.
-bool toolHasKey(const std::string& keyID) {
-    if (keyID.find('/') != std::string::npos) {
-        return false;
-    }
-    const auto keyIn = [&keyID](const std::string& folder) {
-        return FileManager::attributes(FileManager::expandingTilde(folder) + "/" + keyID + ".p8");
-    };
-    const auto its = keyIn(keyFolderOfTool());
-    if (!its || its->kind != FileAttributes::Kind::regular) {
-        return false;
-    }
-    const std::string named = VeltoPrivateKeysPath.stringValue();
-    const auto ours = named.empty() ? std::nullopt : keyIn(named);
-    return !ours || (ours->device == its->device && ours->inode == its->inode);
-}
-
-}  // namespace
 
 bool Credentials::makeContext(std::shared_ptr<VeltoAuthenticationContextImpl>& context,
                               Failure& failure) const {
