@@ -132,7 +132,7 @@ void Frontend::warn(std::string_view text) {
         return;
     }
     if (printsJSON()) {
-        answer(JSONLine("message").add("level", "warning").add("text", text));
+        answer(JSONLine("message").addWord("level", "warning").add("text", text));
         return;
     }
     const auto errors = Console::Stream::errors;

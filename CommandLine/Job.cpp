@@ -233,8 +233,8 @@ JobOutcome Job::run() {
     interrupts.setHandler([&](unsigned count) {
         if (count == 1) {
             frontend_.console().hurry();
+            watch->stop();  // First: the job may end as soon as it is cancelled.
             canceller->cancel();
-            watch->stop();
             return;
         }
         signalTool(SIGKILL);

@@ -268,7 +268,7 @@ Value defaultOf(const Setting& setting) {
 }
 
 void hideInLogs(const std::vector<const std::string*>& secrets) {
-    static std::vector<RegisteredSecret> hidden;
+    static auto& hidden = *new std::vector<RegisteredSecret>;  // threads may log to the very end
     for (const std::string* secret : secrets) {
         hidden.emplace_back(*secret);
     }

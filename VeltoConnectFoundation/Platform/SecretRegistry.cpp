@@ -87,15 +87,20 @@ RegisteredSecret::~RegisteredSecret() {
     }
 }
 
-std::string hidingSecrets(std::string_view text) {
+std::string hidingSecrets(std::string given) {
     const std::shared_ptr<const SecretScanner> scanner = Registry::shared().scanner();
     if (scanner == nullptr) {
-        return std::string(text);
+        return given;
     }
+    const std::string_view text = given;
     std::string result;
     std::size_t done = 0;
     std::size_t mask = text.find(hiddenValue);
-    for (const auto& [begin, end] : scanner->placesOfSecrets(text)) {
+    const std::vector<SecretScanner::Place> places = scanner->placesOfSecrets(text);
+    if (places.empty()) {
+        return given;
+    }
+    for (const auto& [begin, end] : places) {
         while (mask != std::string_view::npos && mask + hiddenValue.size() < end) {
             mask = text.find(hiddenValue, mask + hiddenValue.size());
         }

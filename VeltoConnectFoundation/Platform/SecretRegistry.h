@@ -29,6 +29,6 @@ private:
 /// XML, a shell's quotes, the other case (from six bytes on), or several of these; secrets of less
 /// than four bytes only as they are. The text may hold any bytes: ask before it is decoded or cut.
 /// Any thread.
-VELTO_EXPORT std::string hidingSecrets(std::string_view text);
+VELTO_EXPORT std::string hidingSecrets(std::string text);
 
 }  // namespace velto

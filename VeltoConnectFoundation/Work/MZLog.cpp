@@ -150,8 +150,8 @@ void DefaultLogFunction(std::int32_t level, std::string_view format, FormatArgum
 }
 
 /// Without the secrets that are registered, then without those of the setting, to the letter.
-std::string withoutSecrets(std::string_view text) {
-    std::string hidden = velto::hidingSecrets(text);
+std::string withoutSecrets(std::string text) {
+    std::string hidden = velto::hidingSecrets(std::move(text));
     for (const Value& secret : passwords.arrayValue()) {
         if (const std::string_view password = secret.string(); !password.empty()) {
             hidden = replaceAll(hidden, password, hiddenValue);
@@ -424,7 +424,7 @@ void MZForwardMessageToLoggers(std::string_view message, std::int32_t level) {
 
 std::string MZLoggableStringForStringWithMaxLength(std::string_view string, std::size_t maxLength) {
     // Before the cut, which would leave the beginning of one.
-    const std::string hidden = withoutSecrets(string);
+    const std::string hidden = withoutSecrets(std::string(string));
     std::string result;
     if (hidden.size() <= maxLength || utf16Length(hidden) <= maxLength) {
         result = hidden;
