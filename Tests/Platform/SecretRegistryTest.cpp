@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 #include <random>
 
 namespace velto {
@@ -96,9 +96,9 @@ TEST(SecretRegistry, LongTextsStayCheap) {
     std::string mixed = text;
     for (std::size_t at = 1000; at < text.size(); at += 65'521)
         mixed.insert(at, " " + encodeBase64(texts[at % 20]) + " ");
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();  // of the processor: the machine may be busy
     const std::string hidden = hidingSecrets(mixed);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_LT(std::clock() - start, 2 * CLOCKS_PER_SEC);
     std::size_t count = 0;
     for (std::size_t at = hidden.find(hiddenValue); at != std::string::npos;
          at = hidden.find(hiddenValue, at + 1))
