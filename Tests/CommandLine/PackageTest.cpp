@@ -1,10 +1,12 @@
 #include <CommandLine/MetadataName.h>
+#include <CommandLine/PackageInspection.h>
 #include <Tests/CommandLine/VeltoFixture.h>
 #include <Tests/Support/SmallDisk.h>
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <ctime>
 #include <regex>
 
 namespace cli_test {
@@ -182,6 +184,21 @@ TEST_F(PackageTest, InspectTellsWhatDoesNotHold) {
     const Child fine = finished({"package", "inspect", folder / "P.velmp"});
     EXPECT_EQ(fine.exitCode, 0) << fine.all();
     EXPECT_THAT(fine.output, AllOf(HasSubstr("11 bytes"), HasSubstr("does not tell of stranger")));
+}
+
+TEST_F(PackageTest, ReadsManyFilesInTimeByTheirNumber) {
+    const auto seconds = [&](int count) {
+        std::string files;
+        for (int index = 0; index < count; ++index)
+            files += fileElement("a file with a name of its own " + std::to_string(index), "1", "");
+        write(folder / "P.velmp/metadata.xml", metadata(files));
+        velto::cli::InspectedPackage package;
+        velto::cli::Failure failure;
+        const std::clock_t start = std::clock();
+        EXPECT_TRUE(package.read(folder / "P.velmp", failure));
+        return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    };
+    EXPECT_LT(seconds(40'000), 8 * seconds(10'000) + 0.05);
 }
 
 /// The next one takes its name and its room.
