@@ -32,7 +32,14 @@ TEST(HostExit, InTheMiddleOfWorkIsLikeAnyOther) {
         }
         return;
     }
+    // Ends the last, behind whatever else there is to end: the workers go on all the time.
     static std::atomic<int> rounds{0};
+    ASSERT_EQ(std::atexit([] {
+                  for (const int end = rounds + 100; rounds < end;) {
+                      std::this_thread::yield();
+                  }
+              }),
+              0);
     for (int index = 0; index < 4; ++index) {
         MZWorkSeriesManager::defaultManager()->submitWork(
             seriesOf({worker([](FunctionWorker& self) {

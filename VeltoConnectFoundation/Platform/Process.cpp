@@ -196,7 +196,7 @@ private:
                 const DeliveryTarget& target,
                 const std::weak_ptr<ProcessDelegate>& delegate);
     Error spawn(const ProcessLaunch& launch, pid_t& child);
-    int watch(pid_t child, const ProcessLaunch& launch);
+    int watch(pid_t child, const ProcessLaunch& launch) VELTO_REQUIRES(mutex_);
     void childEnded();
     std::optional<ProcessExit> reap() const VELTO_REQUIRES(mutex_);
     void graceEnded();
