@@ -256,6 +256,8 @@ Failure failureOfWriting(const Error& error) {
             printable(error.localizedFailureReason().value_or(error.localizedDescription()))};
         failure.next = localizedFormat("Change the file with an editor: %@",
                                        printable(UserDefaults::shared().userFilePath()));
+    } else if (error.code() == EWOULDBLOCK) {
+        failure.why = {localized("Another program is changing the file.")};
     } else if (error.code() == EEXIST || error.code() == ENOTDIR) {
         failure.next = localized("Move away what stands where the folder of the settings should.");
     }
