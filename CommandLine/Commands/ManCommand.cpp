@@ -72,8 +72,10 @@ constexpr Entry variables[] = {
 constexpr Entry files[] = {
     {"~/.config/velto/config.toml",
      "The user's settings, in TOML; see velto config path. At most a mebibyte, and 64 levels deep. "
-     "It is not used when others than its owner may write it or its folder. A key that is no "
-     "setting is a warning, a value that a setting cannot have an error that names its line."},
+     "It is not used when somebody other than root or you may have put it there, or may write it. "
+     "A "
+     "key that is no setting is a warning, a value that a setting cannot have an error that names "
+     "its line."},
     {"token file (--token-file)",
      "A property list, in XML or binary, of at most a mebibyte: the dictionary that the store's "
      "sign-in answered. Its text rovquill is the token. Whatever else it holds is not used, but an "
