@@ -488,7 +488,8 @@ TEST(VeltoVideoPackageBuilderWorker, TakesOverNothingThatIsNotItsOwn) {
     // One that is still being made.
     const auto first = Builder::builderForVideo(metadata, video, "Main");
     const auto second = Builder::builderForVideo(metadata, video, "Main");
-    const auto observation = whenCopying(*first, false, [&] { second->run(); });
+    const auto observation =
+        whenCopying(*first, false, [&] { std::thread([&] { second->run(); }).join(); });
     first->run();
     EXPECT_EQ(first->packagePath(), package);
     EXPECT_NE(second->packagePath(), package);

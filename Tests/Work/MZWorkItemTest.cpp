@@ -233,4 +233,27 @@ TEST(WorkItemSample, RatesAreTruncatedAndNeverNegative) {
     }
 }
 
+/// Lets go of what it was given when it hears of anything.
+class Dropper : public MZWorkItemDelegate {
+public:
+    void workItemStatusChanged(MZWorkItem&, Status) override { item.reset(); }
+    std::shared_ptr<MZWorkItem> item;
+};
+
+TEST(WorkItem, OneThatItsDelegateOrObserverLetsGoOfReportsToItsEnd) {
+    auto dropper = std::make_shared<Dropper>();
+    dropper->item = MZWorkItem::itemWithWorker(std::make_shared<FunctionWorker>());
+    dropper->item->setDelegate(dropper);
+    MZWorkItem& item = *dropper->item;
+    item.cancel();
+    EXPECT_EQ(dropper->item, nullptr);
+
+    auto held = std::make_shared<FunctionWorker>();
+    FunctionWorker& dropped = *held;
+    const auto observation =
+        dropped.observe("cancelled", [&](const velto::PropertyChange&) { held.reset(); });
+    dropped.cancel();
+    EXPECT_EQ(held, nullptr);
+}
+
 }  // namespace

@@ -99,8 +99,8 @@ TEST(WorkSeriesManager, RemembersOneMoreThanItsMaximum) {
     EXPECT_TRUE(manager->allWork().empty());
 }
 
-TEST(WorkSeriesManager, CancelsAllWorkAndKeepsTheThrottleUntilItHasEnded) {
-    const auto [manager, counter] = countingManager(2);
+TEST(WorkSeriesManager, CancelsAllWorkUnheardAndKeepsTheThrottleUntilItHasEnded) {
+    const auto [manager, counter] = countingManager(1);
     manager->setThrottle(1, 5);
     Gate running;
     Gate mayEnd;
@@ -138,6 +138,48 @@ TEST(WorkSeriesManager, ASeriesThatIsSubmittedTwiceCountsOnce) {
     manager->submitWork(typed(seriesOf({worker()}), 5));
     EXPECT_TRUE(counter->ended.wait()) << "the first one's place is free again";
     EXPECT_TRUE(manager->activeWork().empty());
+}
+
+TEST(WorkSeriesManager, AHeldBackEmptySeriesEndsWhenAllIsCancelledAndNothingEndsTwice) {
+    const auto [manager, counter] = countingManager(2);
+    manager->setThrottle(0, 5);
+    auto heldBack = typed(seriesOf({}), 5);
+    manager->submitWork(heldBack);
+    manager->cancelAllWork();
+    EXPECT_EQ(heldBack->status(), Status::completed);
+    EXPECT_TRUE(heldBack->completeTime());
+    manager->submitWork(heldBack);
+    auto endedBefore = seriesOf({worker()});
+    endedBefore->cancel();
+    manager->submitWork(endedBefore);
+    manager->submitWork(endedBefore);
+    EXPECT_THAT(manager->completedWork(), testing::ElementsAre(heldBack, endedBefore));
+    EXPECT_FALSE(counter->ended.wait(std::chrono::seconds(0))) << "one was told, and once";
+}
+
+/// Submits a series from the end of the one before, and lets go of the manager at the last.
+class Chain : public MZWorkSeriesDelegate {
+public:
+    explicit Chain(std::size_t count) : left_(count) {}
+    void workSeriesStatusChanged(MZWorkSeries&, Status) override {
+        if (--left_ != 0) {
+            manager->submitWork(seriesOf({}));
+        } else {
+            manager.reset();
+        }
+    }
+    std::shared_ptr<MZWorkSeriesManager> manager = velto::make<MZWorkSeriesManager>();
+
+private:
+    std::size_t left_;
+};
+
+TEST(WorkSeriesManager, SeriesSubmittedFromTheEndOfOneAnotherMakeALoop) {
+    auto chain = std::make_shared<Chain>(200'000);
+    chain->manager->setDelegate(chain);
+    MZWorkSeriesManager& manager = *chain->manager;
+    manager.submitWork(seriesOf({}));
+    EXPECT_EQ(chain->manager, nullptr);
 }
 
 TEST(WorkSeriesManager, ManyEmptySeriesBehindAThrottleEndInALoop) {

@@ -12,6 +12,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <thread>
+
 namespace {
 
 using testing::ElementsAre;
@@ -145,14 +147,72 @@ TEST(WorkSeries, CountsProgressOverAllItems) {
     EXPECT_EQ(percent, 62.5);
 }
 
-TEST(WorkSeries, AnItemThatWasCancelledBeforehandStopsIt) {
-    bool ran = false;
-    auto series = seriesOf({worker(), worker(), worker([&](FunctionWorker&) { ran = true; })});
+TEST(WorkSeries, AnItemThatIsCancelledBeforehandEndsItWhoeverIsItsDelegate) {
+    auto series = seriesOf({worker(), worker(), worker()});
     series->workItems()[1]->setDelegate({});
     series->workItems()[1]->cancel();
-    runToItsEnd(*series);
-    EXPECT_FALSE(ran);
+    EXPECT_EQ(series->status(), Status::completed);
     EXPECT_TRUE(series->isCancelled());
+    EXPECT_EQ(series->workItems()[0]->status(), Status::cancelled);
+}
+
+TEST(WorkSeries, WhatIsOnlySetOrToldToAnotherKeepsItFromNothing) {
+    int runs = 0;
+    const auto counting = [&] { return worker([&](FunctionWorker&) { ++runs; }); };
+    auto series = seriesOf({counting(), counting(), counting(), counting()});
+    const auto& items = series->workItems();
+    items[0]->setStatus(Status::completed);
+    series->workItemStatusChanged(*items[1], Status::completed);
+    items[1]->setDelegate(std::make_shared<MZWorkItemDelegate>());
+    items[2]->setSeries({});
+    items[3]->threadCompleted();  // ended without a run before its turn comes
+    const auto owner = runToItsEnd(*series);
+    EXPECT_EQ(runs, 3);
+    EXPECT_THAT(owner->statuses, ElementsAre(Status::running, Status::completed));
+    EXPECT_EQ(items[3]->status(), Status::completed);
+}
+
+TEST(WorkSeries, AnItemThatStandsTwiceOrRunsElsewhereIsAwaitedOnce) {
+    Gate running;
+    Gate mayEnd;
+    auto elsewhere = MZWorkItem::itemWithWorker(worker([&](FunctionWorker&) {
+        running.open();
+        mayEnd.wait();
+    }));
+    auto twice = MZWorkItem::itemWithWorker(worker());
+    std::thread runner([&] { elsewhere->main(); });
+    running.wait();
+    auto series = MZWorkSeries::seriesWithWorkItems({twice, twice, elsewhere});
+    auto owner = std::make_shared<Owner>();
+    series->setDelegate(owner);
+    series->start();
+    mayEnd.open();
+    EXPECT_TRUE(owner->ended.wait());
+    runner.join();
+}
+
+TEST(WorkSeries, AnObserverThatReadsItsSeriesHoldsUpNoCancel) {
+    for (int round = 0; round < 1000; ++round) {
+        auto series = seriesOf({worker([](FunctionWorker& self) { self.setPercentComplete(1); }),
+                                worker([](FunctionWorker& self) { self.setPercentComplete(1); })});
+        std::vector<velto::Observation> observations;
+        for (const auto& item : series->workItems()) {
+            for (const std::string_view key : {"percentComplete", "workStatus", "cancelled"}) {
+                observations.push_back(
+                    item->worker()->observe(key, [&series](const velto::PropertyChange&) {
+                        static_cast<void>(series->hasErrors());
+                        static_cast<void>(series->description());
+                    }));
+            }
+        }
+        auto owner = std::make_shared<Owner>();
+        series->setDelegate(owner);
+        std::thread canceller([&] { series->cancel(); });
+        series->start();
+        canceller.join();
+        ASSERT_TRUE(owner->ended.wait());
+        owner->queue->waitUntilAllOperationsAreFinished();
+    }
 }
 
 /// Notes how things stand when the series' end is told.

@@ -87,6 +87,7 @@ std::int64_t MZTask::execute() {
     if (!process_) {
         return -1;
     }
+    const std::shared_ptr<MZTask> alive = weak_from_this().lock();
     launch();
     isTerminated_ = false;
     const auto loop = velto::RunLoop::current();

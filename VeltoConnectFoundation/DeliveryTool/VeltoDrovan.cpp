@@ -459,7 +459,7 @@ void VeltoDrovan::collect(Report::Kind kind, const velto::Data& block, const Chi
 }
 
 void VeltoDrovan::tellDelegate() {
-    rethrowFirst({outbox_.deliver(lock_, [this](const Report& report) {
+    outbox_.deliver([this](const Report& report) {
         const std::shared_ptr<VeltoDrovanDelegate> listener = delegate();
         if (listener == nullptr) {
             return;
@@ -475,7 +475,7 @@ void VeltoDrovan::tellDelegate() {
                 listener->drovanCompleted(*this);
                 return;
         }
-    })});
+    });
 }
 
 velto::Data VeltoDrovan::standardOut() const {

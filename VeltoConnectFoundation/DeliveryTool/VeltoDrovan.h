@@ -3,9 +3,9 @@
 #include <VeltoConnectFoundation/Platform/Clock.h>
 #include <VeltoConnectFoundation/Platform/Lock.h>
 #include <VeltoConnectFoundation/Platform/Make.h>
+#include <VeltoConnectFoundation/Platform/Outbox.h>
 #include <VeltoConnectFoundation/Platform/Process.h>
 #include <VeltoConnectFoundation/Platform/Value.h>
-#include <VeltoConnectFoundation/Work/Outbox.h>
 
 #include <cstdint>
 #include <functional>
@@ -174,5 +174,5 @@ private:
     std::string serviceAddress_ VELTO_GUARDED_BY(lock_);
     std::int64_t processGroup_ VELTO_GUARDED_BY(lock_) = 0;
     std::weak_ptr<VeltoDrovanDelegate> delegate_ VELTO_GUARDED_BY(lock_);
-    MZOutbox<Report> outbox_;
+    velto::Outbox<Report> outbox_{lock_, "a delegate of the delivery tool"};
 };

@@ -160,6 +160,30 @@ void Observable::announce(std::span<const std::string_view> keys, bool isPrior) 
     }
 }
 
+std::shared_ptr<const void> Observable::sharedSelf() const {
+    return nullptr;
+}
+
+namespace {
+
+thread_local Observable* setting = nullptr;
+
+}  // namespace
+
+Observable::SetterTurn::SetterTurn(Observable& object)
+    : alive_(object.hasObservers_.load(std::memory_order_acquire) ? object.sharedSelf() : nullptr),
+      object_(object),
+      outer_(std::exchange(setting, &object)) {
+    // Two threads whose observers set each other's objects would wait for each other for ever.
+    assert(outer_ == nullptr || outer_ == &object);
+    object_.setters_.lock();
+}
+
+Observable::SetterTurn::~SetterTurn() {
+    object_.setters_.unlock();
+    setting = outer_;
+}
+
 Observable::Change::Change(Observable& object, std::initializer_list<std::string_view> keys)
     : object_(object),
       count_(static_cast<std::uint8_t>(std::min(keys.size(), keys_.size()))),

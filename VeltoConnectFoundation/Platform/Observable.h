@@ -41,9 +41,10 @@ enum class ObserverTiming : std::uint8_t { after, beforeAndAfter };
 
 /// Properties that announce their changes by key, with dependent keys.
 ///
-/// An observer runs on the thread that made the change, while the changed object's own lock is
-/// held: it may read anything, but must not wait for another thread. One change tells an
-/// observer of a key once, also when several changed keys lead to that key.
+/// An observer runs on the thread that made the change, while the object's other setters wait and
+/// its readers do not: it may read anything of any object, but must not wait for another thread,
+/// and may change this object only; what it wants of another it posts to a queue. One change tells
+/// an observer of a key once, also when several changed keys lead to that key.
 class VELTO_EXPORT Observable {
 public:
     using Observer = std::function<void(const PropertyChange&)>;
@@ -59,6 +60,22 @@ public:
 protected:
     Observable();
     virtual ~Observable();
+
+    /// A setter's turn: held while it compares, announces and stores, so that changes are told in
+    /// their order. Readers never take it; no lock that they take is held while a change is
+    /// announced. The object lives on until the turn ends, whatever observers let go of.
+    class VELTO_EXPORT SetterTurn {
+    public:
+        explicit SetterTurn(Observable& object);
+        ~SetterTurn();
+        SetterTurn(const SetterTurn&) = delete;
+        SetterTurn& operator=(const SetterTurn&) = delete;
+
+    private:
+        std::shared_ptr<const void> alive_;
+        Observable& object_;
+        Observable* const outer_;  ///< Whose turn this thread has beside it: the same object's.
+    };
 
     /// Announces a change of `keys`, in order, and of everything that depends on them: before it
     /// on construction, after it on destruction (the keys in reverse order). At most 4 keys.
@@ -84,11 +101,14 @@ protected:
     };
     /// The class's fixed table; empty unless overridden.
     virtual std::span<const Dependency> dependencies() const;
+    /// A reference to this object; null where its owner keeps it.
+    virtual std::shared_ptr<const void> sharedSelf() const;
 
 private:
     friend class Observation;
     class Registry;
     void announce(std::span<const std::string_view> keys, bool isPrior);
+    Lock setters_;
     std::atomic<bool> hasObservers_{false};
     std::shared_ptr<Registry> registry_;  ///< Made with the first observer.
 };

@@ -147,12 +147,19 @@ std::shared_ptr<OperationQueue> OperationQueue::make() {
 }
 
 void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
-    if (operation == nullptr || operation->isQueued_.exchange(true)) {
+    if (operation == nullptr || !addOperationIfNew(operation)) {
         throw Exception(InvalidArgumentException,
                         operation == nullptr ? "An operation queue was given no operation."
                                              : "The operation has already been added to a queue.");
     }
-    state_->add(std::move(operation));
+}
+
+bool OperationQueue::addOperationIfNew(const std::shared_ptr<Operation>& operation) {
+    if (operation->isQueued_.exchange(true)) {
+        return false;
+    }
+    state_->add(operation);
+    return true;
 }
 
 void OperationQueue::setMaxConcurrentOperationCount(std::size_t count) {

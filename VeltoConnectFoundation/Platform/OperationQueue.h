@@ -21,6 +21,8 @@ public:
 
     /// Raises InvalidArgumentException for none, and for one that has been added before.
     void addOperation(std::shared_ptr<Operation> operation);
+    /// The same, but false for one that has been added before, here or to another queue.
+    [[nodiscard]] bool addOperationIfNew(const std::shared_ptr<Operation>& operation);
     /// 0 (the default) means no limit of this queue's own.
     void setMaxConcurrentOperationCount(std::size_t count);
     std::size_t operationCount() const;  ///< Waiting and running.

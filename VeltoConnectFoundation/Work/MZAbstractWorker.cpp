@@ -54,6 +54,7 @@ std::span<const velto::Observable::Dependency> MZAbstractWorker::dependencies() 
 MZAbstractWorker::Callbacks& MZAbstractWorker::callbacks() {
     if (callbacks_ == nullptr) {
         callbacks_ = std::make_unique<Callbacks>();
+        hasCallbacks_ = true;
     }
     return *callbacks_;
 }
@@ -70,12 +71,34 @@ void MZAbstractWorker::set(Member Callbacks::*member, Member value) {
     (callbacks().*member).swap(value);  // What was set before is let go of after the lock.
 }
 
-std::function<void()> MZAbstractWorker::dispatch(std::function<void()> work) {
-    velto::Queue& queue = *callbacks_->queue;
-    if (queue.isCurrent()) {
-        return work;
+template <class Member, class... Arguments>
+std::function<void()> MZAbstractWorker::dispatch(Member Callbacks::*member,
+                                                 Arguments... arguments) {
+    if (!hasCallbacks_) {
+        return {};
     }
-    queue.async(std::move(work));  // under the lock, so that arrival follows the order of changes
+    std::shared_ptr<velto::Queue> queue;
+    Member callback;
+    {
+        const Guard guard(lock_);
+        queue = callbacks_->queue;
+        callback = (*callbacks_).*member;
+    }
+    if (queue == nullptr || !callback) {
+        return {};
+    }
+    std::function<void()> call = [self = shared_from_this(), callback = std::move(callback),
+                                  ... arguments = std::move(arguments)] {
+        if constexpr (sizeof...(arguments) == 0) {
+            callback(*self);
+        } else {
+            callback(arguments...);
+        }
+    };
+    if (queue->isCurrent()) {
+        return call;
+    }
+    queue->async(std::move(call));
     return {};
 }
 
@@ -88,26 +111,35 @@ void MZAbstractWorker::seriesCompleted() {
 }
 
 void MZAbstractWorker::cancel() {
+    const std::shared_ptr<const void> alive = sharedSelf();
     {
-        Guard guard(lock_);
+        const SetterTurn turn(*this);
         if (cancelled_) {
             return;
         }
-        Change change(*this, {"cancelled"});
+        const Change change(*this, {"cancelled"});
         cancelled_ = true;
     }
     setWorkStatus(MZWorkStatusCancelled);
 }
 
+namespace {
+
+void runIfAny(const std::function<void()>& call) {
+    if (call) {
+        call();
+    }
+}
+
+}  // namespace
+
 void MZAbstractWorker::setWorkStatus(MZWorkStatus status) {
     std::function<void()> now;
     {
-        Guard guard(lock_);
+        const SetterTurn turn(*this);
         now = changeWorkStatus(status);
     }
-    if (now) {
-        now();
-    }
+    runIfAny(now);
 }
 
 bool MZAbstractWorker::startUnlessCancelled() {
@@ -121,15 +153,13 @@ bool MZAbstractWorker::finishUnlessCancelled() {
 bool MZAbstractWorker::setUnlessCancelled(MZWorkStatus status) {
     std::function<void()> now;
     {
-        Guard guard(lock_);
+        const SetterTurn turn(*this);
         if (cancelled_) {
             return false;
         }
         now = changeWorkStatus(status);
     }
-    if (now) {
-        now();
-    }
+    runIfAny(now);
     return true;
 }
 
@@ -138,44 +168,39 @@ std::function<void()> MZAbstractWorker::changeWorkStatus(MZWorkStatus status) {
         return {};
     }
     {
-        Change change(*this, {"workStatus"});
+        const Change change(*this, {"workStatus"});
         workStatus_ = status;
     }
-    if (callbacks_ == nullptr || callbacks_->queue == nullptr) {
-        return {};
+    switch (status) {
+        case MZWorkStatusStarted:
+            return dispatch(&Callbacks::started);
+        case MZWorkStatusCancelled:
+            return dispatch(&Callbacks::cancelled);
+        case MZWorkStatusFinished:
+            return dispatch(&Callbacks::finished);
+        default:
+            return {};
     }
-    const Callback& callback = status == MZWorkStatusStarted     ? callbacks_->started
-                               : status == MZWorkStatusCancelled ? callbacks_->cancelled
-                               : status == MZWorkStatusFinished  ? callbacks_->finished
-                                                                 : Callback();
-    return callback ? dispatch([self = shared_from_this(), callback] { callback(*self); })
-                    : std::function<void()>();
 }
 
 double MZAbstractWorker::percentComplete() const {
-    Guard guard(lock_);
     return percentComplete_;
 }
 
 void MZAbstractWorker::setPercentComplete(double percent) {
     std::function<void()> now;
     {
-        Guard guard(lock_);
+        const SetterTurn turn(*this);
         if (percentComplete_ == percent) {
             return;
         }
         {
-            Change change(*this, {"percentComplete"});
+            const Change change(*this, {"percentComplete"});
             percentComplete_ = percent;
         }
-        if (callbacks_ != nullptr && callbacks_->queue != nullptr && callbacks_->percentComplete) {
-            now =
-                dispatch([callback = callbacks_->percentComplete, percent] { callback(percent); });
-        }
+        now = dispatch(&Callbacks::percentComplete, percent);
     }
-    if (now) {
-        now();
-    }
+    runIfAny(now);
 }
 
 std::optional<std::string> MZAbstractWorker::statusMessage() const {
@@ -186,22 +211,21 @@ std::optional<std::string> MZAbstractWorker::statusMessage() const {
 void MZAbstractWorker::setStatusMessage(std::optional<std::string> message) {
     std::function<void()> now;
     {
-        Guard guard(lock_);
-        if (statusMessage_ == message) {
-            return;
+        const SetterTurn turn(*this);
+        {
+            const Guard guard(lock_);
+            if (statusMessage_ == message) {
+                return;
+            }
         }
         {
-            Change change(*this, {"statusMessage"});
-            statusMessage_ = std::move(message);
+            const Change change(*this, {"statusMessage"});
+            const Guard guard(lock_);
+            statusMessage_ = message;
         }
-        if (callbacks_ != nullptr && callbacks_->queue != nullptr && callbacks_->statusMessage) {
-            now = dispatch([callback = callbacks_->statusMessage,
-                            text = statusMessage_.value_or(std::string())] { callback(text); });
-        }
+        now = dispatch(&Callbacks::statusMessage, std::move(message).value_or(std::string()));
     }
-    if (now) {
-        now();
-    }
+    runIfAny(now);
 }
 
 std::optional<std::string> MZAbstractWorker::errorMessage() const {
@@ -212,14 +236,23 @@ std::optional<std::string> MZAbstractWorker::errorMessage() const {
     return errors_.back().localizedDescription();
 }
 
+template <class Store>
+void MZAbstractWorker::changeLists(std::initializer_list<std::string_view> keys,
+                                   const Store& store) {
+    const SetterTurn turn(*this);
+    const Change change(*this, keys);
+    const Guard guard(lock_);
+    store();
+}
+
 void MZAbstractWorker::setErrorMessage(const std::optional<std::string>& message) {
-    Guard guard(lock_);
-    Change change(*this, {"errorMessage"});
-    if (message && !message->empty()) {
-        errors_.push_back(messageError(*message));
-    } else {
-        errors_.clear();
-    }
+    changeLists({"errorMessage"}, [&]() VELTO_REQUIRES(lock_) {
+        if (message && !message->empty()) {
+            errors_.push_back(messageError(*message));
+        } else {
+            errors_.clear();
+        }
+    });
 }
 
 void MZAbstractWorker::addErrorMessage(std::string_view message) {
@@ -241,17 +274,15 @@ void MZAbstractWorker::addException(const Exception& exception) {
 
 void MZAbstractWorker::addError(const Error& error) {
     if (error) {
-        Guard guard(lock_);
-        Change change(*this, {"errors"});
-        errors_.push_back(error);
+        changeLists({"errors"}, [&]() VELTO_REQUIRES(lock_) { errors_.push_back(error); });
     }
 }
 
 void MZAbstractWorker::addErrors(const std::vector<Error>& errors) {
     if (!errors.empty()) {
-        Guard guard(lock_);
-        Change change(*this, {"errors"});
-        errors_.insert(errors_.end(), errors.begin(), errors.end());
+        changeLists({"errors"}, [&]() VELTO_REQUIRES(lock_) {
+            errors_.insert(errors_.end(), errors.begin(), errors.end());
+        });
     }
 }
 
@@ -267,17 +298,13 @@ bool MZAbstractWorker::hasErrors() const {
 
 void MZAbstractWorker::addWarning(const Value& warning) {
     if (warning) {
-        Guard guard(lock_);
-        Change change(*this, {"warnings"});
-        warnings_.append(warning);
+        changeLists({"warnings"}, [&]() VELTO_REQUIRES(lock_) { warnings_.append(warning); });
     }
 }
 
 void MZAbstractWorker::addWarnings(const Array& warnings) {
     if (!warnings.isEmpty()) {
-        Guard guard(lock_);
-        Change change(*this, {"warnings"});
-        warnings_.append(warnings);
+        changeLists({"warnings"}, [&]() VELTO_REQUIRES(lock_) { warnings_.append(warnings); });
     }
 }
 
@@ -293,9 +320,8 @@ bool MZAbstractWorker::hasWarnings() const {
 
 void MZAbstractWorker::addInfoMessages(const Array& messages) {
     if (!messages.isEmpty()) {
-        Guard guard(lock_);
-        Change change(*this, {"infoMessages"});
-        infoMessages_.append(messages);
+        changeLists({"infoMessages"},
+                    [&]() VELTO_REQUIRES(lock_) { infoMessages_.append(messages); });
     }
 }
 
@@ -310,11 +336,11 @@ bool MZAbstractWorker::hasInfoMessages() const {
 }
 
 void MZAbstractWorker::resetErrorsWarningsAndInfoMessages() {
-    Guard guard(lock_);
-    Change change(*this, {"errors", "warnings", "infoMessages"});
-    errors_.clear();
-    warnings_.clear();
-    infoMessages_.clear();
+    changeLists({"errors", "warnings", "infoMessages"}, [&]() VELTO_REQUIRES(lock_) {
+        errors_.clear();
+        warnings_.clear();
+        infoMessages_.clear();
+    });
 }
 
 std::int64_t MZAbstractWorker::storeType() const {

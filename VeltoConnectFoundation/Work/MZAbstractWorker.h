@@ -44,10 +44,10 @@ enum MZWorkStatus : std::int32_t {
 ///         }
 ///     };
 ///
-/// Held by std::shared_ptr. Any member may be called from any thread; each takes the worker's own
-/// lock, and collections are returned as copies. Observable keys: workStatus, cancelled,
-/// statusMessage, percentComplete, errorMessage, errors, warnings, infoMessages, hasErrors,
-/// hasWarnings, hasInfoMessages.
+/// Held by std::shared_ptr. Any member may be called from any thread; collections are returned as
+/// copies. Setters take turns, and what reads waits for none of them. Observable keys: workStatus,
+/// cancelled, statusMessage, percentComplete, errorMessage, errors, warnings, infoMessages,
+/// hasErrors, hasWarnings, hasInfoMessages.
 class VELTO_EXPORT MZAbstractWorker : public velto::Observable,
                                       public std::enable_shared_from_this<MZAbstractWorker> {
 public:
@@ -131,24 +131,29 @@ public:
 protected:
     MZAbstractWorker();
     std::span<const Dependency> dependencies() const override;
+    std::shared_ptr<const void> sharedSelf() const override { return weak_from_this().lock(); }
 
 private:
     struct Callbacks;
     Callbacks& callbacks() VELTO_REQUIRES(lock_);
-    /// What the caller has to run after releasing the lock, if anything.
-    std::function<void()> changeWorkStatus(MZWorkStatus status) VELTO_REQUIRES(lock_);
     [[nodiscard]] bool setUnlessCancelled(MZWorkStatus status);
     template <class Member>
     Member get(Member Callbacks::*member) const;
     template <class Member>
     void set(Member Callbacks::*member, Member value);
-    /// Queues `work`, or gives it back when the caller has to run it after releasing the lock.
-    std::function<void()> dispatch(std::function<void()> work) VELTO_REQUIRES(lock_);
+    /// Within a setter's turn, so that arrival follows the order of changes: queues the call of
+    /// what `member` holds, or gives it back when the caller has to run it after its turn.
+    template <class Member, class... Arguments>
+    std::function<void()> dispatch(Member Callbacks::*member, Arguments... arguments);
+    /// Within a setter's turn.
+    std::function<void()> changeWorkStatus(MZWorkStatus status);
+    template <class Store>
+    void changeLists(std::initializer_list<std::string_view> keys, const Store& store);
 
     mutable velto::Lock lock_;
     std::atomic<bool> cancelled_{false};
     std::atomic<MZWorkStatus> workStatus_{MZWorkStatusNone};
-    double percentComplete_ VELTO_GUARDED_BY(lock_) = 0;
+    std::atomic<double> percentComplete_{0};
     std::int64_t storeType_ VELTO_GUARDED_BY(lock_);
     std::optional<std::string> statusMessage_ VELTO_GUARDED_BY(lock_);
     std::vector<velto::Error> errors_ VELTO_GUARDED_BY(lock_);
@@ -159,4 +164,5 @@ private:
     mutable std::shared_ptr<velto::SharedDictionary> userInfo_
         VELTO_GUARDED_BY(lock_);                                    ///< Made when asked for.
     std::unique_ptr<Callbacks> callbacks_ VELTO_GUARDED_BY(lock_);  ///< Made when one is set.
+    std::atomic<bool> hasCallbacks_{false};
 };

@@ -152,8 +152,9 @@ std::shared_ptr<MZStoreMessages> MZStoreMessages::sharedStoreMessages() {
 }
 
 void MZStoreMessages::setStoreType(std::int64_t storeType) {
-    const velto::Guard guard(lock_);
+    const SetterTurn turn(*this);
     const Change change(*this, {"storeType"});
+    const velto::Guard guard(lock_);
     storeType_ = storeType;
 }
 

@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/DateFormat.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/NotificationCenter.h>
 #include <VeltoConnectFoundation/Platform/OperationQueue.h>
@@ -12,6 +13,7 @@
 #include <VeltoConnectFoundation/Work/MZThroughputWorker.h>
 #include <VeltoConnectFoundation/Work/MZWorkSeries.h>
 
+#include <algorithm>
 #include <cmath>
 
 using velto::Clock;
@@ -125,59 +127,51 @@ std::string MZWorkItem::timeStringWithSeconds(Seconds seconds) {
 }
 
 void MZWorkItem::main() {
-    {
-        Guard guard(lock_);
-        if (status_ != MZWorkItemStatus::pending) {
-            return;  // a cancel has completed it already
-        }
-        startSequence_ = sequence();
-        active_ = true;
-        cancelled_ = false;
-        completeTime_.reset();
-        startTime_ = Clock::now();
-        storeStatus(MZWorkItemStatus::running);
+    const std::shared_ptr<Operation> alive = weak_from_this().lock();
+    if (!step(MZItemEvent::claim).has(MZItemCallerOwns)) {
+        return;  // it was cancelled, or has run elsewhere
     }
-    const std::exception_ptr told = deliverReports();
-    std::exception_ptr foreign;
+    const velto::Finally end([this] { step(MZItemEvent::finish); });
     try {
         worker_->run();
     } catch (const Exception& exception) {
         logWorkerException(exception);
+    } catch (...) {
+        addUncaught();
+        throw;
+    }
+}
+
+void MZWorkItem::addUncaught() {
+    try {
+        throw;
+    } catch (const Exception& exception) {
+        worker_->addException(exception);
     } catch (const std::exception& exception) {
-        foreign = std::current_exception();
         worker_->addException(Exception(velto::typeName(typeid(exception)), exception.what()));
     } catch (...) {
-        foreign = std::current_exception();
         worker_->addException(Exception({}, {}));
     }
-    rethrowFirst({foreign, told, complete()});
 }
 
 void MZWorkItem::cancel() {
-    bool cancelsWorker = false;
-    bool wasActive = false;
-    {
-        Guard guard(lock_);
-        wasActive = active_;
-        if (active_ || status_ == MZWorkItemStatus::pending) {
-            cancelsWorker = true;
-            cancelled_ = true;
-            storeStatus(MZWorkItemStatus::cancelled);
+    const std::shared_ptr<Operation> alive = weak_from_this().lock();
+    const MZItemStep cancelled = step(MZItemEvent::cancel);
+    const velto::Finally end([&] {
+        Operation::cancel();
+        if (cancelled.has(MZItemCallerOwns)) {
+            step(MZItemEvent::finish);
+        } else if (cancelled.has(MZItemCallerLeaves)) {
+            step(MZItemEvent::leave);
         }
-    }
-    const std::exception_ptr told = deliverReports();
-    std::exception_ptr foreign;
-    if (cancelsWorker) {
+    });
+    if (cancelled.has(MZItemStops)) {
         try {
             worker_->cancel();
         } catch (const Exception& exception) {
             logWorkerException(exception);
-        } catch (...) {
-            foreign = std::current_exception();
         }
     }
-    Operation::cancel();
-    rethrowFirst({foreign, told, wasActive ? nullptr : complete()});
 }
 
 void MZWorkItem::couldNotStart(const velto::Error& error) {
@@ -185,32 +179,40 @@ void MZWorkItem::couldNotStart(const velto::Error& error) {
     threadCompleted();
 }
 
-bool MZWorkItem::isCancelled() const {
-    Guard guard(lock_);
-    return cancelled_;
-}
-
 void MZWorkItem::threadCompleted() {
-    rethrowFirst({complete()});
+    step(MZItemEvent::close);
 }
 
-std::exception_ptr MZWorkItem::complete() {
+MZItemStep MZWorkItem::step(MZItemEvent event) {
+    MZItemStep step{};
     {
-        Guard guard(lock_);
-        active_ = false;
-        if (completeTime_) {
-            return nullptr;
+        const Guard guard(lock_);
+        step = MZItemStepAfter(state_, event);
+        state_ = step.next;
+        Report report;
+        if (step.has(MZItemRuns)) {
+            startSequence_ = sequence();
+            startTime_ = Clock::now();
+            report.status = show(MZWorkItemStatus::running);
         }
-        completeTime_ = Clock::now();
-        if (!cancelled_) {
+        if (step.has(MZItemStops)) {
+            report.status = show(MZWorkItemStatus::cancelled);
+        }
+        if (step.has(MZItemRecords)) {
+            completeTime_ = Clock::now();
+        }
+        if (step.has(MZItemCompletes)) {
             endSequence_ = sequence();
-            storeStatus(MZWorkItemStatus::completed);
+            report.status = show(MZWorkItemStatus::completed);
         }
-        velto::NotificationCenter::shared().postOnMainThread(MZWorkItemCompletedNotification,
-                                                             self());
-        outbox_.add(Report{.status = status_, .ended = true});
+        report.passes = step.has(MZItemStops) || step.has(MZItemCompletes) || step.has(MZItemEnds);
+        report.notifies = step.has(MZItemNotifies);
+        if (report.status || report.passes || report.notifies) {
+            outbox_.add(report);
+        }
     }
-    return deliverReports();
+    deliverReports();
+    return step;
 }
 
 void MZWorkItem::seriesCompleted() {
@@ -219,29 +221,80 @@ void MZWorkItem::seriesCompleted() {
 
 void MZWorkItem::setStatus(MZWorkItemStatus status) {
     {
-        Guard guard(lock_);
-        storeStatus(status);
-    }
-    rethrowFirst({deliverReports()});
-}
-
-void MZWorkItem::storeStatus(MZWorkItemStatus status) {
-    if (status_ != status) {
-        status_ = status;
-        outbox_.add(Report{.status = status});
-    }
-}
-
-std::exception_ptr MZWorkItem::deliverReports() {
-    return outbox_.deliver(lock_, [this](const Report& report) {
-        if (report.ended) {
-            if (const std::shared_ptr<MZWorkSeries> owner = series()) {
-                owner->workItemEnded(*this);
-            }
-        } else if (const std::shared_ptr<MZWorkItemDelegate> listener = delegate()) {
-            listener->workItemStatusChanged(*this, report.status);
+        const Guard guard(lock_);
+        if (const auto shown = show(status)) {
+            outbox_.add({.status = shown});
         }
-    });
+    }
+    std::exception_ptr failure;
+    deliverReports(&failure);
+    velto::rethrowIfAny(failure);
+}
+
+std::optional<MZWorkItemStatus> MZWorkItem::show(MZWorkItemStatus status) {
+    return status_.exchange(status) == status ? std::nullopt : std::optional(status);
+}
+
+void MZWorkItem::deliverReports(std::exception_ptr* failure) {
+    const std::shared_ptr<Operation> alive = weak_from_this().lock();
+    outbox_.deliver(
+        [this](const Report& report) {
+            std::exception_ptr raised;
+            if (const auto listener = report.status ? delegate() : nullptr;
+                listener != nullptr &&
+                listener != link(0)->series.lock()) {  // which is told of the facts
+                velto::keepingFirst(
+                    raised, [&] { listener->workItemStatusChanged(*this, *report.status); });
+            }
+            if (report.passes) {
+                velto::keepingFirst(raised, [this] { tellSeries(); });
+            }
+            if (report.notifies) {
+                velto::keepingFirst(raised, [this] {
+                    velto::NotificationCenter::shared().postOnMainThread(
+                        MZWorkItemCompletedNotification, self());
+                });
+            }
+            velto::rethrowIfAny(raised);
+        },
+        failure);
+}
+
+std::size_t MZWorkItem::linkTo(const std::weak_ptr<MZWorkSeries>& series, std::size_t index) {
+    const auto isSame = [&](const SeriesLink& link) {
+        return !link.series.owner_before(series) && !series.owner_before(link.series);
+    };
+    const Guard guard(lock_);
+    if (isSame(link_)) {
+        return link_.index;
+    }
+    if (const auto same = std::ranges::find_if(moreLinks_, isSame); same != moreLinks_.end()) {
+        return same->index;
+    }
+    if (link_.series.expired()) {
+        link_ = {series, index};
+    } else {
+        std::erase_if(moreLinks_, [](const SeriesLink& link) { return link.series.expired(); });
+        moreLinks_.push_back({series, index});
+    }
+    return index;
+}
+
+std::optional<MZWorkItem::SeriesLink> MZWorkItem::link(std::size_t number) const {
+    const Guard guard(lock_);
+    if (number == 0) {
+        return link_;
+    }
+    return number <= moreLinks_.size() ? std::optional(moreLinks_[number - 1]) : std::nullopt;
+}
+
+void MZWorkItem::tellSeries() {
+    std::size_t number = 0;
+    for (auto next = link(number); next; next = link(++number)) {
+        if (const std::shared_ptr<MZWorkSeries> series = next->series.lock()) {
+            series->itemPassed(next->index);
+        }
+    }
 }
 
 std::shared_ptr<MZWorkItem> MZWorkItem::self() {

@@ -3,9 +3,10 @@
 #include <VeltoConnectFoundation/Platform/Lock.h>
 #include <VeltoConnectFoundation/Platform/Make.h>
 #include <VeltoConnectFoundation/Platform/Operation.h>
+#include <VeltoConnectFoundation/Platform/Outbox.h>
 #include <VeltoConnectFoundation/Work/MZAbstractWorker.h>
-#include <VeltoConnectFoundation/Work/Outbox.h>
 #include <VeltoConnectFoundation/Work/WorkItemSample.h>
+#include <VeltoConnectFoundation/Work/WorkStates.h>
 
 class MZThroughputWorker;
 class MZWorkItem;
@@ -42,7 +43,9 @@ public:
 
 /// Runs one worker once on an operation-queue thread, times it, and words its progress.
 ///
-/// Pending -> Running -> Completed, or Pending/Running -> Cancelled; Cancelled is final.
+/// Pending -> Running -> Completed, or Pending/Running -> Cancelled; Cancelled is final. What may
+/// follow what stands in MZItemTable (WorkStates.h): by it the item runs once and ends once,
+/// whatever status is set and shown.
 /// Any member may be called from any thread; each takes the item's own lock.
 class VELTO_EXPORT MZWorkItem final : public velto::Operation {
 public:
@@ -71,15 +74,18 @@ public:
     /// logged and swallowed; any other kind leaves after that.
     void cancel() override;
     void couldNotStart(const velto::Error& error) override;  ///< The error becomes the worker's.
-    bool isCancelled() const override;
-    /// Records the end, once; main and cancel call it.
+    bool isCancelled() const override { return MZItemWasCancelled(state()); }
+    /// Records the completion and posts its notification, once. A pending item then ends without
+    /// having run; one whose worker still runs ends with it.
     void threadCompleted();
     void seriesCompleted();  ///< Passed on to the worker.
 
     const std::shared_ptr<MZAbstractWorker>& worker() const { return worker_; }
     MZWorkItemStatus status() const { return status_.load(); }
-    void setStatus(MZWorkItemStatus status);  ///< An equal value tells nobody.
-    bool isActive() const;                    ///< Pending or running.
+    /// What is shown and told to the delegate, not what happens: the item runs, ends and can be
+    /// cancelled as before. An equal value tells nobody. Raises the first exception of those told.
+    void setStatus(MZWorkItemStatus status);
+    bool isActive() const;  ///< Pending or running.
     bool isRunning() const { return status() == MZWorkItemStatus::running; }
 
     /// Held weakly; a null or expired delegate is not told.
@@ -136,28 +142,46 @@ public:
 
 private:
     friend class MZWorkSeries;
-    /// A status the delegate has to hear of, or the end, which the series has to hear of.
+
+    /// A series that is made of the item, and where the item stands in it first.
+    struct SeriesLink {
+        std::weak_ptr<MZWorkSeries> series;
+        std::size_t index = 0;
+    };
+    /// What has to be told after the lock, in the order of its members.
     struct Report {
-        MZWorkItemStatus status;
-        bool ended = false;
+        std::optional<MZWorkItemStatus> status;  ///< To the delegate.
+        bool passes = false;    ///< To the series: it was cancelled, or has completed or ended.
+        bool notifies = false;  ///< Its completion, on the main thread.
     };
 
-    void storeStatus(MZWorkItemStatus status) VELTO_REQUIRES(lock_);
-    [[nodiscard]] std::exception_ptr deliverReports();
-    [[nodiscard]] std::exception_ptr complete();
+    /// Where the item stands in `series` first: `index`, unless it was told of one before.
+    std::size_t linkTo(const std::weak_ptr<MZWorkSeries>& series, std::size_t index);
+    MZItemState state() const { return state_.load(); }
+    bool hasEnded() const { return MZItemHasEnded(state()); }
+    /// Whether the series has to stop for it.
+    bool hasFailed() const { return MZItemWasCancelled(state()) || worker_->hasErrors(); }
+
+    void addUncaught();  ///< Inside a catch block: what was caught becomes an error of the worker.
+    /// Steps through the table, records what the step asks for, and tells it.
+    MZItemStep step(MZItemEvent event);
+    std::optional<MZWorkItemStatus> show(MZWorkItemStatus status) VELTO_REQUIRES(lock_);
+    void deliverReports(std::exception_ptr* failure = nullptr);
+    std::optional<SeriesLink> link(std::size_t number) const;  ///< None behind the last.
+    void tellSeries();
     void dropSamples() const VELTO_REQUIRES(lock_);
     std::shared_ptr<MZWorkItem> self();
 
     const std::shared_ptr<MZAbstractWorker> worker_;
     MZThroughputWorker* const throughput_;  ///< The worker itself, or null.
-    std::atomic<MZWorkItemStatus> status_{MZWorkItemStatus::pending};
-    std::atomic<bool> dispatched_{false};  ///< Set and cleared by the series.
+    std::atomic<MZWorkItemStatus> status_{MZWorkItemStatus::pending};  ///< As it is shown.
+    std::atomic<MZItemState> state_{MZItemState::pending};             ///< Changed under the lock.
     mutable velto::Lock lock_;
-    bool active_ VELTO_GUARDED_BY(lock_) = false;
-    bool cancelled_ VELTO_GUARDED_BY(lock_) = false;
-    MZOutbox<Report> outbox_;
+    velto::Outbox<Report> outbox_{lock_, "a delegate of a work item"};
     std::weak_ptr<MZWorkItemDelegate> delegate_ VELTO_GUARDED_BY(lock_);
     std::weak_ptr<MZWorkSeries> series_ VELTO_GUARDED_BY(lock_);
+    SeriesLink link_ VELTO_GUARDED_BY(lock_);  ///< Most often the only one.
+    std::vector<SeriesLink> moreLinks_ VELTO_GUARDED_BY(lock_);
     velto::Value userInfo_ VELTO_GUARDED_BY(lock_);
     std::uint64_t startSequence_ VELTO_GUARDED_BY(lock_) = 0;
     std::uint64_t endSequence_ VELTO_GUARDED_BY(lock_) = 0;

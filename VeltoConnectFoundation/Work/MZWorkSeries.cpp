@@ -6,8 +6,10 @@
 #include <VeltoConnectFoundation/Platform/TypeName.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
 #include <VeltoConnectFoundation/Work/MZServiceCallWorker.h>
+#include <VeltoConnectFoundation/Work/MZWorkSeriesManager.h>
 
 #include <algorithm>
+#include <numeric>
 
 using velto::Array;
 using velto::Clock;
@@ -24,7 +26,7 @@ std::exception_ptr visitAll(std::span<const std::shared_ptr<MZWorkItem>> items,
                             const Visit& visit) {
     std::exception_ptr failure;
     for (const std::shared_ptr<MZWorkItem>& item : items) {
-        keepingFirst(failure, [&] { visit(*item); });
+        velto::keepingFirst(failure, [&] { visit(*item); });
     }
     return failure;
 }
@@ -39,7 +41,8 @@ std::shared_ptr<velto::OperationQueue> MZWorkSeriesDelegate::operationQueue() {
 }
 
 MZWorkSeries::MZWorkSeries(velto::PassKey, std::vector<std::shared_ptr<MZWorkItem>> workItems)
-    : workItems_(std::move(workItems)) {
+    : workItems_(std::move(workItems)),
+      manyPlaces_(workItems_.size() > fewItems ? workItems_.size() : 0) {
 }
 
 MZWorkSeries::~MZWorkSeries() = default;
@@ -59,119 +62,131 @@ std::shared_ptr<MZWorkSeries> MZWorkSeries::seriesWithWorkItems(
 }
 
 void MZWorkSeries::didCreate() {
-    for (const std::shared_ptr<MZWorkItem>& item : workItems_) {
-        item->setDelegate(weak_from_this());
-        item->setSeries(weak_from_this());
+    std::vector<std::size_t> firsts;
+    for (std::size_t index = 0; index < workItems_.size(); ++index) {
+        MZWorkItem& item = *workItems_[index];
+        item.setDelegate(weak_from_this());
+        item.setSeries(weak_from_this());
+        const std::size_t first = item.linkTo(weak_from_this(), index);
+        if (first != index && firsts.empty()) {
+            firsts.resize(workItems_.size());
+            std::iota(firsts.begin(), firsts.end(), std::size_t(0));
+        }
+        if (!firsts.empty()) {
+            firsts[index] = first;
+        }
     }
+    const Guard guard(lock_);
+    firstIndexes_ = std::move(firsts);
 }
 
 void MZWorkSeries::start() {
-    bool startedBefore = false;
-    bool starts = false;
-    {
-        Guard guard(lock_);
-        startedBefore = startTime_.has_value();
-        starts = claimStart();
-    }
-    if (startedBefore) {
+    if (startIfPending() == MZSeriesMachine::Start::again) {
         throw Exception(
             velto::InternalInconsistencyException,
             velto::format("Calling start more than once on a work series: %@", description()));
     }
-    if (starts) {
-        run();
-    }
 }
 
-void MZWorkSeries::startIfPending() {
-    bool starts = false;
+MZSeriesMachine::Start MZWorkSeries::startIfPending() {
+    const std::shared_ptr<MZWorkSeries> alive = weak_from_this().lock();
+    Turn turn;
     {
-        Guard guard(lock_);
-        starts = claimStart();
+        const Guard guard(lock_);
+        if (const auto start = machine_.start(); start != MZSeriesMachine::Start::runs) {
+            return start;
+        }
+        startTime_ = Clock::now();
+        completeTime_.reset();
+        storeStatus(MZWorkItemStatus::running);
+        turn = takeTurn();
+        settle();
     }
-    if (starts) {
-        run();
-    }
-}
-
-bool MZWorkSeries::claimStart() {
-    if (status_ != MZWorkItemStatus::pending || startTime_) {
-        return false;
-    }
-    storeStatus(MZWorkItemStatus::running);
-    startTime_ = Clock::now();
-    completeTime_.reset();
-    return true;
-}
-
-void MZWorkSeries::run() {
     deliverReports();
-    dispatchNextItem();
+    handOut(turn);
+    return MZSeriesMachine::Start::runs;
 }
 
 void MZWorkSeries::dispatchNextItem() {
-    std::shared_ptr<MZWorkItem> item;
+    const std::shared_ptr<MZWorkSeries> alive = weak_from_this().lock();
+    Turn turn;
     {
-        Guard guard(lock_);
-        if (nextIndex_ < workItems_.size()) {
-            activeIndex_ = nextIndex_++;
-            item = activeItem_ = workItems_[activeIndex_];
-            item->dispatched_ = true;
-            ++itemsUnderWay_;
-        } else {
-            stopping_ = true;
-        }
-    }
-    if (item == nullptr) {
-        completeIfIdle();
-        return;
-    }
-    if (item->completeTime()) {  // it was cancelled before it got here
-        workItemStatusChanged(*item, item->status());
-        workItemEnded(*item);
-    } else if (const std::shared_ptr<velto::OperationQueue> queue = operationQueue()) {
-        queue->addOperation(item);
-    }
-}
-
-void MZWorkSeries::workItemEnded(MZWorkItem& item) {
-    if (item.dispatched_.exchange(false)) {
-        Guard guard(lock_);
-        --itemsUnderWay_;
-    }
-    completeIfIdle();
-}
-
-void MZWorkSeries::completeIfIdle() {
-    {
-        Guard guard(lock_);
-        if (!stopping_ || itemsUnderWay_ != 0 || status_ == MZWorkItemStatus::completed) {
-            return;
-        }
-        storeStatus(MZWorkItemStatus::completed);
+        const Guard guard(lock_);
+        turn = takeTurn();
+        settle();
     }
     deliverReports();
+    handOut(turn);
 }
 
-void MZWorkSeries::workItemStatusChanged(MZWorkItem& item, MZWorkItemStatus status) {
-    if (status == MZWorkItemStatus::completed) {
-        if (item.hasErrors()) {
-            cancelRemainingJobs();
-        } else {
-            dispatchNextItem();
+MZWorkSeries::Turn MZWorkSeries::takeTurn() {
+    while (const std::optional<std::size_t> index = machine_.takeTurn(workItems_.size())) {
+        activeIndex_ = *index;
+        activeItem_ = workItems_[*index];
+        const std::size_t first = firstIndexes_.empty() ? *index : firstIndexes_[*index];
+        if (machine_.await(place(first))) {
+            return first;
         }
-    } else if (status == MZWorkItemStatus::cancelled) {
-        cancelRemainingJobs();
+    }
+    return std::nullopt;
+}
+
+MZItemPlace& MZWorkSeries::place(std::size_t index) {
+    return manyPlaces_.empty() ? fewPlaces_[index] : manyPlaces_[index];
+}
+
+MZWorkSeries::Turn MZWorkSeries::passItem(std::size_t index) {
+    const MZWorkItem& item = *workItems_[index];
+    const bool ends = item.hasEnded();
+    const bool fails = item.hasFailed();
+    Turn turn;
+    std::size_t swept = workItems_.size();
+    {
+        const Guard guard(lock_);
+        const bool advances = machine_.pass(place(index), ends);
+        if (fails && machine_.hasWaiting(workItems_.size())) {
+            swept = machine_.beginSweep(workItems_.size());
+        } else if (fails) {
+            machine_.stop();
+        } else if (advances) {
+            turn = takeTurn();
+        }
+        settle();
+    }
+    deliverReports();
+    velto::rethrowIfAny(sweepFrom(swept));
+    return turn;
+}
+
+void MZWorkSeries::handOut(Turn turn) {
+    while (turn) {
+        const std::shared_ptr<MZWorkItem>& item = workItems_[*turn];
+        if (!item->hasEnded()) {
+            enqueue(item);
+            return;
+        }
+        turn = passItem(*turn);  // it ended before its turn: that counts for it
     }
 }
 
-void MZWorkSeries::cancelRemainingJobs() {
-    std::size_t first = 0;
-    {
-        Guard guard(lock_);
-        first = std::exchange(nextIndex_, workItems_.size());
-        stopping_ = true;
-        ++itemsUnderWay_;  // it ends when all have been cancelled, not in between
+void MZWorkSeries::enqueue(const std::shared_ptr<MZWorkItem>& item) {
+    if (item->state() != MZItemState::pending) {
+        return;  // it runs elsewhere, and is awaited
+    }
+    try {
+        if (const std::shared_ptr<velto::OperationQueue> queue = operationQueue()) {
+            (void)queue->addOperationIfNew(item);
+        }
+    } catch (...) {
+        // It will never run: an error of the work, and its end.
+        item->addUncaught();
+        item->threadCompleted();
+    }
+}
+
+std::exception_ptr MZWorkSeries::sweepFrom(std::size_t first) {
+    if (first == workItems_.size()) {
+        return nullptr;
     }
     std::exception_ptr failure =
         visitAll(std::span(workItems_).subspan(first), [](MZWorkItem& item) {
@@ -179,79 +194,161 @@ void MZWorkSeries::cancelRemainingJobs() {
             item.cancel();
         });
     {
-        Guard guard(lock_);
-        --itemsUnderWay_;
+        const Guard guard(lock_);
+        machine_.endStop();
+        settle();
     }
-    keepingFirst(failure, [this] { completeIfIdle(); });
-    rethrowFirst({failure});
+    deliverReports();
+    return failure;
+}
+
+void MZWorkSeries::workItemStatusChanged(MZWorkItem& item, MZWorkItemStatus status) {
+    const std::shared_ptr<MZWorkSeries> alive = weak_from_this().lock();
+    const MZItemState state = item.state();
+    const bool isFact = status == MZWorkItemStatus::completed   ? MZItemHasCompleted(state)
+                        : status == MZWorkItemStatus::cancelled ? MZItemWasCancelled(state)
+                                                                : false;
+    const auto place = std::ranges::find(workItems_, &item, &std::shared_ptr<MZWorkItem>::get);
+    if (isFact && place != workItems_.end()) {
+        itemPassed(static_cast<std::size_t>(place - workItems_.begin()));
+    }
+}
+
+void MZWorkSeries::cancelRemainingJobs() {
+    const std::shared_ptr<MZWorkSeries> alive = weak_from_this().lock();
+    std::size_t first = workItems_.size();
+    {
+        const Guard guard(lock_);
+        if (machine_.hasWaiting(workItems_.size())) {
+            first = machine_.beginSweep(workItems_.size());
+        } else {
+            machine_.stop();
+        }
+        settle();
+    }
+    deliverReports();
+    velto::rethrowIfAny(sweepFrom(first));
 }
 
 void MZWorkSeries::cancel() {
-    rethrowFirst({visitAll(workItems_, [](MZWorkItem& item) { item.cancel(); }),
-                  visitAll(workItems_, [](MZWorkItem& item) {
-                      item.worker()->setWorkStatus(MZWorkStatusCancelled);
-                  })});
+    const std::shared_ptr<MZWorkSeries> alive = weak_from_this().lock();
+    {
+        const Guard guard(lock_);
+        machine_.beginStop();
+    }
+    std::exception_ptr failure = visitAll(workItems_, [](MZWorkItem& item) { item.cancel(); });
+    velto::keepingFirst(failure, [this] {
+        velto::rethrowIfAny(visitAll(workItems_, [](MZWorkItem& item) {
+            item.worker()->setWorkStatus(MZWorkStatusCancelled);
+        }));
+    });
+    {
+        const Guard guard(lock_);
+        machine_.endStop();
+        settle();
+    }
+    deliverReports();
+    velto::rethrowIfAny(failure);
 }
 
-void MZWorkSeries::cancelWithoutTelling() {
-    {
-        Guard guard(lock_);
-        muted_ = true;
+void MZWorkSeries::settle() {
+    if (machine_.settles()) {
+        storeStatus(MZWorkItemStatus::completed, true);
     }
-    std::exception_ptr failure;
-    keepingFirst(failure, [this] { cancel(); });
-    {
-        Guard guard(lock_);
-        muted_ = false;
-    }
-    rethrowFirst({failure});
 }
 
 void MZWorkSeries::setStatus(MZWorkItemStatus status) {
     {
-        Guard guard(lock_);
+        const Guard guard(lock_);
         storeStatus(status);
     }
-    deliverReports();
+    std::exception_ptr failure;
+    deliverReports(&failure);
+    velto::rethrowIfAny(failure);
 }
 
-void MZWorkSeries::storeStatus(MZWorkItemStatus status) {
+void MZWorkSeries::storeStatus(MZWorkItemStatus status, bool ends) {
     const bool completes = status == MZWorkItemStatus::completed;
-    if (completes && completeTime_) {
-        return;
-    }
+    const bool isNews = !completes || !std::exchange(isCompletionTold_, true);
     status_ = status;
-    if (completes) {
+    if (completes && isNews) {
         completeTime_ = Clock::now();
     }
-    outbox_.add(status);
+    if (isNews || ends) {
+        outbox_.add({.status = status, .isShown = isNews, .ends = ends});
+    }
 }
 
-void MZWorkSeries::deliverReports() {
-    const std::shared_ptr<MZWorkSeries> self = shared_from_this();
-    const std::exception_ptr failed = outbox_.deliver(lock_, [&](MZWorkItemStatus status) {
-        bool muted = false;
-        {
-            Guard guard(lock_);
-            muted = muted_;
+void MZWorkSeries::deliverReports(std::exception_ptr* failure) {
+    const std::shared_ptr<MZWorkSeries> alive = weak_from_this().lock();
+    outbox_.deliver([this](const Report& report) { tell(report); }, failure);
+}
+
+void MZWorkSeries::tell(const Report& report) {
+    std::exception_ptr failure;
+    std::shared_ptr<MZWorkSeriesDelegate> listener = report.isShown ? delegate() : nullptr;
+    for (std::size_t number = 0; report.ends; ++number) {
+        const std::shared_ptr<MZWorkSeriesManager> owner = manager(number);
+        if (owner == nullptr) {
+            break;
         }
-        std::exception_ptr failure;
-        if (const std::shared_ptr<MZWorkSeriesDelegate> listener = delegate(); listener && !muted) {
-            keepingFirst(failure, [&] { listener->workSeriesStatusChanged(*this, status); });
+        if (listener == owner) {
+            listener.reset();  // told by the end
         }
-        if (status == MZWorkItemStatus::completed) {
-            // After the delegate: who is notified finds the series in the manager's history.
+        velto::keepingFirst(failure, [&] { owner->seriesEnded(*this, report.isShown); });
+    }
+    if (listener != nullptr) {
+        velto::keepingFirst(failure,
+                            [&] { listener->workSeriesStatusChanged(*this, report.status); });
+    }
+    if (report.isShown && report.status == MZWorkItemStatus::completed) {
+        // After the managers: who is notified finds the series in the history.
+        velto::keepingFirst(failure, [this] {
             velto::NotificationCenter::shared().postOnMainThread(MZWorkSeriesCompletedNotification,
-                                                                 self);
-            keepingFirst(failure, [this] { notifyWorkItemsOfSeriesCompletion(); });
-        }
-        rethrowFirst({failure});
-    });
-    rethrowFirst({failed});
+                                                                 shared_from_this());
+        });
+        velto::keepingFirst(failure, [this] { notifyWorkItemsOfSeriesCompletion(); });
+    }
+    velto::rethrowIfAny(failure);
+}
+
+bool MZWorkSeries::linkTo(const std::weak_ptr<MZWorkSeriesManager>& manager) {
+    const auto isSame = [&](const std::weak_ptr<MZWorkSeriesManager>& other) {
+        return !other.owner_before(manager) && !manager.owner_before(other);
+    };
+    const Guard guard(lock_);
+    if (isSame(manager_) || std::ranges::any_of(moreManagers_, isSame)) {
+        return false;
+    }
+    if (manager_.expired()) {
+        manager_ = manager;
+    } else {
+        moreManagers_.push_back(manager);
+    }
+    return true;
+}
+
+/// Null behind the last; one that is gone is passed over.
+std::shared_ptr<MZWorkSeriesManager> MZWorkSeries::manager(std::size_t number) const {
+    const Guard guard(lock_);
+    if (number == 0) {
+        return manager_.lock();
+    }
+    return number <= moreManagers_.size() ? moreManagers_[number - 1].lock() : nullptr;
+}
+
+bool MZWorkSeries::hasEnded() const {
+    const Guard guard(lock_);
+    return machine_.hasEnded();
+}
+
+bool MZWorkSeries::isPending() const {
+    const Guard guard(lock_);
+    return machine_.isPending();
 }
 
 void MZWorkSeries::notifyWorkItemsOfSeriesCompletion() {
-    rethrowFirst({visitAll(workItems_, [](MZWorkItem& item) { item.seriesCompleted(); })});
+    velto::rethrowIfAny(visitAll(workItems_, [](MZWorkItem& item) { item.seriesCompleted(); }));
 }
 
 bool MZWorkSeries::isActive() const {

@@ -2,6 +2,8 @@
 
 #include <VeltoConnectFoundation/Work/MZWorkItem.h>
 
+#include <array>
+
 class MZWorkSeries;
 class MZWorkSeriesManager;
 
@@ -24,7 +26,8 @@ public:
 /// An ordered list of work items that run one after another and stop at the first that fails.
 ///
 /// Pending -> Running -> Completed. It ends as completed also when it stopped early, once nothing
-/// of it runs any more: hasErrors() tells failure, isCancelled() cancellation. It runs once.
+/// of it runs any more: hasErrors() tells failure, isCancelled() cancellation. It runs once. What
+/// happens to its items reaches it whoever is their delegate (MZSeriesMachine, WorkStates.h).
 /// Any member may be called from any thread; each takes the series' own lock.
 class VELTO_EXPORT MZWorkSeries final : public MZWorkItemDelegate,
                                         public std::enable_shared_from_this<MZWorkSeries> {
@@ -47,12 +50,14 @@ public:
     void cancel();
     /// Cancels what has not been dispatched yet; the series then ends with the item that runs.
     void cancelRemainingJobs();
-    /// Hands the next item to the operation queue; without one left the series ends.
+    /// Hands the next item to the operation queue, beside those that run; without one left the
+    /// series ends when none runs any more.
     void dispatchNextItem();
 
     const std::vector<std::shared_ptr<MZWorkItem>>& workItems() const { return workItems_; }
     MZWorkItemStatus status() const { return status_.load(); }
-    /// 3 is taken once.
+    /// What is shown and told to the delegate, not what happens: items run and the series ends as
+    /// before. 3 is told and posted once. Raises the first exception of those told.
     void setStatus(MZWorkItemStatus status);
     bool isActive() const;  ///< Pending or running.
     bool isRunning() const { return status() == MZWorkItemStatus::running; }
@@ -96,6 +101,8 @@ public:
     velto::Array httpStatusCodes() const;  ///< { method: status } for each call to a service.
     velto::Array httpHeaders() const;  ///< { method: response headers } for each call to a service.
 
+    /// Does nothing unless the item has completed or was cancelled: a status that was only set is
+    /// not taken for the fact.
     void workItemStatusChanged(MZWorkItem& item, MZWorkItemStatus status) override;
 
     std::string description() const;
@@ -104,34 +111,62 @@ private:
     friend class MZWorkItem;
     friend class MZWorkSeriesManager;
 
-    void startIfPending();  ///< The manager's start.
-    bool claimStart() VELTO_REQUIRES(lock_);
-    void run();
-    void cancelWithoutTelling();  ///< Cancels while the delegate hears nothing of it.
-    void workItemEnded(MZWorkItem& item);
-    void completeIfIdle();
-    void storeStatus(MZWorkItemStatus status) VELTO_REQUIRES(lock_);
-    void deliverReports();
+    /// What has to be told after the lock, in the order of its members.
+    struct Report {
+        MZWorkItemStatus status;
+        bool isShown;  ///< To the delegate; 3 is posted, and the items hear of it.
+        bool ends;     ///< To the managers.
+    };
+
+    /// The manager hears of the series' end, once. False when it was told to do so before.
+    [[nodiscard]] bool linkTo(const std::weak_ptr<MZWorkSeriesManager>& manager);
+    bool hasEnded() const;
+    bool isPending() const;
+    MZSeriesMachine::Start startIfPending();
+    /// The item that stands first at `index` was cancelled, has completed, or has ended.
+    void itemPassed(std::size_t index) { handOut(passItem(index)); }
+
+    /// Where the item whose turn has come stands first; none when it is nobody's turn.
+    using Turn = std::optional<std::size_t>;
+    Turn takeTurn() VELTO_REQUIRES(lock_);
+    /// Takes in what has become of the item; answers whose turn has come by that.
+    Turn passItem(std::size_t index);
+    void handOut(Turn turn);
+    void enqueue(const std::shared_ptr<MZWorkItem>& item);
+    /// Cancels the items from `first` on; answers the first exception.
+    [[nodiscard]] std::exception_ptr sweepFrom(std::size_t first);
+    void settle() VELTO_REQUIRES(lock_);
+    void storeStatus(MZWorkItemStatus status, bool ends = false) VELTO_REQUIRES(lock_);
+    void deliverReports(std::exception_ptr* failure = nullptr);
+    void tell(const Report& report);
+    std::shared_ptr<MZWorkSeriesManager> manager(std::size_t number) const;
+    MZItemPlace& place(std::size_t index) VELTO_REQUIRES(lock_);
     template <class Visit>
     void visitCompletedItems(const Visit& visit) const;
     template <class Entry>
     velto::Array serviceCalls(const Entry& entry) const;
 
+    static constexpr std::size_t fewItems = 8;
+
     const std::vector<std::shared_ptr<MZWorkItem>> workItems_;
-    std::atomic<MZWorkItemStatus> status_{MZWorkItemStatus::pending};
+    std::atomic<MZWorkItemStatus> status_{MZWorkItemStatus::pending};  ///< As it is shown.
     std::atomic<std::int64_t> type_{0};
-    std::atomic<bool> endTold_{false};  ///< Set by the manager.
     mutable velto::Lock lock_;
-    std::size_t nextIndex_ VELTO_GUARDED_BY(lock_) = 0;
+    MZSeriesMachine machine_ VELTO_GUARDED_BY(lock_);
+    /// One for each item; of one that stands in the list again, the first counts.
+    std::array<MZItemPlace, fewItems> fewPlaces_ VELTO_GUARDED_BY(lock_){};
+    std::vector<MZItemPlace> manyPlaces_ VELTO_GUARDED_BY(lock_);
+    /// By index, where that item stands first; empty when none stands in the list again.
+    std::vector<std::size_t> firstIndexes_ VELTO_GUARDED_BY(lock_);
     std::size_t activeIndex_ VELTO_GUARDED_BY(lock_) = 0;
-    /// What keeps the series from ending: items dispatched and not yet ended, and sweeps.
-    std::size_t itemsUnderWay_ VELTO_GUARDED_BY(lock_) = 0;
-    bool stopping_ VELTO_GUARDED_BY(lock_) = false;  ///< Ends as soon as nothing is under way.
-    bool muted_ VELTO_GUARDED_BY(lock_) = false;     ///< The delegate hears nothing.
-    MZOutbox<MZWorkItemStatus> outbox_;
+    velto::Outbox<Report> outbox_{lock_, "a delegate or worker of a work series"};
     std::shared_ptr<MZWorkItem> activeItem_ VELTO_GUARDED_BY(lock_);
     std::weak_ptr<MZWorkSeriesDelegate> delegate_ VELTO_GUARDED_BY(lock_);
+    std::weak_ptr<MZWorkSeriesManager> manager_
+        VELTO_GUARDED_BY(lock_);  ///< Most often the only one.
+    std::vector<std::weak_ptr<MZWorkSeriesManager>> moreManagers_ VELTO_GUARDED_BY(lock_);
     velto::Value userInfo_ VELTO_GUARDED_BY(lock_);
     std::optional<velto::Date> startTime_ VELTO_GUARDED_BY(lock_);
     std::optional<velto::Date> completeTime_ VELTO_GUARDED_BY(lock_);
+    bool isCompletionTold_ VELTO_GUARDED_BY(lock_) = false;
 };

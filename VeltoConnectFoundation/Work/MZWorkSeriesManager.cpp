@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/Format.h>
 #include <VeltoConnectFoundation/Platform/OperationQueue.h>
+#include <VeltoConnectFoundation/Platform/SmallQueue.h>
 #include <VeltoConnectFoundation/Platform/TypeName.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
@@ -29,29 +30,44 @@ DefaultManager& defaultManagerHolder() {
 
 }  // namespace
 
-bool MZWorkSeriesManager::SeriesQueue::add(const std::shared_ptr<MZWorkSeries>& series) {
-    const auto [place, added] = index_.try_emplace(series.get());
-    if (added) {
-        place->second = list_.insert(list_.end(), series);
+/// One for each thread and manager: who starts series while an outer one of this thread is at it
+/// leaves them to that one, so that series which end as they start make no recursion.
+class MZWorkSeriesManager::Starts {
+public:
+    explicit Starts(MZWorkSeriesManager& manager) : manager_(manager), outer_(innermost) {
+        innermost = this;
     }
-    return added;
-}
+    ~Starts() { innermost = outer_; }
+    Starts(const Starts&) = delete;
+    Starts& operator=(const Starts&) = delete;
 
-std::shared_ptr<MZWorkSeries> MZWorkSeriesManager::SeriesQueue::take(const MZWorkSeries* series) {
-    const auto place = index_.find(series);
-    if (place == index_.end()) {
-        return nullptr;
+    /// Decides, and has what was decided on started.
+    template <class Decision>
+    static void make(MZWorkSeriesManager& manager, const Decision& decide) {
+        for (Starts* other = innermost; other != nullptr; other = other->outer_) {
+            if (&other->manager_ == &manager) {
+                decide(*other);
+                return;
+            }
+        }
+        const std::shared_ptr<MZWorkSeriesManager> alive = manager.weak_from_this().lock();
+        Starts own(manager);
+        std::exception_ptr failure;
+        velto::keepingFirst(failure, [&] { decide(own); });
+        while (const auto series = own.waiting_.take()) {
+            velto::keepingFirst(failure, [&] { (void)(*series)->startIfPending(); });
+        }
+        velto::rethrowIfAny(failure);
     }
-    std::shared_ptr<MZWorkSeries> taken = std::move(*place->second);
-    list_.erase(place->second);
-    index_.erase(place);
-    return taken;
-}
 
-void MZWorkSeriesManager::SeriesQueue::clear() {
-    list_.clear();
-    index_.clear();
-}
+    void add(std::shared_ptr<MZWorkSeries> series) { waiting_.add(std::move(series)); }
+
+private:
+    static inline thread_local Starts* innermost = nullptr;
+    MZWorkSeriesManager& manager_;
+    Starts* const outer_;
+    velto::SmallQueue<std::shared_ptr<MZWorkSeries>> waiting_;
+};
 
 MZWorkSeriesManager::MZWorkSeriesManager(velto::PassKey)
     : operationQueue_(velto::OperationQueue::make()),
@@ -76,87 +92,145 @@ void MZWorkSeriesManager::setDefaultManager(std::shared_ptr<MZWorkSeriesManager>
 }
 
 void MZWorkSeriesManager::submitWork(std::shared_ptr<MZWorkSeries> series) {
-    series->setDelegate(weak_from_this());
-    {
-        Guard guard(lock_);
-        if (countedAs_.contains(series.get())) {
-            return;
-        }
-        pending_.add(series);
+    const std::shared_ptr<MZWorkSeriesManager> alive = weak_from_this().lock();
+    series->setDelegate(alive);
+    if (!series->linkTo(alive)) {
+        return;  // it was submitted before
     }
-    if (series->status() == MZWorkItemStatus::completed) {
-        workSeriesStatusChanged(
-            *series, MZWorkItemStatus::completed);  // it was cancelled before it got here
-    } else {
-        startNext(series);
+    Starts::make(*this, [&](Starts& starts) {
+        const std::int64_t type = series->type();
+        const Guard guard(lock_);
+        const auto record = waiting_.insert(waiting_.end(), {.series = series});
+        records_.emplace(series.get(), record);
+        const auto limit = types_.find(type);
+        if (limit == types_.end() || !limit->second.throttle) {
+            start(record, starts);
+        } else {
+            startOneOfType(type, starts);
+        }
+    });
+    if (series->hasEnded()) {
+        seriesEnded(*series, true);  // it had ended before the manager was linked to it
     }
 }
 
-void MZWorkSeriesManager::startNext(const std::shared_ptr<MZWorkSeries>& series) {
-    const std::int64_t type = series->type();
-    bool starts = false;
-    {
-        Guard guard(lock_);
-        if (!throttles_.contains(type)) {
-            if (pending_.take(series.get()) == nullptr) {
-                return;
-            }
-            activate(series);
-            starts = true;
-        }
+bool MZWorkSeriesManager::startOneOfType(std::int64_t type, Starts& starts) {
+    const auto limit = types_.find(type);
+    if (limit != types_.end() && !limit->second.hasRoom()) {
+        return false;
     }
-    if (starts) {
-        series->startIfPending();
-    } else {
-        startNextOfType(type);
+    const auto next = std::ranges::find_if(waiting_, [&](const Record& record) {
+        return record.series->type() == type && record.series->isPending();
+    });
+    if (next == waiting_.end()) {
+        return false;
     }
-}
-
-void MZWorkSeriesManager::startNextOfType(std::int64_t type) {
-    {
-        Guard guard(lock_);
-        typesWithRoom_.add(type);
-    }
-    rethrowFirst(
-        {typesWithRoom_.deliver(lock_, [this](std::int64_t next) { startOneOfType(next); })});
-}
-
-bool MZWorkSeriesManager::startOneOfType(std::int64_t type) {
-    std::shared_ptr<MZWorkSeries> next;
-    {
-        Guard guard(lock_);
-        const auto throttle = throttles_.find(type);
-        if (throttle == throttles_.end() || activeOfType_[type] >= throttle->second) {
-            return false;
-        }
-        const auto found = std::ranges::find_if(pending_.list(), [&](const auto& series) {
-            return series->type() == type && series->status() == MZWorkItemStatus::pending;
-        });
-        if (found == pending_.list().end()) {
-            return false;
-        }
-        next = pending_.take(found->get());
-        activate(next);
-    }
-    next->startIfPending();
+    start(next, starts);
     return true;
 }
 
-void MZWorkSeriesManager::activate(const std::shared_ptr<MZWorkSeries>& series) {
-    const std::int64_t type = series->type();
-    active_.add(series);
-    countedAs_[series.get()] = type;
-    ++activeOfType_[type];
+void MZWorkSeriesManager::start(Records::iterator record, Starts& starts) {
+    SeriesList none;
+    record->type = record->series->type();
+    (void)step(record, MZSubmittedEvent::start, none);
+    starts.add(record->series);
 }
 
-std::int64_t MZWorkSeriesManager::deactivate(const MZWorkSeries& series) {
-    const auto counted = countedAs_.find(&series);
-    const std::int64_t type = counted->second;
-    countedAs_.erase(counted);
-    if (const auto count = activeOfType_.find(type); --count->second == 0) {
-        activeOfType_.erase(count);
+MZSubmittedStep MZWorkSeriesManager::step(Records::iterator record,
+                                          MZSubmittedEvent event,
+                                          SeriesList& forgotten) {
+    Records& from = list(record->state);
+    const MZSubmittedStep step = MZSubmittedStepAfter(record->state, event);
+    record->state = step.next;
+    if (step.has(MZSubmittedCounts)) {
+        ++types_[record->type].active;
     }
-    return type;
+    if (step.has(MZSubmittedFrees)) {
+        const auto type = types_.find(record->type);
+        if (--type->second.active == 0 && !type->second.throttle) {
+            types_.erase(type);
+        }
+    }
+    if (step.has(MZSubmittedRemembers)) {
+        addToHistory(record->series, forgotten);
+    }
+    if (step.next == MZSubmittedState::gone) {
+        records_.erase(record->series.get());
+        forgotten.push_back(std::move(record->series));
+        from.erase(record);
+    } else {
+        Records& to = list(step.next);
+        to.splice(to.end(), from, record);
+    }
+    return step;
+}
+
+MZWorkSeriesManager::Records& MZWorkSeriesManager::list(MZSubmittedState state) {
+    return state == MZSubmittedState::waiting   ? waiting_
+           : state == MZSubmittedState::running ? running_
+                                                : dismissed_;
+}
+
+void MZWorkSeriesManager::seriesEnded(MZWorkSeries& series, bool isNews) {
+    SeriesList forgotten;
+    Starts::make(*this, [&](Starts& starts) {
+        std::shared_ptr<MZWorkSeriesDelegate> listener;
+        {
+            const Guard guard(lock_);
+            const auto found = records_.find(&series);
+            if (found == records_.end()) {
+                return;
+            }
+            const std::int64_t type = found->second->type;
+            const MZSubmittedStep ended = step(found->second, MZSubmittedEvent::end, forgotten);
+            if (ended.has(MZSubmittedTells) && isNews) {
+                listener = delegate_.lock();
+            }
+            if (ended.has(MZSubmittedFrees)) {
+                startOneOfType(type, starts);
+            }
+        }
+        if (listener != nullptr) {
+            listener->workSeriesStatusChanged(series, MZWorkItemStatus::completed);
+        }
+    });
+}
+
+void MZWorkSeriesManager::workSeriesStatusChanged(MZWorkSeries& series, MZWorkItemStatus status) {
+    if (status != MZWorkItemStatus::cancelled && status != MZWorkItemStatus::completed) {
+        return;
+    }
+    std::shared_ptr<MZWorkSeriesDelegate> listener;
+    {
+        const Guard guard(lock_);
+        const auto found = records_.find(&series);
+        if (found != records_.end() && (found->second->state == MZSubmittedState::waiting ||
+                                        found->second->state == MZSubmittedState::running)) {
+            listener = delegate_.lock();
+        }
+    }
+    if (listener != nullptr) {
+        Starts::make(*this, [&](Starts&) { listener->workSeriesStatusChanged(series, status); });
+    }
+}
+
+void MZWorkSeriesManager::cancelAllWork() {
+    SeriesList cancelled;
+    SeriesList forgotten;
+    {
+        const Guard guard(lock_);
+        for (Records* const records : {&waiting_, &running_}) {
+            while (!records->empty()) {
+                cancelled.push_back(records->front().series);
+                (void)step(records->begin(), MZSubmittedEvent::dismiss, forgotten);
+            }
+        }
+    }
+    std::exception_ptr failure;
+    for (const std::shared_ptr<MZWorkSeries>& series : cancelled) {
+        velto::keepingFirst(failure, [&] { series->cancel(); });
+    }
+    velto::rethrowIfAny(failure);
 }
 
 void MZWorkSeriesManager::addToHistory(std::shared_ptr<MZWorkSeries> series,
@@ -170,77 +244,12 @@ void MZWorkSeriesManager::addToHistory(std::shared_ptr<MZWorkSeries> series,
     }
 }
 
-std::optional<std::int64_t> MZWorkSeriesManager::retire(MZWorkSeries& series) {
-    SeriesList forgotten;
-    Guard guard(lock_);
-    if (std::shared_ptr<MZWorkSeries> ended = active_.take(&series)) {
-        const std::int64_t type = deactivate(series);
-        addToHistory(std::move(ended), forgotten);
-        return type;
-    }
-    if (std::shared_ptr<MZWorkSeries> ended = pending_.take(&series)) {
-        addToHistory(std::move(ended), forgotten);
-        return series.type();
-    }
-    if (lingering_.take(&series) != nullptr) {
-        return deactivate(series);
-    }
-    return std::nullopt;
-}
-
-void MZWorkSeriesManager::workSeriesStatusChanged(MZWorkSeries& series, MZWorkItemStatus status) {
-    if (status != MZWorkItemStatus::cancelled && status != MZWorkItemStatus::completed) {
-        return;
-    }
-    // The end of a series that is cancelled while it is being submitted comes twice.
-    const bool isNews = status != MZWorkItemStatus::completed || !series.endTold_.exchange(true);
-    const std::optional<std::int64_t> type = retire(series);
-    std::exception_ptr failure;
-    if (const std::shared_ptr<MZWorkSeriesDelegate> listener = delegate(); listener && isNews) {
-        keepingFirst(failure, [&] { listener->workSeriesStatusChanged(series, status); });
-    }
-    if (type) {
-        keepingFirst(failure, [&] { startNextOfType(*type); });
-    }
-    rethrowFirst({failure});
-}
-
-void MZWorkSeriesManager::cancelAllWork() {
-    SeriesList cancelled;
-    SeriesList forgotten;
-    {
-        Guard guard(lock_);
-        for (const std::shared_ptr<MZWorkSeries>& series : pending_.list()) {
-            cancelled.push_back(series);
-            addToHistory(series, forgotten);
-        }
-        for (const std::shared_ptr<MZWorkSeries>& series : active_.list()) {
-            cancelled.push_back(series);
-            addToHistory(series, forgotten);
-            lingering_.add(series);
-        }
-        pending_.clear();
-        active_.clear();
-    }
-    std::exception_ptr failure;
-    for (const std::shared_ptr<MZWorkSeries>& series : cancelled) {
-        keepingFirst(failure, [&] { series->cancelWithoutTelling(); });
-    }
-    for (const std::shared_ptr<MZWorkSeries>& series : cancelled) {
-        if (series->isActive()) {
-            continue;
-        }
-        if (const auto type = retire(*series)) {  // it ended unheard: its place is free
-            keepingFirst(failure, [&] { startNextOfType(*type); });
-        }
-    }
-    rethrowFirst({failure});
-}
-
 MZWorkSeriesManager::SeriesList MZWorkSeriesManager::activeWork() const {
-    Guard guard(lock_);
-    SeriesList all(pending_.list().begin(), pending_.list().end());
-    all.insert(all.end(), active_.list().begin(), active_.list().end());
+    SeriesList all;
+    const Guard guard(lock_);
+    for (const Records* const records : {&waiting_, &running_}) {
+        std::ranges::transform(*records, std::back_inserter(all), &Record::series);
+    }
     return all;
 }
 
@@ -270,27 +279,22 @@ void MZWorkSeriesManager::clearCompletedWork() {
 }
 
 std::optional<std::uint32_t> MZWorkSeriesManager::throttleForType(std::int64_t type) const {
-    Guard guard(lock_);
-    const auto throttle = throttles_.find(type);
-    return throttle == throttles_.end() ? std::nullopt : std::optional(throttle->second);
+    const Guard guard(lock_);
+    const auto limit = types_.find(type);
+    return limit == types_.end() ? std::nullopt : limit->second.throttle;
 }
 
 void MZWorkSeriesManager::setThrottle(std::optional<std::uint32_t> throttle, std::int64_t type) {
-    SeriesList freed;
-    {
-        Guard guard(lock_);
-        if (throttle) {
-            throttles_[type] = *throttle;
-        } else if (throttles_.erase(type) != 0) {
-            std::ranges::copy_if(pending_.list(), std::back_inserter(freed),
-                                 [&](const auto& series) { return series->type() == type; });
+    Starts::make(*this, [&](Starts& starts) {
+        const Guard guard(lock_);
+        types_[type].throttle = throttle;
+        while (startOneOfType(type, starts)) {
         }
-    }
-    for (const std::shared_ptr<MZWorkSeries>& series : freed) {
-        startNext(series);
-    }
-    while (throttle && startOneOfType(type)) {
-    }
+        if (const auto limit = types_.find(type);
+            limit->second.active == 0 && !limit->second.throttle) {
+            types_.erase(limit);
+        }
+    });
 }
 
 std::int64_t MZWorkSeriesManager::maxCompletedWork() const {
@@ -320,6 +324,6 @@ void MZWorkSeriesManager::setDelegate(std::weak_ptr<MZWorkSeriesDelegate> delega
 std::string MZWorkSeriesManager::description() const {
     Guard guard(lock_);
     return velto::format("%@ pending: %lu active: %lu completed: %lu",
-                         velto::defaultDescription(typeid(*this), this), pending_.list().size(),
-                         active_.list().size(), completed_.size());
+                         velto::defaultDescription(typeid(*this), this), waiting_.size(),
+                         running_.size(), completed_.size());
 }

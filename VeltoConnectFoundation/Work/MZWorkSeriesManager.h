@@ -26,8 +26,9 @@ public:
     static std::shared_ptr<MZWorkSeriesManager> defaultManager();  ///< Made on first use.
     static void setDefaultManager(std::shared_ptr<MZWorkSeriesManager> manager);
 
-    /// Starts the series at once, or when its type's throttle allows it. One that is active stays
-    /// as it is.
+    /// Starts the series before it returns, or when its type's throttle allows it; inside a report
+    /// or a start of this manager, when that is over. One that was submitted before stays as it
+    /// is; one that has ended enters the history at once.
     void submitWork(std::shared_ptr<MZWorkSeries> series);
     SeriesList activeWork() const;     ///< Pending, then active.
     SeriesList completedWork() const;  ///< Oldest first.
@@ -52,51 +53,51 @@ public:
     std::shared_ptr<MZWorkSeriesDelegate> delegate() const;
     void setDelegate(std::weak_ptr<MZWorkSeriesDelegate> delegate);
 
+    /// Of a series that shows 2 or 3 and has not ended, the delegate is told; nothing else.
     void workSeriesStatusChanged(MZWorkSeries& series, MZWorkItemStatus status) override;
 
     std::string description() const;
 
 private:
-    /// Series in order, with removal of any of them in constant time.
-    class SeriesQueue {
-    public:
-        bool add(const std::shared_ptr<MZWorkSeries>& series);
-        std::shared_ptr<MZWorkSeries> take(const MZWorkSeries* series);  ///< Null when not here.
-        const std::list<std::shared_ptr<MZWorkSeries>>& list() const { return list_; }
-        void clear();
+    friend class MZWorkSeries;
 
-    private:
-        std::list<std::shared_ptr<MZWorkSeries>> list_;
-        std::unordered_map<const MZWorkSeries*, std::list<std::shared_ptr<MZWorkSeries>>::iterator>
-            index_;
+    struct Record {
+        std::shared_ptr<MZWorkSeries> series;
+        MZSubmittedState state = MZSubmittedState::waiting;
+        std::int64_t type = 0;  ///< Under which it counts while it has a place.
     };
+    using Records = std::list<Record>;
+    struct TypeLimit {
+        std::uint32_t active = 0;
+        std::optional<std::uint32_t> throttle;
 
-    void startNext(const std::shared_ptr<MZWorkSeries>& series);
-    /// Starts at most one series. In a loop, for series may end as soon as they are started.
-    void startNextOfType(std::int64_t type);
-    /// False when the throttle or the list allows none.
-    bool startOneOfType(std::int64_t type);
-    void activate(const std::shared_ptr<MZWorkSeries>& series) VELTO_REQUIRES(lock_);
-    /// Answers the type that has room again.
-    std::int64_t deactivate(const MZWorkSeries& series) VELTO_REQUIRES(lock_);
+        bool hasRoom() const { return !throttle || active < *throttle; }
+    };
+    /// The series that this thread has yet to start; starts never nest.
+    class Starts;
+
+    /// The series has ended; `isNews` unless its completion was told before.
+    void seriesEnded(MZWorkSeries& series, bool isNews);
+    /// Steps through the table, moves the record to where it belongs, and counts.
+    MZSubmittedStep step(Records::iterator record, MZSubmittedEvent event, SeriesList& forgotten)
+        VELTO_REQUIRES(lock_);
+    Records& list(MZSubmittedState state) VELTO_REQUIRES(lock_);
+    /// Starts the first of the type that waits, if there is room; false when there was none.
+    bool startOneOfType(std::int64_t type, Starts& starts) VELTO_REQUIRES(lock_);
+    void start(Records::iterator record, Starts& starts) VELTO_REQUIRES(lock_);
     /// What had to make room goes to `forgotten`, to be let go of after the lock.
     void addToHistory(std::shared_ptr<MZWorkSeries> series, SeriesList& forgotten)
         VELTO_REQUIRES(lock_);
-    /// Moves a series that has ended out of the lists; answers its type, or none when it had been
-    /// moved before.
-    std::optional<std::int64_t> retire(MZWorkSeries& series) VELTO_EXCLUDES(lock_);
 
     const std::shared_ptr<velto::OperationQueue> operationQueue_;
     mutable velto::Lock lock_;
-    SeriesQueue pending_ VELTO_GUARDED_BY(lock_);
-    SeriesQueue active_ VELTO_GUARDED_BY(lock_);
-    SeriesQueue lingering_ VELTO_GUARDED_BY(lock_);  ///< Cancelled while active, and not yet ended.
+    /// Each series that has not ended stands in one of these.
+    Records waiting_ VELTO_GUARDED_BY(lock_);
+    Records running_ VELTO_GUARDED_BY(lock_);
+    Records dismissed_ VELTO_GUARDED_BY(lock_);  ///< In the history already.
+    std::unordered_map<const MZWorkSeries*, Records::iterator> records_ VELTO_GUARDED_BY(lock_);
     std::deque<std::shared_ptr<MZWorkSeries>> completed_ VELTO_GUARDED_BY(lock_);
-    /// The type under which each active or lingering series was counted.
-    std::unordered_map<const MZWorkSeries*, std::int64_t> countedAs_ VELTO_GUARDED_BY(lock_);
-    std::unordered_map<std::int64_t, std::uint32_t> activeOfType_ VELTO_GUARDED_BY(lock_);
-    std::unordered_map<std::int64_t, std::uint32_t> throttles_ VELTO_GUARDED_BY(lock_);
+    std::unordered_map<std::int64_t, TypeLimit> types_ VELTO_GUARDED_BY(lock_);
     std::int64_t maxCompletedWork_ VELTO_GUARDED_BY(lock_);
     std::weak_ptr<MZWorkSeriesDelegate> delegate_ VELTO_GUARDED_BY(lock_);
-    MZOutbox<std::int64_t> typesWithRoom_;
 };
