@@ -308,6 +308,7 @@ TEST_F(DeliveryRun, SecretsShowNowhere) {
             }
             const auto worker =
                 finished(velto::make<VeltoDrovanUploadWorker>(source, form % 2 == 0));
+            EXPECT_EQ(worker->environment(), std::nullopt);
             for (const velto::Error& error : worker->errors()) {
                 shown += error.description();
             }

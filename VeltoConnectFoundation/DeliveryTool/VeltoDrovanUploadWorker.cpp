@@ -205,6 +205,13 @@ std::vector<std::string> VeltoDrovanUploadWorker::transferArguments() const {
     return arguments;
 }
 
+/// The child has its secrets; the next run makes new ones.
+void VeltoDrovanUploadWorker::drovanWasLaunched() {
+    if (std::exchange(hasLoginEnvironment_, false)) {
+        setEnvironment(std::nullopt);
+    }
+}
+
 void VeltoDrovanUploadWorker::drovanWillStart() {
     VeltoDrovanWorker::drovanWillStart();
     {
@@ -245,6 +252,7 @@ void VeltoDrovanUploadWorker::drovanWillStart() {
     }
     if (login.environment && !login.environment->isEmpty()) {
         setEnvironment(login.environment);
+        hasLoginEnvironment_ = true;
     }
     if (const std::string provider = source_->VTCProviderShortName(); !provider.empty()) {
         append("-vtc_provider", quoteIfNeeded(provider));

@@ -109,6 +109,7 @@ public:
 protected:
     using VeltoDrovanWorker::drovanCompleted;
     void drovanWillStart() override;
+    void drovanWasLaunched() override;
     void didReceiveDrovanLine(std::optional<std::string_view> line) override;
     void didReceiveDrovanErrorLine(std::optional<std::string_view> line) override;
     void drovanCompleted() override;
@@ -152,6 +153,7 @@ private:
     const bool verifyOnly_;
     std::atomic<bool> checksumEnabled_{true};
     std::atomic<bool> confirmed_{false};
+    bool hasLoginEnvironment_ = false;  ///< The thread of run() alone.
     mutable velto::Lock progressLock_;
     std::uint64_t transferSize_ VELTO_GUARDED_BY(progressLock_) = 0;
     std::uint64_t transferred_ VELTO_GUARDED_BY(progressLock_) = 0;

@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanWorker.h>
 
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/NotificationCenter.h>
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
@@ -75,7 +76,11 @@ void VeltoDrovanWorker::runTool() {
         loop_ = velto::RunLoop::current();
     }
     // To put the command line together may take a while: the system is asked for its proxy.
-    if (!drovan_->executeAsynchronously([this] { return !isCancelled(); })) {
+    const auto launched = [this] {
+        const velto::Finally told([this] { drovanWasLaunched(); });
+        return drovan_->executeAsynchronously([this] { return !isCancelled(); });
+    };
+    if (!launched()) {
         return;
     }
     waitForTool();
@@ -179,6 +184,9 @@ void VeltoDrovanWorker::filterDidFilterString(NSDataToStringFilter& filter,
 void VeltoDrovanWorker::drovanWillStart() {
     setPercentComplete(0);
     resetErrorsWarningsAndInfoMessages();
+}
+
+void VeltoDrovanWorker::drovanWasLaunched() {
 }
 
 void VeltoDrovanWorker::didReceiveDrovanLine(std::optional<std::string_view>) {

@@ -56,6 +56,9 @@ public:
 protected:
     /// The base sets percent complete to 0 and empties errors, warnings and info messages.
     virtual void drovanWillStart();
+    /// On the thread of run(), once the tool has been launched or could not be: what only the
+    /// launch needed may go. The base does nothing.
+    virtual void drovanWasLaunched();
     virtual void didReceiveDrovanLine(std::optional<std::string_view> line);
     virtual void didReceiveDrovanErrorLine(std::optional<std::string_view> line);
     /// The base sets percent complete to 100.
