@@ -112,11 +112,11 @@ void Console::hurry() const noexcept {
     [[maybe_unused]] const ssize_t count = ::write(hurry_.event, &one, sizeof one);
 }
 
-void Console::sayAtOnce(Stream stream, std::string_view text) noexcept {
+void Console::sayAtOnce(Stream stream, std::string_view bytes) noexcept {
     if (isLiveLineDrawn_.exchange(false)) {
         output_.writeAtOnce(eraseLine);
     }
-    of(stream).writeAtOnce(charset_.encoded(text));
+    of(stream).writeAtOnce(bytes);
 }
 
 std::string Console::inked(Stream stream, Ink ink, std::string_view text) const {

@@ -36,9 +36,9 @@ public:
 
     /// From now on, what nobody reads is given up after a moment. Any thread; takes no lock.
     void hurry() const noexcept;
-    /// Takes the live line away and prints a line, as far as that can be done without waiting for
-    /// a lock or a reader: for a process that ends or pauses. Any thread.
-    void sayAtOnce(Stream stream, std::string_view text) noexcept;
+    /// Takes the live line away and writes the bytes, as far as that can be done without waiting
+    /// for a lock or a reader: for a process that ends or pauses. Any thread.
+    void sayAtOnce(Stream stream, std::string_view bytes) noexcept;
 
     /// Text in a colour where the stream shows colours, else as it is.
     std::string inked(Stream stream, Ink ink, std::string_view text) const;
@@ -47,6 +47,8 @@ public:
     bool hasColours(Stream stream) const;
     bool isTerminal(Stream stream) const { return of(stream).isTerminal(); }
     bool speaksUTF8() const { return charset_.isUTF8(); }
+    /// A text in the user's character set.
+    std::string encoded(std::string_view text) const { return charset_.encoded(text); }
     /// A text as it will be seen.
     std::string shown(std::string_view text) const { return charset_.shown(text); }
     std::size_t width() const;  ///< Columns of the terminal that standard output is.

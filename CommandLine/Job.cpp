@@ -229,7 +229,7 @@ JobOutcome Job::run() {
         interrupts.setHandler({});
         interrupts.setPauseHandler({});
     });
-    const std::string farewell = farewell_ + "\n";
+    const std::string farewell = frontend_.console().encoded(farewell_ + "\n");
     interrupts.setHandler([&](unsigned count) {
         if (count == 1) {
             frontend_.console().hurry();
