@@ -235,6 +235,7 @@ void MZWorkSeries::cancel() {
     {
         const Guard guard(lock_);
         machine_.beginStop();
+        settle();
     }
     std::exception_ptr failure = visitAll(workItems_, [](MZWorkItem& item) { item.cancel(); });
     velto::keepingFirst(failure, [this] {
@@ -255,6 +256,9 @@ void MZWorkSeries::settle() {
     if (machine_.settles()) {
         storeStatus(MZWorkItemStatus::completed, true);
     }
+    phase_ = machine_.hasEnded()    ? Phase::ended
+             : machine_.isPending() ? Phase::pending
+                                    : Phase::begun;
 }
 
 void MZWorkSeries::setStatus(MZWorkItemStatus status) {
@@ -335,16 +339,6 @@ std::shared_ptr<MZWorkSeriesManager> MZWorkSeries::manager(std::size_t number) c
         return manager_.lock();
     }
     return number <= moreManagers_.size() ? moreManagers_[number - 1].lock() : nullptr;
-}
-
-bool MZWorkSeries::hasEnded() const {
-    const Guard guard(lock_);
-    return machine_.hasEnded();
-}
-
-bool MZWorkSeries::isPending() const {
-    const Guard guard(lock_);
-    return machine_.isPending();
 }
 
 void MZWorkSeries::notifyWorkItemsOfSeriesCompletion() {

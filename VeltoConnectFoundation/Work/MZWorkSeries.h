@@ -120,8 +120,8 @@ private:
 
     /// The manager hears of the series' end, once. False when it was told to do so before.
     [[nodiscard]] bool linkTo(const std::weak_ptr<MZWorkSeriesManager>& manager);
-    bool hasEnded() const;
-    bool isPending() const;
+    bool hasEnded() const { return phase_ == Phase::ended; }
+    bool isPending() const { return phase_ == Phase::pending; }
     MZSeriesMachine::Start startIfPending();
     /// The item that stands first at `index` was cancelled, has completed, or has ended.
     void itemPassed(std::size_t index) { handOut(passItem(index)); }
@@ -135,6 +135,7 @@ private:
     void enqueue(const std::shared_ptr<MZWorkItem>& item);
     /// Cancels the items from `first` on; answers the first exception.
     [[nodiscard]] std::exception_ptr sweepFrom(std::size_t first);
+    /// At the end of whatever changed the machine: shows what has come of it.
     void settle() VELTO_REQUIRES(lock_);
     void storeStatus(MZWorkItemStatus status, bool ends = false) VELTO_REQUIRES(lock_);
     void deliverReports(std::exception_ptr* failure = nullptr);
@@ -151,6 +152,9 @@ private:
     const std::vector<std::shared_ptr<MZWorkItem>> workItems_;
     std::atomic<MZWorkItemStatus> status_{MZWorkItemStatus::pending};  ///< As it is shown.
     std::atomic<std::int64_t> type_{0};
+    /// Of the machine, for a manager, which takes no series' lock under its own.
+    enum class Phase : std::uint8_t { pending, begun, ended };
+    std::atomic<Phase> phase_{Phase::pending};
     mutable velto::Lock lock_;
     MZSeriesMachine machine_ VELTO_GUARDED_BY(lock_);
     /// One for each item; of one that stands in the list again, the first counts.

@@ -130,17 +130,17 @@ bool MZWorkSeriesManager::startOneOfType(std::int64_t type, Starts& starts) {
 }
 
 void MZWorkSeriesManager::start(Records::iterator record, Starts& starts) {
-    SeriesList none;
+    Records none;
+    starts.add(record->series);
     record->type = record->series->type();
     (void)step(record, MZSubmittedEvent::start, none);
-    starts.add(record->series);
 }
 
 MZSubmittedStep MZWorkSeriesManager::step(Records::iterator record,
                                           MZSubmittedEvent event,
-                                          SeriesList& forgotten) {
-    Records& from = list(record->state);
-    const MZSubmittedStep step = MZSubmittedStepAfter(record->state, event);
+                                          Records& forgotten) {
+    const MZSubmittedState before = record->state;
+    const MZSubmittedStep step = MZSubmittedStepAfter(before, event);
     record->state = step.next;
     if (step.has(MZSubmittedCounts)) {
         ++types_[record->type].active;
@@ -151,28 +151,36 @@ MZSubmittedStep MZWorkSeriesManager::step(Records::iterator record,
             types_.erase(type);
         }
     }
-    if (step.has(MZSubmittedRemembers)) {
-        addToHistory(record->series, forgotten);
-    }
     if (step.next == MZSubmittedState::gone) {
         records_.erase(record->series.get());
-        forgotten.push_back(std::move(record->series));
-        from.erase(record);
-    } else {
-        Records& to = list(step.next);
-        to.splice(to.end(), from, record);
+    }
+    if (step.has(MZSubmittedRemembers)) {
+        // Required: counted before adding, so the history holds up to one more than the maximum.
+        auto count = static_cast<std::int64_t>(completed_.size());
+        completed_.splice(completed_.end(), list(before), record);
+        for (; count > std::max<std::int64_t>(maxCompletedWork_, 0); --count) {
+            forget(completed_.begin(), forgotten);
+        }
+    } else if (step.has(MZSubmittedCounts)) {
+        running_.splice(running_.end(), waiting_, record);
+    } else if (record->isForgotten && step.next == MZSubmittedState::gone) {
+        forgotten.splice(forgotten.end(), dismissed_, record);
     }
     return step;
 }
 
+void MZWorkSeriesManager::forget(Records::iterator record, Records& forgotten) {
+    record->isForgotten = true;
+    Records& to = record->state == MZSubmittedState::gone ? forgotten : dismissed_;
+    to.splice(to.end(), completed_, record);
+}
+
 MZWorkSeriesManager::Records& MZWorkSeriesManager::list(MZSubmittedState state) {
-    return state == MZSubmittedState::waiting   ? waiting_
-           : state == MZSubmittedState::running ? running_
-                                                : dismissed_;
+    return state == MZSubmittedState::waiting ? waiting_ : running_;
 }
 
 void MZWorkSeriesManager::seriesEnded(MZWorkSeries& series, bool isNews) {
-    SeriesList forgotten;
+    Records forgotten;
     Starts::make(*this, [&](Starts& starts) {
         std::shared_ptr<MZWorkSeriesDelegate> listener;
         {
@@ -216,9 +224,10 @@ void MZWorkSeriesManager::workSeriesStatusChanged(MZWorkSeries& series, MZWorkIt
 
 void MZWorkSeriesManager::cancelAllWork() {
     SeriesList cancelled;
-    SeriesList forgotten;
+    Records forgotten;
     {
         const Guard guard(lock_);
+        cancelled.reserve(waiting_.size() + running_.size());
         for (Records* const records : {&waiting_, &running_}) {
             while (!records->empty()) {
                 cancelled.push_back(records->front().series);
@@ -233,17 +242,6 @@ void MZWorkSeriesManager::cancelAllWork() {
     velto::rethrowIfAny(failure);
 }
 
-void MZWorkSeriesManager::addToHistory(std::shared_ptr<MZWorkSeries> series,
-                                       SeriesList& forgotten) {
-    auto before = static_cast<std::int64_t>(completed_.size());
-    completed_.push_back(std::move(series));
-    // Required: counted before adding, so the history holds up to one more than the maximum.
-    for (; before > std::max<std::int64_t>(maxCompletedWork_, 0); --before) {
-        forgotten.push_back(std::move(completed_.front()));
-        completed_.pop_front();
-    }
-}
-
 MZWorkSeriesManager::SeriesList MZWorkSeriesManager::activeWork() const {
     SeriesList all;
     const Guard guard(lock_);
@@ -254,28 +252,35 @@ MZWorkSeriesManager::SeriesList MZWorkSeriesManager::activeWork() const {
 }
 
 MZWorkSeriesManager::SeriesList MZWorkSeriesManager::completedWork() const {
-    Guard guard(lock_);
-    return SeriesList(completed_.begin(), completed_.end());
+    SeriesList all;
+    const Guard guard(lock_);
+    std::ranges::transform(completed_, std::back_inserter(all), &Record::series);
+    return all;
 }
 
 MZWorkSeriesManager::SeriesList MZWorkSeriesManager::allWork() const {
-    Guard guard(lock_);
-    SeriesList all(completed_.begin(), completed_.end());
-    const SeriesList current = activeWork();
-    all.insert(all.end(), current.begin(), current.end());
+    const Guard guard(lock_);
+    SeriesList all = completedWork();
+    std::ranges::copy(activeWork(), std::back_inserter(all));
     return all;
 }
 
 void MZWorkSeriesManager::removeSeriesFromCompletedWork(
     const std::shared_ptr<MZWorkSeries>& series) {
-    Guard guard(lock_);
-    std::erase(completed_, series);
+    Records forgotten;  // let go of after the lock
+    const Guard guard(lock_);
+    const auto found = std::ranges::find(completed_, series, &Record::series);
+    if (found != completed_.end()) {
+        forget(found, forgotten);
+    }
 }
 
 void MZWorkSeriesManager::clearCompletedWork() {
-    std::deque<std::shared_ptr<MZWorkSeries>> forgotten;  // let go of after the lock
-    Guard guard(lock_);
-    completed_.swap(forgotten);
+    Records forgotten;  // let go of after the lock
+    const Guard guard(lock_);
+    while (!completed_.empty()) {
+        forget(completed_.begin(), forgotten);
+    }
 }
 
 std::optional<std::uint32_t> MZWorkSeriesManager::throttleForType(std::int64_t type) const {

@@ -2,7 +2,6 @@
 
 #include <VeltoConnectFoundation/Work/MZWorkSeries.h>
 
-#include <deque>
 #include <list>
 #include <unordered_map>
 
@@ -64,7 +63,8 @@ private:
     struct Record {
         std::shared_ptr<MZWorkSeries> series;
         MZSubmittedState state = MZSubmittedState::waiting;
-        std::int64_t type = 0;  ///< Under which it counts while it has a place.
+        std::int64_t type = 0;     ///< Under which it counts while it has a place.
+        bool isForgotten = false;  ///< The history held it, and holds it no more.
     };
     using Records = std::list<Record>;
     struct TypeLimit {
@@ -78,25 +78,26 @@ private:
 
     /// The series has ended; `isNews` unless its completion was told before.
     void seriesEnded(MZWorkSeries& series, bool isNews);
-    /// Steps through the table, moves the record to where it belongs, and counts.
-    MZSubmittedStep step(Records::iterator record, MZSubmittedEvent event, SeriesList& forgotten)
+    /// Steps through the table, moves the record to where it belongs, and counts. Needs no memory,
+    /// so that no end is lost for want of it.
+    MZSubmittedStep step(Records::iterator record, MZSubmittedEvent event, Records& forgotten)
         VELTO_REQUIRES(lock_);
     Records& list(MZSubmittedState state) VELTO_REQUIRES(lock_);
     /// Starts the first of the type that waits, if there is room; false when there was none.
     bool startOneOfType(std::int64_t type, Starts& starts) VELTO_REQUIRES(lock_);
     void start(Records::iterator record, Starts& starts) VELTO_REQUIRES(lock_);
-    /// What had to make room goes to `forgotten`, to be let go of after the lock.
-    void addToHistory(std::shared_ptr<MZWorkSeries> series, SeriesList& forgotten)
-        VELTO_REQUIRES(lock_);
+    /// Takes a record out of the history; what was let go of by that goes to `forgotten`.
+    void forget(Records::iterator record, Records& forgotten) VELTO_REQUIRES(lock_);
 
     const std::shared_ptr<velto::OperationQueue> operationQueue_;
     mutable velto::Lock lock_;
-    /// Each series that has not ended stands in one of these.
     Records waiting_ VELTO_GUARDED_BY(lock_);
     Records running_ VELTO_GUARDED_BY(lock_);
-    Records dismissed_ VELTO_GUARDED_BY(lock_);  ///< In the history already.
+    Records completed_
+        VELTO_GUARDED_BY(lock_);  ///< The history; also of some that have yet to end.
+    Records dismissed_ VELTO_GUARDED_BY(lock_);  ///< These, when the history holds them no more.
+    /// Of the series that have yet to end.
     std::unordered_map<const MZWorkSeries*, Records::iterator> records_ VELTO_GUARDED_BY(lock_);
-    std::deque<std::shared_ptr<MZWorkSeries>> completed_ VELTO_GUARDED_BY(lock_);
     std::unordered_map<std::int64_t, TypeLimit> types_ VELTO_GUARDED_BY(lock_);
     std::int64_t maxCompletedWork_ VELTO_GUARDED_BY(lock_);
     std::weak_ptr<MZWorkSeriesDelegate> delegate_ VELTO_GUARDED_BY(lock_);
