@@ -114,15 +114,19 @@ TEST(Shortage, OutOfDescriptorsWorkEndsWithAnErrorAndTheHostLives) {
     std::vector<int> delivered;
     auto early = Process::make();
     ASSERT_NE(early, nullptr);
+    std::promise<void> begins;
+    std::thread other([&] {
+        begins.get_future().wait();
+        bool isDone = false;
+        RunLoop::current()->perform([&] { isDone = true; });
+        EXPECT_TRUE(RunLoop::current()->run(forever, [&] { return isDone; }));
+        MainQueue::shared().async([&] { delivered.push_back(1); });
+        MainQueue::shared().sync([&] { delivered.push_back(0); });
+    });
     {
         const NoDescriptors shortage;
-        std::thread([&] {
-            bool isDone = false;
-            RunLoop::current()->perform([&] { isDone = true; });
-            EXPECT_TRUE(RunLoop::current()->run(forever, [&] { return isDone; }));
-            MainQueue::shared().async([&] { delivered.push_back(1); });
-            MainQueue::shared().sync([&] { delivered.push_back(0); });
-        }).join();
+        begins.set_value();
+        other.join();
         EXPECT_FALSE(RunLoop::current()->run(Seconds(0)));
         Error error;
         EXPECT_EQ(Process::make(&error), nullptr);

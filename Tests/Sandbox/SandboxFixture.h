@@ -155,7 +155,9 @@ inline Strings linesOf(const std::string& text) {
 
 inline std::string contentOf(const std::filesystem::path& path) {
     std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::ostringstream text;
+    text << stream.rdbuf();  // what cannot be read, as of a process that just ended, is left out
+    return text.str();
 }
 
 /// The lines behind "Error Messages:", without their tabs.
