@@ -158,9 +158,11 @@ bool toolHasKey(const std::string& keyID) {
 void warnOfReaders(const std::string& path, std::vector<std::string>& warnings) {
     constexpr std::uint32_t othersRead = 0044;
     const auto attributes = FileManager::attributes(path);
-    if (attributes && (attributes->mode & othersRead) != 0) {
+    if (attributes && attributes->kind == FileAttributes::Kind::regular &&
+        (attributes->mode & othersRead) != 0) {
         warnings.push_back(localizedFormat(
-            "Other users may read %@, which holds a secret; chmod 600 keeps them out.", path));
+            "Other users may read %@, which holds a secret; chmod 600 keeps them out.",
+            printable(path)));
     }
 }
 
@@ -182,8 +184,11 @@ bool Credentials::read(const Invocation& invocation,
     if (wantsToken) {
         form = Form::token;
         const std::string path = FileManager::expandingTilde(*invocation.value(tokenFileOption));
+        if (!readToken(path, token, failure)) {
+            return false;
+        }
         warnOfReaders(path, warnings);
-        return readToken(path, token, failure);
+        return true;
     }
     if (wantsKey) {
         form = Form::apiKey;

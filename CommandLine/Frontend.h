@@ -37,7 +37,7 @@ public:
 
     /// What was asked for, on standard output, whatever the style.
     void answer(std::string_view text) { console_.line(Console::Stream::output, text); }
-    /// A path or a name: to a program as it is, to a person fit for the terminal.
+    /// What is made of paths and names: to a program as it is, to a person fit for the terminal.
     void answerName(std::string_view name);
     void answer(const JSONLine& line);  ///< A second result is dropped.
     /// A text of the program's own, such as its manual page: as it is, or in the result of JSON

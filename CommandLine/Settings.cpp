@@ -333,7 +333,7 @@ Value shownSetting(const Setting& setting, const Value& value) {
                             : value;
 }
 
-std::string settingText(const Setting& setting, const Value& value) {
+std::string settingBytes(const Setting& setting, const Value& value) {
     const Value shown = shownSetting(setting, value);
     std::string text;
     if (shown.isArray()) {
@@ -347,7 +347,11 @@ std::string settingText(const Setting& setting, const Value& value) {
     } else if (!value.isNone()) {
         text = shown.description();
     }
-    return printable(text);
+    return withoutSecrets(text);
+}
+
+std::string settingText(const Setting& setting, const Value& value) {
+    return printable(settingBytes(setting, value));
 }
 
 std::string_view layerName(SettingLayer layer) {

@@ -46,6 +46,8 @@ bool mayBeTyped(const Setting& setting, Failure& failure);
 /// A value with secrets hidden, of the kind that the setting has; null when it is not set.
 Value shownSetting(const Setting& setting, const Value& value);
 /// The same as one types it.
+std::string settingBytes(const Setting& setting, const Value& value);
+/// The same, fit for a terminal.
 std::string settingText(const Setting& setting, const Value& value);
 std::string_view layerName(SettingLayer layer);
 

@@ -18,7 +18,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
                             .add("value", shownSetting(*setting, setting->value()))
                             .addWord("layer", layerName(setting->layer())));
     } else {
-        frontend.answer(settingText(*setting, setting->value()));
+        frontend.answerName(settingBytes(*setting, setting->value()));
     }
     return ExitCode::done;
 }

@@ -52,7 +52,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     for (const std::string& argument : arguments) {
         line.append(" ").append(shellQuoted(argument));
     }
-    frontend.answer(printable(line));
+    frontend.answerName(withoutSecrets(line));
     return ExitCode::done;
 }
 
