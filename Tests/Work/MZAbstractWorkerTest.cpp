@@ -147,4 +147,16 @@ TEST(AbstractWorker, ChangesItsCatalogueWithItsStoreType) {
     EXPECT_EQ(worker->storeType(), 2) << "there is one store type, the catalogue's";
 }
 
+TEST(AbstractWorker, CallbacksOfWhatAnObserverSetsComeAfterTheChange) {
+    auto queue = velto::SerialQueue::make("callbacks");
+    auto self = std::make_shared<PlainWorker>();
+    auto other = std::make_shared<PlainWorker>();
+    self->setCallbackQueue(queue);
+    self->setStatusMessageCallback([&](const std::string& text) { other->setStatusMessage(text); });
+    const auto observation = self->observe(
+        "percentComplete", [&](const velto::PropertyChange&) { self->setStatusMessage("half"); });
+    queue->sync([&] { self->setPercentComplete(50); });
+    EXPECT_EQ(other->statusMessage(), "half");
+}
+
 }  // namespace

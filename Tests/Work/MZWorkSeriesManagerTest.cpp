@@ -157,6 +157,22 @@ TEST(WorkSeriesManager, AHeldBackEmptySeriesEndsWhenAllIsCancelledAndNothingEnds
     EXPECT_FALSE(counter->ended.wait(std::chrono::seconds(0))) << "one was told, and once";
 }
 
+TEST(WorkSeriesManager, OneThatIsGoneHidesNoOtherAndASetStatusNoEnd) {
+    const auto [manager, counter] = countingManager(2);
+    manager->setThrottle(1, 5);
+    auto gone = velto::make<MZWorkSeriesManager>();
+    gone->setThrottle(0, 5);
+    auto series = typed(seriesOf({worker()}), 5);
+    auto next = typed(seriesOf({worker()}), 5);
+    series->setStatus(Status::completed);
+    gone->submitWork(series);
+    manager->submitWork(series);
+    manager->submitWork(next);
+    gone.reset();
+    EXPECT_TRUE(counter->ended.wait());
+    EXPECT_TRUE(series->completeTime());
+}
+
 /// Submits a series from the end of the one before, and lets go of the manager at the last.
 class Chain : public MZWorkSeriesDelegate {
 public:

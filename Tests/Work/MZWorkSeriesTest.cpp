@@ -215,6 +215,32 @@ TEST(WorkSeries, AnObserverThatReadsItsSeriesHoldsUpNoCancel) {
     }
 }
 
+class RaisesWhenCancelled : public FunctionWorker {
+public:
+    void cancel() override { throw 1; }
+};
+
+TEST(WorkSeries, AnItemsEndReachesEachOfItsSeriesWhateverOneOfThemRaises) {
+    CapturedLog log;
+    auto failing =
+        MZWorkItem::itemWithWorker(worker([](FunctionWorker& self) { self.addErrorMessage("x"); }));
+    auto raising = MZWorkItem::itemWithWorker(std::make_shared<RaisesWhenCancelled>());
+    auto first = MZWorkSeries::seriesWithWorkItems({failing, raising});
+    auto gone = MZWorkSeries::seriesWithWorkItem(failing);
+    auto second = MZWorkSeries::seriesWithWorkItem(failing);
+    gone.reset();
+    auto third = MZWorkSeries::seriesWithWorkItem(failing);
+    const auto owner = std::make_shared<Owner>();
+    for (const auto& series : {first, second, third}) {
+        series->setDelegate(owner);
+        series->start();
+    }
+    owner->queue->waitUntilAllOperationsAreFinished();
+    for (const auto& series : {first, second, third}) {
+        EXPECT_EQ(series->status(), Status::completed);
+    }
+}
+
 /// Notes how things stand when the series' end is told.
 class EndWitness : public Owner {
 public:

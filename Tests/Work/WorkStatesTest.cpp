@@ -24,6 +24,8 @@ enum class Do : std::uint8_t {
     start,         // series
     advance,       // series, item whose turn it is
     look,          // series, item: has it ended, has it failed?
+    lookIfEnded,   // series, item
+    dispatch,      // series: a host's dispatchNextItem
     pass,          // series, item, what was seen
     cancel,        // item
     close,         // item
@@ -73,6 +75,8 @@ struct Series {
     bool hasRecord = false;
     MZSubmittedState submitted = MZSubmittedState::waiting;
     int remembered = 0;
+    int told = 0;
+    bool isDismissed = false;
     auto operator<=>(const Series&) const = default;
 };
 
@@ -180,6 +184,7 @@ private:
             require(series.remembered <= 1, "a series enters the history twice");
         }
         require(world.active <= 1, "a throttle is passed");
+        require(isEndClean_, "a series ends before its items");
     }
 
     void checkRest(const World& world) {
@@ -188,6 +193,7 @@ private:
             require(series.ends == 1, "a series stays open");
             require(!series.hasRecord, "a manager waits for a series");
             require(series.remembered == 1, "a series is missing in the history");
+            require(series.told == (series.isDismissed ? 0 : 1), "an end is told wrongly");
             for (const std::uint8_t item : case_.lists[index]) {
                 require(world.items[item].ends == 1, "an item stays open");
                 require(world.items[item].notifications == 1, "an item's end is not posted");
@@ -221,6 +227,9 @@ private:
     void settle(Series& series, std::uint8_t index, Thread& thread) {
         if (series.machine.settles()) {
             ++series.ends;
+            isEndClean_ = isEndClean_ && std::ranges::none_of(series.places, [](MZItemPlace place) {
+                              return place == MZItemPlace::awaited || place == MZItemPlace::open;
+                          });
             thread.push({.what = Do::endSeries, .series = index});
         }
     }
@@ -248,6 +257,8 @@ private:
             thread.push({.what = Do::endStop, .series = index});
         }
         for (std::size_t place = list.size(); place-- > first;) {
+            series.machine.sweep(series.places[list[place]]);
+            thread.push({.what = Do::lookIfEnded, .series = index, .item = list[place]});
             thread.push({.what = Do::cancel, .item = list[place]});
         }
     }
@@ -258,6 +269,8 @@ private:
         world.active += step.has(MZSubmittedCounts) ? 1 : 0;
         world.active -= step.has(MZSubmittedFrees) ? 1 : 0;
         series.remembered += step.has(MZSubmittedRemembers) ? 1 : 0;
+        series.told += step.has(MZSubmittedTells) ? 1 : 0;
+        series.isDismissed = series.isDismissed || event == MZSubmittedEvent::dismiss;
         series.hasRecord = step.next != MZSubmittedState::gone;
         return step;
     }
@@ -302,6 +315,15 @@ private:
                     item.isQueued = true;
                 }
                 break;
+            case Do::dispatch:
+                takeTurn(series, step.series, thread);
+                settle(series, step.series, thread);
+                break;
+            case Do::lookIfEnded:
+                if (!MZItemHasEnded(item.state)) {
+                    break;
+                }
+                [[fallthrough]];
             case Do::look:
                 thread.push(
                     {.what = Do::pass,
@@ -377,6 +399,7 @@ private:
     }
 
     const Case& case_;
+    bool isEndClean_ = true;
     std::set<World> seen_;
     std::vector<World> open_;
     std::string problem_;
@@ -392,7 +415,9 @@ std::vector<std::vector<Step>> disturbances(std::size_t items) {
     std::vector<std::vector<Step>> all{{},
                                        {{.what = Do::cancelAll}},
                                        {{.what = Do::cancelSeries, .series = 0}},
-                                       {{.what = Do::submit, .series = 0}}};
+                                       {{.what = Do::submit, .series = 0}},
+                                       {{.what = Do::start, .series = 0}},
+                                       {{.what = Do::dispatch, .series = 0}}};
     for (std::uint8_t item = 0; item < items; ++item) {
         all.push_back({{.what = Do::cancel, .item = item}});
         all.push_back({{.what = Do::close, .item = item}});

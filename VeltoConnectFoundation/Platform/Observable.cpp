@@ -164,24 +164,29 @@ std::shared_ptr<const void> Observable::sharedSelf() const {
     return nullptr;
 }
 
-namespace {
+thread_local Observable::SetterTurn* Observable::SetterTurn::innermost = nullptr;
 
-thread_local Observable* setting = nullptr;
-
-}  // namespace
-
-Observable::SetterTurn::SetterTurn(Observable& object)
+Observable::SetterTurn::SetterTurn(Observable& object, Calls& calls)
     : alive_(object.hasObservers_.load(std::memory_order_acquire) ? object.sharedSelf() : nullptr),
       object_(object),
-      outer_(std::exchange(setting, &object)) {
+      calls_(calls),
+      outer_(std::exchange(innermost, this)) {
     // Two threads whose observers set each other's objects would wait for each other for ever.
-    assert(outer_ == nullptr || outer_ == &object);
+    assert(outer_ == nullptr || &outer_->object_ == &object);
     object_.setters_.lock();
 }
 
 Observable::SetterTurn::~SetterTurn() {
     object_.setters_.unlock();
-    setting = outer_;
+    innermost = outer_;
+}
+
+void Observable::SetterTurn::callAfterwards(std::function<void()> call) {
+    SetterTurn* outermost = this;
+    while (outermost->outer_ != nullptr && &outermost->outer_->object_ == &object_) {
+        outermost = outermost->outer_;
+    }
+    outermost->calls_.push_back(std::move(call));
 }
 
 Observable::Change::Change(Observable& object, std::initializer_list<std::string_view> keys)

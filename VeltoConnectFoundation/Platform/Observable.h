@@ -10,6 +10,7 @@
 #include <memory>
 #include <span>
 #include <string_view>
+#include <vector>
 
 namespace velto {
 
@@ -61,20 +62,32 @@ protected:
     Observable();
     virtual ~Observable();
 
+    /// What a setter has to call when nothing is announced any more.
+    using Calls = std::vector<std::function<void()>>;
+
     /// A setter's turn: held while it compares, announces and stores, so that changes are told in
     /// their order. Readers never take it; no lock that they take is held while a change is
     /// announced. The object lives on until the turn ends, whatever observers let go of.
     class VELTO_EXPORT SetterTurn {
     public:
-        explicit SetterTurn(Observable& object);
+        /// `calls` is filled by the outermost turn of the thread only; its setter makes them after
+        /// the turn.
+        SetterTurn(Observable& object, Calls& calls);
+        explicit SetterTurn(Observable& object) : SetterTurn(object, none_) {}
         ~SetterTurn();
         SetterTurn(const SetterTurn&) = delete;
         SetterTurn& operator=(const SetterTurn&) = delete;
 
+        /// For a setter that an observer called, the call waits for the turn that it is told in.
+        void callAfterwards(std::function<void()> call);
+
     private:
+        static thread_local SetterTurn* innermost;
         std::shared_ptr<const void> alive_;
         Observable& object_;
-        Observable* const outer_;  ///< Whose turn this thread has beside it: the same object's.
+        Calls none_;
+        Calls& calls_;
+        SetterTurn* const outer_;  ///< Which this thread has beside it: the same object's.
     };
 
     /// Announces a change of `keys`, in order, and of everything that depends on them: before it

@@ -72,10 +72,11 @@ void MZAbstractWorker::set(Member Callbacks::*member, Member value) {
 }
 
 template <class Member, class... Arguments>
-std::function<void()> MZAbstractWorker::dispatch(Member Callbacks::*member,
-                                                 Arguments... arguments) {
+void MZAbstractWorker::dispatch(SetterTurn& turn,
+                                Member Callbacks::*member,
+                                Arguments... arguments) {
     if (!hasCallbacks_) {
-        return {};
+        return;
     }
     std::shared_ptr<velto::Queue> queue;
     Member callback;
@@ -85,7 +86,7 @@ std::function<void()> MZAbstractWorker::dispatch(Member Callbacks::*member,
         callback = (*callbacks_).*member;
     }
     if (queue == nullptr || !callback) {
-        return {};
+        return;
     }
     std::function<void()> call = [self = shared_from_this(), callback = std::move(callback),
                                   ... arguments = std::move(arguments)] {
@@ -96,10 +97,22 @@ std::function<void()> MZAbstractWorker::dispatch(Member Callbacks::*member,
         }
     };
     if (queue->isCurrent()) {
-        return call;
+        turn.callAfterwards(std::move(call));
+    } else {
+        queue->async(std::move(call));
     }
-    queue->async(std::move(call));
-    return {};
+}
+
+template <class Step>
+void MZAbstractWorker::inTurn(const Step& step) {
+    Calls calls;
+    {
+        SetterTurn turn(*this, calls);
+        step(turn);
+    }
+    for (const std::function<void()>& call : calls) {
+        call();
+    }
 }
 
 void MZAbstractWorker::run() {
@@ -123,23 +136,8 @@ void MZAbstractWorker::cancel() {
     setWorkStatus(MZWorkStatusCancelled);
 }
 
-namespace {
-
-void runIfAny(const std::function<void()>& call) {
-    if (call) {
-        call();
-    }
-}
-
-}  // namespace
-
 void MZAbstractWorker::setWorkStatus(MZWorkStatus status) {
-    std::function<void()> now;
-    {
-        const SetterTurn turn(*this);
-        now = changeWorkStatus(status);
-    }
-    runIfAny(now);
+    inTurn([&](SetterTurn& turn) { changeWorkStatus(turn, status); });
 }
 
 bool MZAbstractWorker::startUnlessCancelled() {
@@ -151,21 +149,19 @@ bool MZAbstractWorker::finishUnlessCancelled() {
 }
 
 bool MZAbstractWorker::setUnlessCancelled(MZWorkStatus status) {
-    std::function<void()> now;
-    {
-        const SetterTurn turn(*this);
-        if (cancelled_) {
-            return false;
+    bool isSet = false;
+    inTurn([&](SetterTurn& turn) {
+        isSet = !cancelled_;
+        if (isSet) {
+            changeWorkStatus(turn, status);
         }
-        now = changeWorkStatus(status);
-    }
-    runIfAny(now);
-    return true;
+    });
+    return isSet;
 }
 
-std::function<void()> MZAbstractWorker::changeWorkStatus(MZWorkStatus status) {
+void MZAbstractWorker::changeWorkStatus(SetterTurn& turn, MZWorkStatus status) {
     if (workStatus_ == status) {
-        return {};
+        return;
     }
     {
         const Change change(*this, {"workStatus"});
@@ -173,13 +169,13 @@ std::function<void()> MZAbstractWorker::changeWorkStatus(MZWorkStatus status) {
     }
     switch (status) {
         case MZWorkStatusStarted:
-            return dispatch(&Callbacks::started);
+            return dispatch(turn, &Callbacks::started);
         case MZWorkStatusCancelled:
-            return dispatch(&Callbacks::cancelled);
+            return dispatch(turn, &Callbacks::cancelled);
         case MZWorkStatusFinished:
-            return dispatch(&Callbacks::finished);
+            return dispatch(turn, &Callbacks::finished);
         default:
-            return {};
+            return;
     }
 }
 
@@ -188,9 +184,7 @@ double MZAbstractWorker::percentComplete() const {
 }
 
 void MZAbstractWorker::setPercentComplete(double percent) {
-    std::function<void()> now;
-    {
-        const SetterTurn turn(*this);
+    inTurn([&](SetterTurn& turn) {
         if (percentComplete_ == percent) {
             return;
         }
@@ -198,9 +192,8 @@ void MZAbstractWorker::setPercentComplete(double percent) {
             const Change change(*this, {"percentComplete"});
             percentComplete_ = percent;
         }
-        now = dispatch(&Callbacks::percentComplete, percent);
-    }
-    runIfAny(now);
+        dispatch(turn, &Callbacks::percentComplete, percent);
+    });
 }
 
 std::optional<std::string> MZAbstractWorker::statusMessage() const {
@@ -209,9 +202,7 @@ std::optional<std::string> MZAbstractWorker::statusMessage() const {
 }
 
 void MZAbstractWorker::setStatusMessage(std::optional<std::string> message) {
-    std::function<void()> now;
-    {
-        const SetterTurn turn(*this);
+    inTurn([&](SetterTurn& turn) {
         {
             const Guard guard(lock_);
             if (statusMessage_ == message) {
@@ -223,9 +214,8 @@ void MZAbstractWorker::setStatusMessage(std::optional<std::string> message) {
             const Guard guard(lock_);
             statusMessage_ = message;
         }
-        now = dispatch(&Callbacks::statusMessage, std::move(message).value_or(std::string()));
-    }
-    runIfAny(now);
+        dispatch(turn, &Callbacks::statusMessage, std::move(message).value_or(std::string()));
+    });
 }
 
 std::optional<std::string> MZAbstractWorker::errorMessage() const {

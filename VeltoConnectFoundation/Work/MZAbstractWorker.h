@@ -141,12 +141,14 @@ private:
     Member get(Member Callbacks::*member) const;
     template <class Member>
     void set(Member Callbacks::*member, Member value);
-    /// Within a setter's turn, so that arrival follows the order of changes: queues the call of
-    /// what `member` holds, or gives it back when the caller has to run it after its turn.
+    /// So that arrival follows the order of changes: queues the call of what `member` holds, or
+    /// has it made after the turn when this is the queue.
     template <class Member, class... Arguments>
-    std::function<void()> dispatch(Member Callbacks::*member, Arguments... arguments);
-    /// Within a setter's turn.
-    std::function<void()> changeWorkStatus(MZWorkStatus status);
+    void dispatch(SetterTurn& turn, Member Callbacks::*member, Arguments... arguments);
+    void changeWorkStatus(SetterTurn& turn, MZWorkStatus status);
+    /// Takes a turn for `step`, then makes the calls that have to follow.
+    template <class Step>
+    void inTurn(const Step& step);
     template <class Store>
     void changeLists(std::initializer_list<std::string_view> keys, const Store& store);
 

@@ -40,6 +40,10 @@ std::string timeText(const std::optional<Date>& time) {
     return time ? form->stringFromDate(*time) : std::string("(null)");
 }
 
+bool isGone(const std::weak_ptr<MZWorkSeries>& series) {
+    return series.expired();
+}
+
 void logWorkerException(const Exception& exception) {
     MZLogError("Worker exception: %@ - %@", exception.name(), exception.reason());
 }
@@ -175,8 +179,9 @@ void MZWorkItem::cancel() {
 }
 
 void MZWorkItem::couldNotStart(const velto::Error& error) {
+    const std::shared_ptr<Operation> alive = weak_from_this().lock();
+    const velto::Finally end([this] { threadCompleted(); });
     worker_->addError(error);
-    threadCompleted();
 }
 
 void MZWorkItem::threadCompleted() {
@@ -271,10 +276,13 @@ std::size_t MZWorkItem::linkTo(const std::weak_ptr<MZWorkSeries>& series, std::s
     if (const auto same = std::ranges::find_if(moreLinks_, isSame); same != moreLinks_.end()) {
         return same->index;
     }
+    // In the place of one that is gone: who walks them goes by their numbers.
     if (link_.series.expired()) {
         link_ = {series, index};
+    } else if (const auto gone = std::ranges::find_if(moreLinks_, &isGone, &SeriesLink::series);
+               gone != moreLinks_.end()) {
+        *gone = {series, index};
     } else {
-        std::erase_if(moreLinks_, [](const SeriesLink& link) { return link.series.expired(); });
         moreLinks_.push_back({series, index});
     }
     return index;
@@ -289,12 +297,14 @@ std::optional<MZWorkItem::SeriesLink> MZWorkItem::link(std::size_t number) const
 }
 
 void MZWorkItem::tellSeries() {
+    std::exception_ptr failure;
     std::size_t number = 0;
     for (auto next = link(number); next; next = link(++number)) {
         if (const std::shared_ptr<MZWorkSeries> series = next->series.lock()) {
-            series->itemPassed(next->index);
+            velto::keepingFirst(failure, [&] { series->itemPassed(next->index); });
         }
     }
+    velto::rethrowIfAny(failure);
 }
 
 std::shared_ptr<MZWorkItem> MZWorkItem::self() {

@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/Work/MZWorkSeries.h>
 
 #include <VeltoConnectFoundation/Platform/Exception.h>
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/NotificationCenter.h>
 #include <VeltoConnectFoundation/Platform/OperationQueue.h>
 #include <VeltoConnectFoundation/Platform/TypeName.h>
@@ -123,12 +124,16 @@ MZWorkSeries::Turn MZWorkSeries::takeTurn() {
     while (const std::optional<std::size_t> index = machine_.takeTurn(workItems_.size())) {
         activeIndex_ = *index;
         activeItem_ = workItems_[*index];
-        const std::size_t first = firstIndexes_.empty() ? *index : firstIndexes_[*index];
+        const std::size_t first = firstIndex(*index);
         if (machine_.await(place(first))) {
             return first;
         }
     }
     return std::nullopt;
+}
+
+std::size_t MZWorkSeries::firstIndex(std::size_t index) const {
+    return firstIndexes_.empty() ? index : firstIndexes_[index];
 }
 
 MZItemPlace& MZWorkSeries::place(std::size_t index) {
@@ -144,10 +149,8 @@ MZWorkSeries::Turn MZWorkSeries::passItem(std::size_t index) {
     {
         const Guard guard(lock_);
         const bool advances = machine_.pass(place(index), ends);
-        if (fails && machine_.hasWaiting(workItems_.size())) {
-            swept = machine_.beginSweep(workItems_.size());
-        } else if (fails) {
-            machine_.stop();
+        if (fails) {
+            swept = beginSweep();
         } else if (advances) {
             turn = takeTurn();
         }
@@ -179,8 +182,28 @@ void MZWorkSeries::enqueue(const std::shared_ptr<MZWorkItem>& item) {
         }
     } catch (...) {
         // It will never run: an error of the work, and its end.
+        const velto::Finally end([&] { item->threadCompleted(); });
         item->addUncaught();
-        item->threadCompleted();
+    }
+}
+
+std::size_t MZWorkSeries::beginSweep() {
+    if (!machine_.hasWaiting(workItems_.size())) {
+        machine_.stop();
+        return workItems_.size();
+    }
+    const std::size_t first = machine_.beginSweep(workItems_.size());
+    for (std::size_t index = first; index < workItems_.size(); ++index) {
+        machine_.sweep(place(firstIndex(index)));
+    }
+    return first;
+}
+
+/// One that had ended before it was swept tells nobody any more.
+void MZWorkSeries::passSwept(std::size_t index) {
+    if (workItems_[index]->hasEnded()) {
+        const Guard guard(lock_);
+        (void)machine_.pass(place(firstIndex(index)), true);
     }
 }
 
@@ -188,11 +211,14 @@ std::exception_ptr MZWorkSeries::sweepFrom(std::size_t first) {
     if (first == workItems_.size()) {
         return nullptr;
     }
-    std::exception_ptr failure =
-        visitAll(std::span(workItems_).subspan(first), [](MZWorkItem& item) {
-            item.setDelegate({});
-            item.cancel();
+    std::exception_ptr failure;
+    for (std::size_t index = first; index < workItems_.size(); ++index) {
+        velto::keepingFirst(failure, [&] {
+            workItems_[index]->setDelegate({});
+            workItems_[index]->cancel();
         });
+        velto::keepingFirst(failure, [&] { passSwept(index); });
+    }
     {
         const Guard guard(lock_);
         machine_.endStop();
@@ -219,11 +245,7 @@ void MZWorkSeries::cancelRemainingJobs() {
     std::size_t first = workItems_.size();
     {
         const Guard guard(lock_);
-        if (machine_.hasWaiting(workItems_.size())) {
-            first = machine_.beginSweep(workItems_.size());
-        } else {
-            machine_.stop();
-        }
+        first = beginSweep();
         settle();
     }
     deliverReports();
@@ -273,13 +295,14 @@ void MZWorkSeries::setStatus(MZWorkItemStatus status) {
 
 void MZWorkSeries::storeStatus(MZWorkItemStatus status, bool ends) {
     const bool completes = status == MZWorkItemStatus::completed;
-    const bool isNews = !completes || !std::exchange(isCompletionTold_, true);
+    const bool isFirst = completes && !std::exchange(isCompletionTold_, true);
+    const bool isShown = !completes || isFirst || status_ != status;
     status_ = status;
-    if (completes && isNews) {
+    if (isFirst || ends) {
         completeTime_ = Clock::now();
     }
-    if (isNews || ends) {
-        outbox_.add({.status = status, .isShown = isNews, .ends = ends});
+    if (isShown || ends) {
+        outbox_.add({.status = status, .ends = ends, .isShown = isShown, .completes = isFirst});
     }
 }
 
@@ -291,21 +314,20 @@ void MZWorkSeries::deliverReports(std::exception_ptr* failure) {
 void MZWorkSeries::tell(const Report& report) {
     std::exception_ptr failure;
     std::shared_ptr<MZWorkSeriesDelegate> listener = report.isShown ? delegate() : nullptr;
-    for (std::size_t number = 0; report.ends; ++number) {
-        const std::shared_ptr<MZWorkSeriesManager> owner = manager(number);
-        if (owner == nullptr) {
-            break;
+    std::size_t number = 0;
+    for (auto next = manager(number); report.ends && next; next = manager(++number)) {
+        if (const std::shared_ptr<MZWorkSeriesManager> owner = next->lock()) {
+            if (listener == owner) {
+                listener.reset();  // told by the end
+            }
+            velto::keepingFirst(failure, [&] { owner->seriesEnded(*this); });
         }
-        if (listener == owner) {
-            listener.reset();  // told by the end
-        }
-        velto::keepingFirst(failure, [&] { owner->seriesEnded(*this, report.isShown); });
     }
     if (listener != nullptr) {
         velto::keepingFirst(failure,
                             [&] { listener->workSeriesStatusChanged(*this, report.status); });
     }
-    if (report.isShown && report.status == MZWorkItemStatus::completed) {
+    if (report.completes) {
         // After the managers: who is notified finds the series in the history.
         velto::keepingFirst(failure, [this] {
             velto::NotificationCenter::shared().postOnMainThread(MZWorkSeriesCompletedNotification,
@@ -332,16 +354,16 @@ bool MZWorkSeries::linkTo(const std::weak_ptr<MZWorkSeriesManager>& manager) {
     return true;
 }
 
-/// Null behind the last; one that is gone is passed over.
-std::shared_ptr<MZWorkSeriesManager> MZWorkSeries::manager(std::size_t number) const {
+std::optional<std::weak_ptr<MZWorkSeriesManager>> MZWorkSeries::manager(std::size_t number) const {
     const Guard guard(lock_);
     if (number == 0) {
-        return manager_.lock();
+        return manager_;
     }
-    return number <= moreManagers_.size() ? moreManagers_[number - 1].lock() : nullptr;
+    return number <= moreManagers_.size() ? std::optional(moreManagers_[number - 1]) : std::nullopt;
 }
 
 void MZWorkSeries::notifyWorkItemsOfSeriesCompletion() {
+    const std::shared_ptr<MZWorkSeries> alive = weak_from_this().lock();
     velto::rethrowIfAny(visitAll(workItems_, [](MZWorkItem& item) { item.seriesCompleted(); }));
 }
 

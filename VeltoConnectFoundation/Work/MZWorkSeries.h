@@ -114,8 +114,9 @@ private:
     /// What has to be told after the lock, in the order of its members.
     struct Report {
         MZWorkItemStatus status;
-        bool isShown;  ///< To the delegate; 3 is posted, and the items hear of it.
-        bool ends;     ///< To the managers.
+        bool ends;       ///< To the managers.
+        bool isShown;    ///< To the delegate.
+        bool completes;  ///< It is posted, and the items hear of it: for the first 3.
     };
 
     /// The manager hears of the series' end, once. False when it was told to do so before.
@@ -133,6 +134,7 @@ private:
     Turn passItem(std::size_t index);
     void handOut(Turn turn);
     void enqueue(const std::shared_ptr<MZWorkItem>& item);
+    void passSwept(std::size_t index);
     /// Cancels the items from `first` on; answers the first exception.
     [[nodiscard]] std::exception_ptr sweepFrom(std::size_t first);
     /// At the end of whatever changed the machine: shows what has come of it.
@@ -140,7 +142,11 @@ private:
     void storeStatus(MZWorkItemStatus status, bool ends = false) VELTO_REQUIRES(lock_);
     void deliverReports(std::exception_ptr* failure = nullptr);
     void tell(const Report& report);
-    std::shared_ptr<MZWorkSeriesManager> manager(std::size_t number) const;
+    /// None behind the last.
+    std::optional<std::weak_ptr<MZWorkSeriesManager>> manager(std::size_t number) const;
+    /// Takes what waits out of the row, or only stops; answers from which item on.
+    std::size_t beginSweep() VELTO_REQUIRES(lock_);
+    std::size_t firstIndex(std::size_t index) const VELTO_REQUIRES(lock_);
     MZItemPlace& place(std::size_t index) VELTO_REQUIRES(lock_);
     template <class Visit>
     void visitCompletedItems(const Visit& visit) const;

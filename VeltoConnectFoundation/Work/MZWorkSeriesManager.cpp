@@ -54,19 +54,32 @@ public:
         Starts own(manager);
         std::exception_ptr failure;
         velto::keepingFirst(failure, [&] { decide(own); });
-        while (const auto series = own.waiting_.take()) {
-            velto::keepingFirst(failure, [&] { (void)(*series)->startIfPending(); });
+        while (const auto next = own.waiting_.take()) {
+            velto::keepingFirst(failure, [&] {
+                if (next->starts) {
+                    (void)next->series->startIfPending();
+                }
+                if (next->series->hasEnded()) {
+                    manager.seriesEnded(*next->series);  // perhaps before it was submitted
+                }
+            });
         }
         velto::rethrowIfAny(failure);
     }
 
-    void add(std::shared_ptr<MZWorkSeries> series) { waiting_.add(std::move(series)); }
+    void add(std::shared_ptr<MZWorkSeries> series) { waiting_.add({std::move(series), true}); }
+    /// It is not started, but it may have ended.
+    void look(std::shared_ptr<MZWorkSeries> series) { waiting_.add({std::move(series), false}); }
 
 private:
     static inline thread_local Starts* innermost = nullptr;
     MZWorkSeriesManager& manager_;
     Starts* const outer_;
-    velto::SmallQueue<std::shared_ptr<MZWorkSeries>> waiting_;
+    struct Entry {
+        std::shared_ptr<MZWorkSeries> series;
+        bool starts;
+    };
+    velto::SmallQueue<Entry> waiting_;
 };
 
 MZWorkSeriesManager::MZWorkSeriesManager(velto::PassKey)
@@ -93,10 +106,10 @@ void MZWorkSeriesManager::setDefaultManager(std::shared_ptr<MZWorkSeriesManager>
 
 void MZWorkSeriesManager::submitWork(std::shared_ptr<MZWorkSeries> series) {
     const std::shared_ptr<MZWorkSeriesManager> alive = weak_from_this().lock();
-    series->setDelegate(alive);
     if (!series->linkTo(alive)) {
         return;  // it was submitted before
     }
+    series->setDelegate(alive);
     Starts::make(*this, [&](Starts& starts) {
         const std::int64_t type = series->type();
         const Guard guard(lock_);
@@ -107,11 +120,9 @@ void MZWorkSeriesManager::submitWork(std::shared_ptr<MZWorkSeries> series) {
             start(record, starts);
         } else {
             startOneOfType(type, starts);
+            starts.look(series);
         }
     });
-    if (series->hasEnded()) {
-        seriesEnded(*series, true);  // it had ended before the manager was linked to it
-    }
 }
 
 bool MZWorkSeriesManager::startOneOfType(std::int64_t type, Starts& starts) {
@@ -179,7 +190,7 @@ MZWorkSeriesManager::Records& MZWorkSeriesManager::list(MZSubmittedState state) 
     return state == MZSubmittedState::waiting ? waiting_ : running_;
 }
 
-void MZWorkSeriesManager::seriesEnded(MZWorkSeries& series, bool isNews) {
+void MZWorkSeriesManager::seriesEnded(MZWorkSeries& series) {
     Records forgotten;
     Starts::make(*this, [&](Starts& starts) {
         std::shared_ptr<MZWorkSeriesDelegate> listener;
@@ -190,8 +201,9 @@ void MZWorkSeriesManager::seriesEnded(MZWorkSeries& series, bool isNews) {
                 return;
             }
             const std::int64_t type = found->second->type;
+            const bool isTold = std::exchange(found->second->isTold, true);
             const MZSubmittedStep ended = step(found->second, MZSubmittedEvent::end, forgotten);
-            if (ended.has(MZSubmittedTells) && isNews) {
+            if (ended.has(MZSubmittedTells) && !isTold) {
                 listener = delegate_.lock();
             }
             if (ended.has(MZSubmittedFrees)) {
@@ -212,8 +224,11 @@ void MZWorkSeriesManager::workSeriesStatusChanged(MZWorkSeries& series, MZWorkIt
     {
         const Guard guard(lock_);
         const auto found = records_.find(&series);
-        if (found != records_.end() && (found->second->state == MZSubmittedState::waiting ||
-                                        found->second->state == MZSubmittedState::running)) {
+        const bool isHere =
+            found != records_.end() && (found->second->state == MZSubmittedState::waiting ||
+                                        found->second->state == MZSubmittedState::running);
+        if (isHere && (status == MZWorkItemStatus::cancelled ||
+                       !std::exchange(found->second->isTold, true))) {
             listener = delegate_.lock();
         }
     }
@@ -237,7 +252,9 @@ void MZWorkSeriesManager::cancelAllWork() {
     }
     std::exception_ptr failure;
     for (const std::shared_ptr<MZWorkSeries>& series : cancelled) {
+        series->setDelegate({});
         velto::keepingFirst(failure, [&] { series->cancel(); });
+        series->setDelegate(weak_from_this());
     }
     velto::rethrowIfAny(failure);
 }

@@ -52,7 +52,7 @@ public:
     std::shared_ptr<MZWorkSeriesDelegate> delegate() const;
     void setDelegate(std::weak_ptr<MZWorkSeriesDelegate> delegate);
 
-    /// Of a series that shows 2 or 3 and has not ended, the delegate is told; nothing else.
+    /// The delegate is told of 2, and once of 3; the series stays where it is until it ends.
     void workSeriesStatusChanged(MZWorkSeries& series, MZWorkItemStatus status) override;
 
     std::string description() const;
@@ -65,6 +65,7 @@ private:
         MZSubmittedState state = MZSubmittedState::waiting;
         std::int64_t type = 0;     ///< Under which it counts while it has a place.
         bool isForgotten = false;  ///< The history held it, and holds it no more.
+        bool isTold = false;       ///< That it has completed, to the delegate.
     };
     using Records = std::list<Record>;
     struct TypeLimit {
@@ -76,8 +77,7 @@ private:
     /// The series that this thread has yet to start; starts never nest.
     class Starts;
 
-    /// The series has ended; `isNews` unless its completion was told before.
-    void seriesEnded(MZWorkSeries& series, bool isNews);
+    void seriesEnded(MZWorkSeries& series);
     /// Steps through the table, moves the record to where it belongs, and counts. Needs no memory,
     /// so that no end is lost for want of it.
     MZSubmittedStep step(Records::iterator record, MZSubmittedEvent event, Records& forgotten)

@@ -240,10 +240,17 @@ public:
     }
     constexpr void endStop() { --open_; }
     /// Takes the items whose turn has not come out of the row, from the answered index on: the
-    /// caller cancels them and says endStop().
+    /// caller says sweep() of each, cancels them, and says endStop().
     [[nodiscard]] constexpr std::size_t beginSweep(std::size_t count) {
         beginStop();
         return std::exchange(next_, count);
+    }
+    /// The item is no longer awaited, but the series ends when it has ended.
+    constexpr void sweep(MZItemPlace& place) {
+        if (place == MZItemPlace::waiting) {
+            ++open_;
+            place = MZItemPlace::open;
+        }
     }
 
     /// True once: when the series has ended by what was just told.
