@@ -158,7 +158,8 @@ Failure failureOf(const VeltoDrovanUploadWorker& worker, const JobOutcome& outco
     if (failure.why.empty()) {
         failure.why.push_back(endOfTool(worker.termination()));
     }
-    if (const VeltoDrovanTransfer transfer = worker.transfer(); transfer.size != 0) {
+    if (const VeltoDrovanTransfer transfer = worker.transfer();
+        transfer.size != 0 && !worker.isVerifyOnly()) {
         failure.why.push_back(storeSide(transfer));
     }
     return failure;
@@ -168,10 +169,13 @@ Failure failureOf(const VeltoDrovanUploadWorker& worker, const JobOutcome& outco
 Failure unconfirmed(const VeltoDrovanUploadWorker& worker) {
     const bool verifyOnly = worker.isVerifyOnly();
     Failure failure;
-    for (const Data& text :
-         {worker.drovan()->standardErrorText(), worker.drovan()->standardOutText()}) {
-        if (failure.why.empty()) {
-            failure = failureOfErrors({}, VeltoDrovanMessages::parseErrorsFromString(text.view()));
+    for (const auto& parse : {&VeltoDrovanMessages::parseErrorsFromString,
+                              &VeltoDrovanMessages::parseAllErrorsFromString}) {
+        for (const Data& text :
+             {worker.drovan()->standardErrorText(), worker.drovan()->standardOutText()}) {
+            if (worker.reportedErrors() && failure.why.empty()) {
+                failure = failureOfErrors({}, parse(text.view()));
+            }
         }
     }
     failure.exitCode = ExitCode::tryAgain;

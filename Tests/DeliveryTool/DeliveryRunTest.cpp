@@ -104,6 +104,10 @@ TEST_F(DeliveryRun, EveryFaultOfTheToolEndsInAClearResult) {
 TEST_F(DeliveryRun, OnlyAToolThatSaysSoConfirmsItsWork) {
     const std::string block =
         "echo 'JSON-START>>{\"done\":1}<<JSON-END' >&2; echo NewPackageName = A.velmp >&2";
+    const std::string error = "echo 12:00 ERROR: x; ";
+    const std::string restart = "echo Scheduling automatic restart in 0 s; ";
+    const std::string transfer =
+        "echo Setting total size of files for upload to: 4; echo 'a 4/4, 100% completed'; ";
     const std::string end =
         R"(printf 'JSON: {"messageType":"VerifyProgress","description":"Validation completed."}')";
     const struct {
@@ -121,6 +125,12 @@ TEST_F(DeliveryRun, OnlyAToolThatSaysSoConfirmsItsWork) {
         {"ends in the transfer", false, "exit=0@transfer:50\n", "", false},
         {"ends before it", false, "exit=0@checked\n", "", false},
         {"lists errors", false, "error=Not so (-5)\nexit=0@end\n", "", false},
+        {"tells errors", false, "error=Not so (-5)\nerror-style=lines\nexit=0@end\n", "", false},
+        {"verify tells errors", true, "error=x\nerror-style=lines\nexit=0@end\n", "", false},
+        {"an error, then a restart", false, "", error + transfer + restart + transfer + block,
+         true},
+        {"a restart, then an error", false, "", restart + transfer + error + block, false},
+        {"an unfinished error", false, "", transfer + block + "; printf ERROR:x", false},
         {"does nothing", false, "", "true", false},
         {"only a result", false, "", block, false},
         {"verify", true, "", "", true},

@@ -219,6 +219,8 @@ TEST(UploadWorker, AccountsForEachByteOnce) {
          300,
          0,
          false},
+        {"more than there is", {"a b.mov 500/100, x% completed\n"}, 100, 0, false},
+        {"more than announced", {"a b.mov 400/400, 100% completed\n"}, 100, 0, false},
         {"not announced", {"c.mov 400/400, 100% completed\n"}, 400, 0, true},
     };
     for (const auto& row : rows) {
@@ -233,6 +235,33 @@ TEST(UploadWorker, AccountsForEachByteOnce) {
         EXPECT_EQ(worker->transfer().sent, row.sent);
         EXPECT_EQ(worker->transfer().skipped, row.skipped);
         EXPECT_EQ(worker->transfer().isWhole(), row.isWhole);
+    }
+}
+
+TEST(UploadWorker, TakesNoFileNameForAWordOfTheTool) {
+    const std::string skipped = " has been skipped because it already exists on the remote server";
+    for (const std::string& name :
+         {std::string("Computing total size of files to upload"),
+          std::string("Performing transport diagnostic test of x.mov"), "q" + skipped,
+          std::string("Setting total size of files for upload to: 3"),
+          std::string("Scheduling automatic restart in"), std::string("Error Messages:"),
+          std::string("ERROR: x.mov")}) {
+        for (const bool isThere : {false, true}) {
+            SCOPED_TRACE(name);
+            const auto worker = workerFor(packageSource());
+            for (const std::string& line :
+                 {"Checking the MD5 checksum of " + name,
+                  "adding file for % complete logging: " + name + " size: 400",
+                  std::string("Setting total size of files for upload to: 400"),
+                  isThere ? "The file named " + name + skipped : name + " 400/400, 100% completed",
+                  "JSON-START>>{\"files\":[\"" + name + "\"]}<<JSON-END"}) {
+                worker->processDrovanOutput(line);
+            }
+            EXPECT_EQ(worker->transfer().size, 400U);
+            EXPECT_EQ(worker->transfer().sent, isThere ? 0U : 400U);
+            EXPECT_EQ(worker->transfer().skipped, isThere ? 400U : 0U);
+            EXPECT_FALSE(worker->reportedErrors());
+        }
     }
 }
 

@@ -28,6 +28,8 @@ constexpr std::array<Marker, markerCount> markers{{
     {"Performing uploadDone notification to Zarnet for package ", 0},
     {"Scheduling automatic restart in", 0},
     {"Using operation named:", 0},
+    {"ERROR:", 3},
+    {"Error Messages:", 6},
 }};
 static_assert(markers[1].text[16] == '%' && markers[4].text[38] == 'x');
 

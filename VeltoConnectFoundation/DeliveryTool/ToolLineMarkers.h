@@ -22,6 +22,8 @@ enum class ToolLineMarker : std::uint8_t {
     uploadDone,              ///< "Performing uploadDone notification to Zarnet for package "
     schedulingRestart,       ///< "Scheduling automatic restart in"
     communicatingWithStore,  ///< "Using operation named:"
+    error,                   ///< "ERROR:"
+    errorList,               ///< "Error Messages:"
     count,
 };
 
@@ -38,6 +40,7 @@ public:
     std::string_view before(ToolLineMarker marker) const noexcept;
     std::string_view after(ToolLineMarker marker) const noexcept;
 
+    std::string_view line() const noexcept { return line_; }
     static std::string_view text(ToolLineMarker marker) noexcept;
 
 private:

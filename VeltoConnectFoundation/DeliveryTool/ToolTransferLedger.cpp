@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <initializer_list>
 
 using Marker = ToolLineMarker;
 
@@ -11,6 +12,29 @@ namespace {
 
 /// Longer names are told apart by their ends: the look-up of a line stays short.
 constexpr std::size_t longestName = 1024;
+
+constexpr std::string_view fileNamed = "The file named ";
+
+bool holds(std::string_view text, std::initializer_list<std::string_view> words) noexcept {
+    return std::ranges::any_of(
+        words, [&](std::string_view word) { return text.find(word) != std::string_view::npos; });
+}
+
+/// The one that begins a line's matter; "ERROR: … Scheduling automatic restart in" is a restart.
+std::optional<Marker> firstMarker(const ToolLineMarkers& markers) noexcept {
+    std::optional<Marker> first;
+    for (std::size_t index = 0; index < static_cast<std::size_t>(Marker::count); ++index) {
+        const auto marker = static_cast<Marker>(index);
+        if (markers.has(marker) && marker != Marker::percentCompleted &&
+            marker != Marker::skippedFile &&
+            (!first || markers.before(marker).size() < markers.before(*first).size())) {
+            first = marker;
+        }
+    }
+    return first == Marker::error && markers.has(Marker::schedulingRestart)
+               ? Marker::schedulingRestart
+               : first;
+}
 
 /// Two whole numbers with a slash between them.
 bool readCounts(std::string_view text, std::int64_t& sent, std::int64_t& total) {
@@ -48,28 +72,60 @@ std::string_view ToolLineCounts::lastWord() const noexcept {
     return space == std::string_view::npos ? before : before.substr(space + 1);
 }
 
-void ToolTransferLedger::enter(const ToolLineMarkers& markers,
-                               const std::optional<ToolLineCounts>& counts) {
-    if (markers.has(Marker::computingTotalSize) || markers.has(Marker::diagnosticTest)) {
-        *this = {};
-    }
+ToolLineKind toolLineKind(const ToolLineMarkers& markers,
+                          const std::optional<ToolLineCounts>& counts) noexcept {
     if (markers.has(Marker::addingFile)) {
-        announce(markers.after(Marker::addingFile));
+        return ToolLineKind::addingFile;
     }
-    if (transfer_.size == 0) {
-        if (markers.has(Marker::settingTotalSize)) {
+    if (counts) {
+        return ToolLineKind::counts;
+    }
+    if (markers.has(Marker::skippedFile) &&
+        holds(markers.before(Marker::skippedFile), {fileNamed})) {
+        return ToolLineKind::skippedFile;
+    }
+    const std::optional<Marker> first = firstMarker(markers);
+    if (!first || holds(markers.before(*first), {"JSON-START>>", "NewPackageName = "})) {
+        return ToolLineKind::other;
+    }
+    switch (*first) {
+        case Marker::settingTotalSize:
+            return ToolLineKind::totalSize;
+        case Marker::computingTotalSize:
+        case Marker::diagnosticTest:
+            return ToolLineKind::reset;
+        case Marker::schedulingRestart:
+            return ToolLineKind::restart;
+        case Marker::error:
+        case Marker::errorList: {
+            const bool isOne =
+                *first == Marker::error || velto::trimmed(markers.after(Marker::errorList)).empty();
+            return isOne && !holds(markers.before(*first), {"DBG:", "WARN:", "INFO-X:"})
+                       ? ToolLineKind::error
+                       : ToolLineKind::other;
+        }
+        default:
+            return ToolLineKind::other;
+    }
+}
+
+void ToolTransferLedger::enter(ToolLineKind kind,
+                               const ToolLineMarkers& markers,
+                               const std::optional<ToolLineCounts>& counts) {
+    if (kind == ToolLineKind::reset) {
+        *this = {};
+    } else if (kind == ToolLineKind::addingFile) {
+        announce(markers.after(Marker::addingFile));
+    } else if (transfer_.size == 0) {
+        if (kind == ToolLineKind::totalSize) {
             transfer_.size = static_cast<std::uint64_t>(std::max<std::int64_t>(
                 velto::leadingInteger(markers.after(Marker::settingTotalSize)), 0));
         }
-    } else if (markers.has(Marker::skippedFile)) {
-        constexpr std::string_view nameMarker = "The file named ";
-        const std::string_view before = markers.before(Marker::skippedFile);
-        if (const std::size_t start = before.find(nameMarker); start != std::string_view::npos) {
-            skip(before.substr(start + nameMarker.size()));
-        }
-    } else if (counts) {
+    } else if (kind == ToolLineKind::skippedFile) {
+        skip(markers.line());
+    } else if (kind == ToolLineKind::counts) {
         send(*counts);
-    } else if (markers.has(Marker::schedulingRestart)) {
+    } else if (kind == ToolLineKind::restart) {
         restart();
     }
 }
@@ -90,11 +146,14 @@ void ToolTransferLedger::announce(std::string_view text) {
     File& file = files_.try_emplace(std::string(name)).first->second;
     transfer_.sent -= file.sent;
     transfer_.skipped -= file.isSkipped ? file.size : 0;
-    file = {static_cast<std::uint64_t>(std::max<std::int64_t>(size, 0)), 0, false};
+    const auto announced = static_cast<std::uint64_t>(std::max<std::int64_t>(size, 0));
+    file = {announced, announced, 0, false};
 }
 
-void ToolTransferLedger::skip(std::string_view name) {
-    const auto found = files_.find(name);
+void ToolTransferLedger::skip(std::string_view line) {
+    // The last of these words are the tool's: the name may hold them, too.
+    line = line.substr(0, line.rfind(ToolLineMarkers::text(Marker::skippedFile)));
+    const auto found = files_.find(line.substr(line.find(fileNamed) + fileNamed.size()));
     if (found == files_.end()) {
         return;
     }
@@ -102,7 +161,7 @@ void ToolTransferLedger::skip(std::string_view name) {
     if (File& file = found->second; !file.isSkipped && !file.hasArrived()) {
         transfer_.sent -= file.sent;
         transfer_.skipped += file.size;
-        file = {file.size, 0, true};
+        file = {file.announced, file.size, 0, true};
     }
 }
 
@@ -118,8 +177,12 @@ void ToolTransferLedger::send(const ToolLineCounts& counts) {
     if (file.sent == 0) {
         begun_.push_back(&file);
     }
-    const auto sent = static_cast<std::uint64_t>(counts.sent);
+    // What is said beyond a file's size must not stand for what another file lacks.
     file.size = static_cast<std::uint64_t>(counts.total);
+    if (file.announced != 0) {
+        file.size = std::min(file.size, file.announced);
+    }
+    const std::uint64_t sent = std::min(static_cast<std::uint64_t>(counts.sent), file.size);
     transfer_.sent += sent - file.sent;
     file.sent = sent;
 }

@@ -22,15 +22,35 @@ struct ToolLineCounts {
     std::string_view lastWord() const noexcept;
 };
 
+/// What a line tells of a transfer. File names may read like any of it: the kinds go before one
+/// another in this order, and behind a marker all is a name.
+enum class ToolLineKind : std::uint8_t {
+    addingFile,
+    counts,
+    skippedFile,
+    totalSize,
+    reset,    ///< The tool starts over.
+    restart,  ///< The transfer starts over.
+    error,    ///< An error, or the head of a list of them.
+    other,
+};
+
+/// `counts` are those of a line that has them.
+ToolLineKind toolLineKind(const ToolLineMarkers& markers,
+                          const std::optional<ToolLineCounts>& counts) noexcept;
+
 /// Keeps account of a transfer's bytes, each file by its whole name and once. One thread at a time.
 class VELTO_EXPORT_INTERNAL ToolTransferLedger {
 public:
-    /// Enters what a line tells; `counts` are those of a line that has them.
-    void enter(const ToolLineMarkers& markers, const std::optional<ToolLineCounts>& counts);
+    /// Enters what a line of this kind tells.
+    void enter(ToolLineKind kind,
+               const ToolLineMarkers& markers,
+               const std::optional<ToolLineCounts>& counts);
     const VeltoDrovanTransfer& transfer() const noexcept { return transfer_; }
 
 private:
     struct File {
+        std::uint64_t announced = 0;
         std::uint64_t size = 0;
         std::uint64_t sent = 0;
         bool isSkipped = false;
@@ -45,7 +65,7 @@ private:
     };
 
     void announce(std::string_view text);
-    void skip(std::string_view name);
+    void skip(std::string_view line);
     void send(const ToolLineCounts& counts);
     void restart();
     File& fileOf(const ToolLineCounts& counts);

@@ -225,6 +225,7 @@ void VeltoDrovanUploadWorker::drovanWillStart() {
         isValidated_ = false;
     }
     confirmed_ = false;
+    reportedErrors_ = false;
     std::vector<std::string> arguments{"-m", verifyOnly_ ? "verify" : "upload", "-u"};
     const auto append = [&](auto... texts) { (arguments.emplace_back(texts), ...); };
 
@@ -297,10 +298,7 @@ void VeltoDrovanUploadWorker::processDrovanOutput(std::string_view line) {
         return;
     }
     const std::optional<ToolLineCounts> counts = countsOf(line, markers);
-    {
-        Guard guard(progressLock_);
-        ledger_->enter(markers, counts);
-    }
+    enterLine(markers, counts);
     if (const std::optional<std::string> percent = percentCompleted(line, markers, counts)) {
         double value = 0;
         std::from_chars(percent->data(), percent->data() + percent->size(), value);
@@ -552,9 +550,7 @@ void VeltoDrovanUploadWorker::drovanCompleted() {
     readResults(error, out);
     readUnfinishedLine(out);
     readUnfinishedLine(error);
-    confirmed_ = terminationStatus() == 0 && saysDone() &&
-                 !VeltoDrovanMessages::extractMultipleErrorsFromString(error) &&
-                 !VeltoDrovanMessages::extractMultipleErrorsFromString(out);
+    confirmed_ = terminationStatus() == 0 && saysDone() && !reportedErrors_;
 }
 
 bool VeltoDrovanUploadWorker::saysDone() const {
@@ -570,8 +566,18 @@ void VeltoDrovanUploadWorker::readUnfinishedLine(std::string_view output) {
     if (markers.has(Marker::json)) {
         noteVerifyStep(verifyProgress(markers)["description"].string());
     }
+    enterLine(markers, countsOf(line, markers));
+}
+
+/// What went wrong before the transfer starts over is not the end of it.
+void VeltoDrovanUploadWorker::enterLine(const ToolLineMarkers& markers,
+                                        const std::optional<ToolLineCounts>& counts) {
+    const ToolLineKind kind = toolLineKind(markers, counts);
+    if (kind == ToolLineKind::error || kind == ToolLineKind::restart) {
+        reportedErrors_ = kind == ToolLineKind::error;
+    }
     Guard guard(progressLock_);
-    ledger_->enter(markers, countsOf(line, markers));
+    ledger_->enter(kind, markers, counts);
 }
 
 VeltoDrovanTransfer VeltoDrovanUploadWorker::transfer() const {

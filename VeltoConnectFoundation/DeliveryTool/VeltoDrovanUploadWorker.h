@@ -66,8 +66,11 @@ public:
     velto::Value jsonOutput() const;  ///< The tool's result block; none without.
     /// After the run: whether the tool ended with 0 and itself said that the work is done. For an
     /// upload its result block or new package name, with all bytes sent or at the store already;
-    /// for a verify the end of the validation as its last step. Never when it listed errors.
+    /// for a verify the end of the validation as its last step. Never when it reported errors.
     bool deliveryConfirmed() const { return confirmed_.load(); }
+    /// Whether the tool wrote an "ERROR:" line or a list of errors since it last started the
+    /// transfer over, whatever its exit status.
+    bool reportedErrors() const { return reportedErrors_.load(); }
     /// Exact also for file names with blanks, which size() and completed() are not.
     VeltoDrovanTransfer transfer() const;
 
@@ -139,6 +142,7 @@ private:
                                                 const ToolLineMarkers& markers,
                                                 const std::optional<ToolLineCounts>& counts);
     void noteVerifyStep(std::string_view description);
+    void enterLine(const ToolLineMarkers& markers, const std::optional<ToolLineCounts>& counts);
     void readUnfinishedLine(std::string_view output);
     bool saysDone() const;
     void scanFileSizes(const ToolLineMarkers& markers, std::string_view line);
@@ -153,6 +157,7 @@ private:
     const bool verifyOnly_;
     std::atomic<bool> checksumEnabled_{true};
     std::atomic<bool> confirmed_{false};
+    std::atomic<bool> reportedErrors_{false};
     bool hasLoginEnvironment_ = false;  ///< The thread of run() alone.
     mutable velto::Lock progressLock_;
     std::uint64_t transferSize_ VELTO_GUARDED_BY(progressLock_) = 0;
