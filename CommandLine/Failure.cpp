@@ -29,6 +29,9 @@ constexpr const char* checkRights =
 constexpr const char* lookAtLog =
     markLocalized("Run it again with --verbose, or with --log-file FILE, to see more.");
 
+constexpr const char* checkTool =
+    markLocalized("Check the delivery tool: velto tool locate, velto tool version.");
+
 constexpr FailureKind kinds[] = {
     // The store's own codes; what else a tool says bears its reason and its next step itself.
     {VeltoDrovanErrorDomain, -20101, ExitCode::signIn,
@@ -47,8 +50,7 @@ constexpr FailureKind kinds[] = {
     // A worker's error of its own: the tool ended without a message; or it could not be started.
     {WorkerErrorDomain, -10000, ExitCode::tryAgain,
      markLocalized("Try again; if it ends so once more, add --log-file FILE to see what it did.")},
-    {WorkerErrorDomain, -10001, ExitCode::failed,
-     markLocalized("Check the delivery tool: velto tool locate, velto tool version.")},
+    {WorkerErrorDomain, -10001, ExitCode::failed, checkTool},
     {POSIXErrorDomain, ECONNREFUSED, ExitCode::tryAgain, checkNetwork},
     {POSIXErrorDomain, ECONNRESET, ExitCode::tryAgain, checkNetwork},
     {POSIXErrorDomain, EHOSTUNREACH, ExitCode::tryAgain, checkNetwork},
@@ -58,6 +60,8 @@ constexpr FailureKind kinds[] = {
     {POSIXErrorDomain, EMFILE, ExitCode::tryAgain, tryLater},
     {POSIXErrorDomain, ENFILE, ExitCode::tryAgain, tryLater},
     {POSIXErrorDomain, ENOMEM, ExitCode::tryAgain, tryLater},
+    {POSIXErrorDomain, ETXTBSY, ExitCode::tryAgain, tryLater},
+    {POSIXErrorDomain, ENOEXEC, ExitCode::toolNotFound, checkTool},
     {POSIXErrorDomain, ENOSPC, ExitCode::failed, makeRoom},
     {POSIXErrorDomain, EDQUOT, ExitCode::failed, makeRoom},
     {POSIXErrorDomain, EACCES, ExitCode::failed, checkRights},
@@ -92,10 +96,12 @@ const FailureKind& failureKind(const Error& error) {
 }
 
 Error systemReason(const Error& error) {
-    const bool onlySaysThat =
-        error.domain() == MZFileCopyErrorDomain || error.domain() == MZMD5OperationErrorDomain;
+    const bool isLaunch = error.domain() == WorkerErrorDomain;
+    const bool onlySaysThat = error.domain() == MZFileCopyErrorDomain ||
+                              error.domain() == MZMD5OperationErrorDomain || isLaunch;
     const Error reason = onlySaysThat ? error.underlyingError() : Error();
-    return reason ? reason : error;
+    // Of a tool that could not be started more is known than to look at the log.
+    return !reason || (isLaunch && failureKind(reason).domain.empty()) ? error : reason;
 }
 
 Failure failureOfErrors(std::string what, const std::vector<Error>& errors) {

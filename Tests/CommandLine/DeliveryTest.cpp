@@ -53,8 +53,11 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
     write(planted, "#!/bin/sh\n");
     std::filesystem::permissions(planted, std::filesystem::perms{0777});
     write(folder / "text", "echo\n");
+    write(folder / "elf",
+          "\x7f"
+          "ELF junk");
     write(folder / "script", "#! /none/sh -e\n");
-    for (const char* name : {"text", "script"})
+    for (const char* name : {"text", "script", "elf"})
         std::filesystem::permissions(folder / name, std::filesystem::perms(0700));
     const Strings verify = job("verify", package);
     const Strings upload = job("upload", package);
@@ -119,12 +122,19 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
         {"sign-in wins", verify, {}, "error=Odd (-4)\nerror=Late (-20283)\n", 4, "Late"},
         {"ends in the transfer", upload, {}, "exit=0@transfer\n", 5, "confirming the delivery"},
         {"ends in the check", verify, {}, "exit=0@checked\n", 5, "confirming that the package"},
+        {"tells an error",
+         upload,
+         {},
+         "error=Bad (-8)\nerror-style=lines\nexit=0@end\n",
+         5,
+         "Why:  Bad (-8)"},
         {"exit status", upload, {}, "exit=9@signed-in\n", 5, "the exit status 9."},
         {"crash", upload, {}, "crash=SEGV@signed-in\n", 5, "the signal SIGSEGV."},
         {"no tool", with({"--tool", folder / "nothing"}), {}, "", 6, "--tool PATH"},
         {"planted tool", with({"--tool", planted}), {}, "", 6, "chmod go-w"},
         {"a folder", with({"--tool", folder}), {}, "", 6, "is a folder"},
         {"no program", with({"--tool", folder / "text"}), {}, "", 6, "is no program"},
+        {"of another machine", with({"--tool", folder / "elf"}), {}, "", 6, "not a program"},
         {"no interpreter", with({"--tool", folder / "script"}), {}, "", 6, "/none/sh"},
     };
     for (const auto& row : rows) {

@@ -9,6 +9,7 @@
 #include <VeltoConnectFoundation/Codecs/MZMD5Operation.h>
 #include <VeltoConnectFoundation/DeliveryTool/VeltoDrovanMessages.h>
 #include <VeltoConnectFoundation/Platform/SecretRegistry.h>
+#include <VeltoConnectFoundation/Work/MZAbstractWorker.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -179,6 +180,15 @@ TEST(PiecesTest, TheWorstErrorDecidesTheExitCode) {
     EXPECT_EQ(failureOfErrors("x", {odd, busy, odd}).why,
               (std::vector<std::string>{"Odd", busy.localizedDescription()}));
     EXPECT_EQ(failureKinds().back().domain, "");
+    for (const auto& [number, code] : {std::pair{EMFILE, ExitCode::tryAgain},
+                                       {ETXTBSY, ExitCode::tryAgain},
+                                       {ENOEXEC, ExitCode::toolNotFound},
+                                       {EINVAL, ExitCode::failed}}) {
+        const Error error(WorkerErrorDomain, -10001, {{UnderlyingErrorKey, Error::posix(number)}});
+        const Failure failure = failureOfErrors("x", {error});
+        EXPECT_EQ(failure.exitCode, code) << number;
+        EXPECT_EQ(failure.next == failureKind(error).next, code != ExitCode::tryAgain) << number;
+    }
     // What the system said says more than that a digest failed.
     Error undigested;
     EXPECT_FALSE(MZMD5Operation::md5ForFilename("/", &undigested));

@@ -43,6 +43,16 @@ velto::Data decoded(velto::Data bytes) {
         velto::decodeText(bytes.view(), velto::TextEncoding::isoLatin1).value_or(std::string())));
 }
 
+/// What the system said goes along: whether to try again depends on it.
+Exception launchException(std::string_view name, const velto::Error& error) {
+    const std::string text =
+        format("%@ %@", error.localizedDescription(), error.localizedFailureReason());
+    return {name,
+            text,
+            {{velto::UnderlyingErrorKey,
+              velto::Error::make(error.domain(), error.code(), text, text)}}};
+}
+
 }  // namespace
 
 VeltoDrovanDelegate::~VeltoDrovanDelegate() = default;
@@ -236,8 +246,7 @@ std::shared_ptr<VeltoDrovan::Child> VeltoDrovan::createTask() {
         velto::Error error;
         std::unique_ptr<velto::Process> process = velto::Process::make(&error);
         if (process == nullptr) {
-            throw Exception(velto::GenericException, format("%@ %@", error.localizedDescription(),
-                                                            error.localizedFailureReason()));
+            throw launchException(velto::GenericException, error);
         }
         MZLogDebug("Sending request to VeltoDrovan…");
         MZLogDebug("    Command: %@", launch.path);
@@ -270,9 +279,7 @@ void VeltoDrovan::launch(const std::shared_ptr<Child>& child) {
     }
     velto::Error error;
     if (!child->process().launch(how, velto::MainQueue::shared(), child, &error)) {
-        throw Exception(
-            velto::InvalidArgumentException,
-            format("%@ %@", error.localizedDescription(), error.localizedFailureReason()));
+        throw launchException(velto::InvalidArgumentException, error);
     }
     if (child->isUnwanted()) {
         child->process().terminate();

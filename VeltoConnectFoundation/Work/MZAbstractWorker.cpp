@@ -256,10 +256,13 @@ void MZAbstractWorker::addException(const Exception& exception) {
     if (text.empty()) {
         text = "Unknown exception reason";
     }
-    addError(Error(WorkerErrorDomain, -10001,
-                   {{velto::LocalizedDescriptionKey, text},
-                    {velto::LocalizedFailureReasonKey, text},
-                    {"MZUnderlyingException", exception}}));
+    velto::Dictionary information{{velto::LocalizedDescriptionKey, text},
+                                  {velto::LocalizedFailureReasonKey, text},
+                                  {"MZUnderlyingException", exception}};
+    if (const Value& cause = exception.userInfo()[velto::UnderlyingErrorKey]) {
+        information.set(velto::UnderlyingErrorKey, cause);
+    }
+    addError(Error(WorkerErrorDomain, -10001, std::move(information)));
 }
 
 void MZAbstractWorker::addError(const Error& error) {
