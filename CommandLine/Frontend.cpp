@@ -42,6 +42,11 @@ void Frontend::configure(const Invocation& invocation) {
     });
 }
 
+void Frontend::configureForJSON(const Command* command) {
+    style_ = Style::json;
+    command_ = command != nullptr ? command->name : std::string_view();
+}
+
 void Frontend::answerStopAtOnce(std::string_view what) noexcept {
     try {
         if (printsJSON() && !hasResult_.exchange(true)) {

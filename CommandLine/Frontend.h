@@ -13,6 +13,7 @@ namespace velto::cli {
 
 class Interrupts;
 class Invocation;
+struct Command;
 
 /// What every command works with: where it prints, how it is told to stop, and what it was given.
 class Frontend {
@@ -26,7 +27,8 @@ public:
 
     /// How to print; from the options.
     void configure(const Invocation& invocation);
-    void printJSON() { style_ = Style::json; }
+    /// The same for a command line that was not understood, but for its command; null without.
+    void configureForJSON(const Command* command);
 
     Console& console() { return console_; }
     Interrupts& interrupts() { return interrupts_; }

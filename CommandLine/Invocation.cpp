@@ -13,14 +13,6 @@ namespace velto::cli {
 
 namespace {
 
-std::string helpHint(const Command* command) {
-    std::string line = "velto ";
-    if (command != nullptr) {
-        line.append(command->name).append(" ");
-    }
-    return localizedFormat("See %@.", line + "--help");
-}
-
 /// A node of the parser for each command, and what its options and operands are there.
 struct Node {
     CLI::App* app;
@@ -192,7 +184,26 @@ bool checkChoices(const Invocation& invocation, const Option& option, Failure& f
     return true;
 }
 
+/// The last of the words that were understood; null without one.
+const Command* chosenCommand(const CLI::App& root) {
+    const Command* command = nullptr;
+    for (const CLI::App* app = &root; !app->get_subcommands().empty();) {
+        app = app->get_subcommands().front();
+        command = findCommand((command != nullptr ? std::string(command->name) + " " : "") +
+                              app->get_name());
+    }
+    return command;
+}
+
 }  // namespace
+
+std::string helpHint(const Command* command) {
+    std::string line = "velto ";
+    if (command != nullptr) {
+        line.append(command->name).append(" ");
+    }
+    return localizedFormat("See %@.", line + "--help");
+}
 
 std::optional<std::string> Invocation::value(const Option& option) const {
     const auto found = values_.find(option.name);
@@ -205,6 +216,7 @@ std::vector<std::string> Invocation::values(const Option& option) const {
 }
 
 std::optional<Invocation> Invocation::parse(const std::vector<std::string>& arguments,
+                                            const Command*& command,
                                             Failure& failure) {
     CLI::App root("", "velto");
     std::map<std::string_view, Node> nodes;
@@ -215,18 +227,18 @@ std::optional<Invocation> Invocation::parse(const std::vector<std::string>& argu
         node.add(commonOptions());
     };
     prepare(nodes.emplace("", Node{&root, nullptr}).first->second);
-    for (const Command* command : allCommands()) {
-        CLI::App* parent = nodes.at(command->family()).app;
+    for (const Command* known : allCommands()) {
+        CLI::App* parent = nodes.at(known->family()).app;
         Node& node =
             nodes
-                .emplace(command->name,
-                         Node{parent->add_subcommand(std::string(command->lastWord())), command})
+                .emplace(known->name,
+                         Node{parent->add_subcommand(std::string(known->lastWord())), known})
                 .first->second;
         prepare(node);
-        for (const OptionGroup& group : command->groups) {
+        for (const OptionGroup& group : known->groups) {
             node.add(group);
         }
-        if (!command->operands.empty()) {
+        if (!known->operands.empty()) {
             node.addOperands();
         }
     }
@@ -236,16 +248,11 @@ std::optional<Invocation> Invocation::parse(const std::vector<std::string>& argu
     try {
         root.parse(std::move(reversed));
     } catch (const CLI::ParseError& error) {
-        const Command* command = nullptr;
-        for (const CLI::App* app = &root; !app->get_subcommands().empty();) {
-            app = app->get_subcommands().front();
-            const std::string name =
-                (command != nullptr ? std::string(command->name) + " " : "") + app->get_name();
-            command = findCommand(name);
-        }
+        command = chosenCommand(root);
         failure = unfitOption(error, command);
         return std::nullopt;
     }
+    command = chosenCommand(root);
     for (Node* node = &nodes.at("");;) {
         invocation.command = node->command;
         for (const auto& [option, parsed] : node->options) {

@@ -25,12 +25,17 @@ public:
         values_[option.name].push_back(std::move(value));
     }
 
-    /// none, with what is wrong, when `arguments` cannot be understood
+    /// None, with what is wrong, when `arguments` cannot be understood; `command` is then the one
+    /// that could be, null without.
     static std::optional<Invocation> parse(const std::vector<std::string>& arguments,
+                                           const Command*& command,
                                            Failure& failure);
 
 private:
     std::map<std::string_view, std::vector<std::string>> values_;
 };
+
+/// Where a command, or `velto` alone (null), is explained.
+std::string helpHint(const Command* command);
 
 }  // namespace velto::cli

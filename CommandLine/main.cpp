@@ -94,12 +94,13 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
                                  completions(std::span(arguments).subspan(1)));
         return ExitCode::done;
     }
+    const Command* command = nullptr;
     Failure failure;
-    const auto invocation = Invocation::parse(arguments, failure);
+    const auto invocation = Invocation::parse(arguments, command, failure);
     if (!invocation) {
         // A program reads nothing else, also when it has typed something wrong.
         if (std::ranges::find(arguments, "--json") != arguments.end()) {
-            frontend.printJSON();
+            frontend.configureForJSON(command);
         }
         return frontend.fail(failure);
     }
@@ -115,8 +116,8 @@ ExitCode run(Frontend& frontend, const std::vector<std::string>& arguments) {
     } else if (invocation->command == nullptr || invocation->command->run == nullptr) {
         code = ExitCode::usage;
         if (frontend.printsJSON()) {
-            frontend.fail(usageFailure(localized("A command is missing."),
-                                       localizedFormat("See %@.", "velto --help")));
+            frontend.fail(
+                usageFailure(localized("A command is missing."), helpHint(invocation->command)));
         } else {
             console.print(Console::Stream::errors, helpText(invocation->command, console));
         }

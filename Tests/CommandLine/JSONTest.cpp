@@ -99,6 +99,11 @@ TEST_F(JSONTest, EveryRunEndsWithItsOnlyResultAndKeepsToTheSchema) {
             EXPECT_NE(object.value("id", ""), "other") << object;
         }
         EXPECT_EQ(objects.back()["exitCode"], row.exitCode);
+        if (row.words == Strings{"verify"} || row.words == Strings{"package"}) {
+            EXPECT_EQ(objects.back()["command"], row.words.front());
+            EXPECT_THAT(objects.back()["next"].get<std::string>(),
+                        HasSubstr("velto " + row.words.front() + " --help"));
+        }
         all += child.output;
     }
     expectSchemaHolds(all);

@@ -135,9 +135,10 @@ TEST(PiecesTest, TheLiveLineLeavesOutWhatHasNoRoom) {
 }
 
 TEST(PiecesTest, ArgumentsAreUnderstood) {
+    const Command* command = nullptr;
     Failure failure;
     const auto parse = [&](std::vector<std::string> words) {
-        return Invocation::parse(words, failure);
+        return Invocation::parse(words, command, failure);
     };
     const auto upload = parse({"--json", "upload", "-u", "me", "tool", "--store=ovalis", "-q"});
     ASSERT_TRUE(upload);
