@@ -34,17 +34,24 @@ void Frontend::configure(const Invocation& invocation) {
     isQuiet_ = invocation.has(quietOption);
     style_ = invocation.has(jsonOption) ? Style::json : isQuiet_ ? Style::quiet : Style::human;
     command_ = invocation.command != nullptr ? invocation.command->name : std::string_view();
-    interrupts_.setTidying([this](bool isEnd) {
-        console_.sayAtOnce(Console::Stream::output, {});
-        if (isEnd) {
-            answerStopAtOnce(localized("Stopped."));
-        }
-    });
+    setLastWords({});
 }
 
 void Frontend::configureForJSON(const Command* command) {
     style_ = Style::json;
     command_ = command != nullptr ? command->name : std::string_view();
+}
+
+void Frontend::setLastWords(std::function<void()> lastWords) {
+    interrupts_.setTidying([this, lastWords = std::move(lastWords)](bool isEnd) {
+        console_.sayAtOnce(Console::Stream::output, {});
+        if (isEnd) {
+            answerStopAtOnce(localized("Stopped."));
+            if (lastWords) {
+                lastWords();
+            }
+        }
+    });
 }
 
 void Frontend::answerStopAtOnce(std::string_view what) noexcept {

@@ -6,6 +6,7 @@
 #include <CommandLine/Secrets.h>
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -55,6 +56,9 @@ public:
     /// For JSON, the result of a run that ends at once by the user's wish. Any thread; waits for no
     /// lock of the console and no reader.
     void answerStopAtOnce(std::string_view what) noexcept;
+    /// What is still to be done when the program ends at once by the user's wish, on the thread of
+    /// the signals. Returns when what was set before does not run any more.
+    void setLastWords(std::function<void()> lastWords);
     /// A warning or a note on the way.
     void remark(Ink ink, std::string_view label, std::string_view text);
 

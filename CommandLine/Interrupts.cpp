@@ -103,8 +103,7 @@ void Interrupts::stopWanted() {
         return;
     }
     last_ = now;
-    if (handler_) {
-        handler_(++count_);
+    if (handler_ && !handler_(++count_)) {
         return;
     }
     if (tidying_) {

@@ -14,9 +14,9 @@ namespace velto::cli {
 /// thread, since all threads must leave those signals to it.
 class Interrupts {
 public:
-    /// `count` is 1 for the first wish. On the thread of the signals: one that keeps it waiting
-    /// keeps it from the next wish.
-    using Handler = std::function<void(unsigned count)>;
+    /// `count` is 1 for the first wish; whether the program is to end at once. On the thread of the
+    /// signals: one that keeps it waiting keeps it from the next wish.
+    using Handler = std::function<bool(unsigned count)>;
     /// Before the process pauses and when it goes on, then maybe more than once. On the thread of
     /// the signals.
     using PauseHandler = std::function<void(bool isPaused)>;
@@ -33,8 +33,8 @@ public:
     /// handler a wish ends the program at once.
     void setHandler(Handler handler);
     void setPauseHandler(PauseHandler handler);
-    /// Called before the process pauses, and before it is ended for want of a handler; returns when
-    /// the one that was set before does not run any more.
+    /// Called before the process pauses, and before it is ended at once; returns when the one that
+    /// was set before does not run any more.
     void setTidying(Tidying tidying);
     /// How long the process has been paused in all.
     std::chrono::steady_clock::duration pausedTime() const { return pausedTime_; }

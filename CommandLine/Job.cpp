@@ -14,8 +14,6 @@
 #include <VeltoConnectFoundation/Work/MZThroughputWorker.h>
 #include <VeltoConnectFoundation/Work/MZWorkSeriesManager.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -164,7 +162,7 @@ Job::Job(Frontend& frontend,
 Job::Job(Frontend& frontend, const std::shared_ptr<VeltoDrovanWorker>& worker)
     : Job(frontend,
           {worker},
-          localized("velto: ended at once; the delivery tool was killed, and "
+          localized("Ended at once; the delivery tool was killed, and "
                     "the store may hold a part of the delivery.")) {
     tool_ = worker;
     hidePhase(worker->storeMessages()->completedOperationWithStoreMessage());
@@ -229,18 +227,18 @@ JobOutcome Job::run() {
         interrupts.setHandler({});
         interrupts.setPauseHandler({});
     });
-    const std::string farewell = frontend_.console().encoded(farewell_ + "\n");
+    const std::string farewell = frontend_.console().encoded("velto: " + farewell_ + "\n");
     interrupts.setHandler([&](unsigned count) {
         if (count == 1) {
             frontend_.console().hurry();
             watch->stop();  // First: the job may end as soon as it is cancelled.
             canceller->cancel();
-            return;
+            return false;
         }
         signalTool(SIGKILL);
         frontend_.console().sayAtOnce(Console::Stream::errors, farewell);
         frontend_.answerStopAtOnce(farewell_);
-        ::_exit(static_cast<int>(ExitCode::stopped));
+        return true;
     });
     interrupts.setPauseHandler([&](bool isPaused) {
         signalTool(isPaused ? SIGSTOP : SIGCONT);

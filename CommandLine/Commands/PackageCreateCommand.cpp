@@ -180,7 +180,8 @@ std::string cleanUp(Frontend& frontend, VeltoVideoPackageBuilderWorker& builder)
     if (directory.empty()) {
         return localized("Nothing was made.");
     }
-    frontend.interrupts().setHandler([](unsigned) {});  // A part of it would be left.
+    frontend.interrupts().setHandler(
+        [](unsigned) { return false; });  // A part of it would be left.
     const Error error = builder.discard();
     frontend.interrupts().setHandler({});
     if (error) {
@@ -210,7 +211,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
         std::make_shared<VeltoGivenVideoMetadata>(plan.mediaType, plan.provider, plan.vendorID),
         plan.video, plan.asset);
     Job job(frontend, {builder},
-            localized("velto: ended at once; an unfinished package may be left beside the video."));
+            localized("Ended at once; an unfinished package may be left beside the video."));
     // The sentence that ends the job is printed at its end.
     job.hidePhase([&](const std::string& text) {
         return text == localizedFormat("Generated package: %@", builder->createdDirectory()) ||

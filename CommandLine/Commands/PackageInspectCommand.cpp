@@ -88,8 +88,7 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     if (!package.read(invocation.operands.front(), failure)) {
         return frontend.fail(failure);
     }
-    Job job(frontend, {velto::make<PackageInspection>(package)},
-            localized("velto: ended at once."));
+    Job job(frontend, {velto::make<PackageInspection>(package)}, localized("Ended at once."));
     const JobOutcome outcome = job.run();
     if (outcome.isStopped) {
         return frontend.fail({.exitCode = ExitCode::stopped, .what = localized("Stopped.")});

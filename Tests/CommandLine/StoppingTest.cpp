@@ -7,6 +7,7 @@ namespace cli_test {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 class StoppingTest : public VeltoTest {
 protected:
@@ -105,10 +106,10 @@ TEST_F(StoppingTest, ASecondCtrlCEndsAtOnce) {
     EXPECT_LT(secondsSince(start), 1.0);
     EXPECT_EQ(child.exitCode, 130);
     EXPECT_TRUE(groupEnds(tool));
-    EXPECT_THAT(child.errors, HasSubstr("ended at once"));
+    EXPECT_THAT(child.errors, StartsWith("velto: Ended at once; "));
     const Json result = objectsOf(child.output).back();
     EXPECT_EQ(result["outcome"], "stopped");
-    EXPECT_THAT(result["what"].get<std::string>(), HasSubstr("ended at once"));
+    EXPECT_THAT(result["what"].get<std::string>(), StartsWith("Ended at once; "));
 }
 
 TEST_F(StoppingTest, AReaderWhoIsStuckStopsNobody) {
