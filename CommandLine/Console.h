@@ -34,6 +34,8 @@ public:
     /// drawn again.
     void setLiveLine(std::string_view text);
 
+    /// Becomes readable once there is hurry.
+    int hurryEvent() const { return hurry_.event; }
     /// From now on, what nobody reads is given up after a moment. Any thread; takes no lock.
     void hurry() const noexcept;
     /// Takes the live line away and writes the bytes, as far as that can be done without waiting

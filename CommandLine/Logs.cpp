@@ -1,22 +1,25 @@
 #include <CommandLine/Logs.h>
 
 #include <CommandLine/CommonOptions.h>
-#include <CommandLine/Console.h>
+#include <CommandLine/Frontend.h>
 #include <CommandLine/Invocation.h>
+#include <CommandLine/OutputDescriptor.h>
 #include <CommandLine/Settings.h>
-#include <CommandLine/Terminal.h>
 #include <CommandLine/Text.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/Format.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/Version.h>
 #include <VeltoConnectFoundation/Work/MZLog.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -58,25 +61,46 @@ private:
 
 class FileLogger final : public MZLogger {
 public:
+    /// Takes the descriptor.
     FileLogger(Console& console, int descriptor, std::string path)
-        : console_(console), descriptor_(descriptor), path_(std::move(path)) {}
+        : console_(console),
+          path_(std::move(path)),
+          descriptor_(descriptor),
+          output_(descriptor, console.hurryEvent()) {}
     ~FileLogger() override { ::close(descriptor_); }
 
     void LogMessage(std::string_view message, std::int32_t level) override {
-        std::string line = timeStamp();
-        line.append(" ").append(levelName(level)).append(" ").append(escapedLogLine(message));
-        line += '\n';
-        if (!writeAll(descriptor_, line) && !std::exchange(hasFailed_, true)) {
-            const std::string why = Error::posix(errno, path_).localizedDescription();
+        output_.write(record(message, level));
+        const int problem = output_.problem();
+        if (problem != 0 && !std::exchange(hasFailed_, true)) {
+            const std::string why = problem == ETIMEDOUT
+                                        ? localizedFormat("Nobody reads %@.", path_)
+                                        : Error::posix(problem, path_).localizedDescription();
             console_.line(Console::Stream::errors,
                           localizedFormat("velto: The log is incomplete: %@", printable(why)));
         }
     }
 
+    /// Any thread; waits for no lock of the log and no reader.
+    void logAtOnce(std::string_view message) const noexcept {
+        try {
+            output_.writeAtOnce(record(message, MZLogLevelInfo));
+        } catch (const std::bad_alloc&) {
+            // Then it ends without.
+        }
+    }
+
 private:
+    static std::string record(std::string_view message, std::int32_t level) {
+        std::string line = timeStamp();
+        line.append(" ").append(levelName(level)).append(" ").append(escapedLogLine(message));
+        return line += '\n';
+    }
+
     Console& console_;
-    const int descriptor_;
     const std::string path_;
+    const int descriptor_;
+    OutputDescriptor output_;
     bool hasFailed_ = false;  ///< Lines come one at a time.
 };
 
@@ -107,44 +131,47 @@ int openLog(const std::string& path) {
     if (const auto descriptor = openDescriptor(path)) {
         return ::fcntl(*descriptor, F_DUPFD_CLOEXEC, 3);
     }
-    const int descriptor = ::open(
-        path.c_str(),
-        O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK, 0600);
-    if (descriptor >= 0) {
-        ::fcntl(descriptor, F_SETFL, O_APPEND);
-    }
-    return descriptor;
+    return ::open(path.c_str(),
+                  O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK,
+                  0600);
 }
 
 /// Why it could not be opened.
 std::string reasonOf(int problem, const std::string& path) {
-    const auto kindIs = [&](FileAttributes::Kind kind) {
-        const auto attributes = FileManager::linkAttributes(path);
-        return attributes && attributes->kind == kind;
-    };
-    if (problem == ELOOP && kindIs(FileAttributes::Kind::symbolicLink)) {
+    struct stat kind {};
+    ::lstat(path.c_str(), &kind);
+    if (problem == ELOOP && S_ISLNK(kind.st_mode)) {
         return localizedFormat("%@ is a symbolic link, which is not followed.", path);
     }
-    return problem == ENXIO ? localizedFormat("Nobody reads the pipe %@.", path)
-                            : Error::posix(problem, path).localizedDescription();
+    return problem == ENXIO && S_ISFIFO(kind.st_mode)
+               ? localizedFormat("Nobody reads the pipe %@.", path)
+               : Error::posix(problem, path).localizedDescription();
 }
 
-/// "KEY=VALUE" with the value hidden where the setting is a secret, or holds one.
+/// "KEY=VALUE" with the value hidden where the setting is a secret, or holds one. What is no
+/// setting may be a slip in the name of a secret.
 std::string shownAssignment(std::string_view assignment) {
     const std::size_t equals = assignment.find('=');
     Failure unknown;
     const Setting* const setting = declaredSetting(assignment.substr(0, equals), unknown);
-    return setting == nullptr || equals == std::string_view::npos
-               ? std::string(assignment)
-               : std::string(assignment.substr(0, equals + 1)) +
-                     settingText(*setting, assignment.substr(equals + 1));
+    if (equals == std::string_view::npos) {
+        return std::string(setting == nullptr ? hiddenText : assignment);
+    }
+    std::string shown(assignment.substr(0, equals + 1));
+    return setting == nullptr ? shown.append(hiddenText)
+                              : shown + settingText(*setting, assignment.substr(equals + 1));
 }
 
 /// The operands of `config set`, with the values hidden likewise.
 std::vector<std::string> shownSettingOperands(std::vector<std::string> operands) {
     Failure unknown;
     const Setting* const setting = declaredSetting(operands.front(), unknown);
-    if (setting != nullptr) {
+    if (setting == nullptr) {
+        std::fill(operands.begin() + 1, operands.end(), hiddenText);
+        if (operands.front().find('=') != std::string::npos) {
+            operands.front() = shownAssignment(operands.front());
+        }
+    } else {
         Array values;
         for (std::size_t index = 1; index < operands.size(); ++index) {
             values.append(operands[index]);
@@ -181,22 +208,29 @@ std::string shownCommandLine(const Invocation& invocation,
     return line;
 }
 
+std::string endOf(ExitCode code) {
+    return format("velto ended: %@, exit code %d", outcomeOf(code), static_cast<int>(code));
+}
+
 }  // namespace
 
-Logs::Logs(Console& console) : consoleLogger_(std::make_shared<ConsoleLogger>(console, false)) {
+Logs::Logs(Frontend& frontend)
+    : frontend_(frontend),
+      consoleLogger_(std::make_shared<ConsoleLogger>(frontend.console(), false)) {
     MZSetLogFunction(&logToLoggersOnly);
     MZAddLogger(consoleLogger_);
 }
 
 Logs::~Logs() {
+    frontend_.setLastWords({});
     MZRemoveLogger(consoleLogger_);
     MZRemoveLogger(fileLogger_);
 }
 
 bool Logs::open(const Invocation& invocation,
                 const std::vector<std::string>& arguments,
-                Console& console,
                 Failure& failure) {
+    Console& console = frontend_.console();
     if (invocation.has(verboseOption)) {
         MZRemoveLogger(consoleLogger_);
         consoleLogger_ = std::make_shared<ConsoleLogger>(console, true);
@@ -212,15 +246,18 @@ bool Logs::open(const Invocation& invocation,
             failure.why.push_back(printable(reasonOf(problem, path)));
             return false;
         }
-        fileLogger_ = std::make_shared<FileLogger>(console, descriptor, path);
+        const auto logger = std::make_shared<FileLogger>(console, descriptor, path);
+        fileLogger_ = logger;
         MZAddLogger(fileLogger_);
+        frontend_.setLastWords(
+            [logger, words = endOf(ExitCode::stopped)] { logger->logAtOnce(words); });
     }
     MZLog("velto %@: %@", libraryVersion(), shownCommandLine(invocation, arguments));
     return true;
 }
 
 void Logs::end(ExitCode code) {
-    MZLog("velto ended: %@, exit code %d", outcomeOf(code), static_cast<int>(code));
+    MZLog("%@", endOf(code));
 }
 
 }  // namespace velto::cli

@@ -8,7 +8,7 @@ class MZLogger;
 
 namespace velto::cli {
 
-class Console;
+class Frontend;
 class Invocation;
 
 /// Where log lines go while it lives: to standard error with --verbose, to the file of --log-file;
@@ -16,7 +16,7 @@ class Invocation;
 /// time and level (in the file) or its level; each further line of it is indented.
 class Logs {
 public:
-    explicit Logs(Console& console);
+    explicit Logs(Frontend& frontend);
     ~Logs();
     Logs(const Logs&) = delete;
     Logs& operator=(const Logs&) = delete;
@@ -25,11 +25,12 @@ public:
     /// secrets that may be in it.
     bool open(const Invocation& invocation,
               const std::vector<std::string>& arguments,
-              Console& console,
               Failure& failure);
-    void end(ExitCode code);  ///< The last line of the log.
+    /// The last line of the log. A run that ends at once by the user's wish has it without.
+    void end(ExitCode code);
 
 private:
+    Frontend& frontend_;
     std::shared_ptr<MZLogger> consoleLogger_;
     std::shared_ptr<MZLogger> fileLogger_;
 };

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,12 +20,15 @@ constexpr int patience = 1000;  // milliseconds
 /// A pipe that has room at all has room for so much, so that a write does not wait.
 constexpr std::size_t longestWrite = PIPE_BUF;
 
-/// Another description of the same terminal: not to wait is a property of the description, which
-/// we share with the shell. -1 where the system does not allow that.
+/// Another description of the same terminal or pipe: not to wait is a property of the description,
+/// which we share with the shell. Whoever else writes there may take the room that we have seen. -1
+/// where the system does not allow that.
 int ownDescription(int number) {
-    return ::isatty(number) == 0 ? -1
-                                 : ::open(("/proc/self/fd/" + std::to_string(number)).c_str(),
-                                          O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat kind {};
+    return ::fstat(number, &kind) == 0 && (S_ISFIFO(kind.st_mode) || ::isatty(number) != 0)
+               ? ::open(("/proc/self/fd/" + std::to_string(number)).c_str(),
+                        O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
+               : -1;
 }
 
 }  // namespace

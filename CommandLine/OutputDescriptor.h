@@ -6,8 +6,8 @@
 
 namespace velto::cli {
 
-/// Standard output or standard error as a place to write to. One thread at a time, but for what
-/// says otherwise.
+/// An open descriptor as a place to write to, which stays its owner's. One thread at a time, but
+/// for what says otherwise.
 class OutputDescriptor {
 public:
     /// `hurry` is a descriptor that becomes readable when nobody has time to wait any more.
@@ -35,7 +35,7 @@ private:
 
     const int hurry_;
     const bool isTerminal_;
-    int descriptor_;  ///< A terminal's own, which never waits by itself.
+    int descriptor_;  ///< A terminal's or pipe's own, which never waits by itself.
     const bool isOwn_;
     bool isStuck_ = false;
     std::atomic<int> problem_{0};

@@ -50,17 +50,14 @@ ExitCode runCommand(Frontend& frontend,
     for (const std::string& warning : warnings) {
         frontend.warn(warning);
     }
-    if (!isReady) {
-        return frontend.fail(failure);
-    }
     // Not before: logging reads its settings when it is first touched.
-    Logs logs(frontend.console());
-    if (!logs.open(invocation, arguments, frontend.console(), failure)) {
-        return frontend.fail(failure);
-    }
+    Logs logs(frontend);
+    Failure failureOfLog;
+    const bool isLogged = logs.open(invocation, arguments, failureOfLog);
     ExitCode code = ExitCode::failed;
     try {
-        code = invocation.command->run(frontend, invocation);
+        code = isReady && isLogged ? invocation.command->run(frontend, invocation)
+                                   : frontend.fail(isReady ? failureOfLog : failure);
     } catch (const std::exception& exception) {
         failure = {.what = localized("Something went wrong that should not have."),
                    .why = {printable(exception.what())},

@@ -41,16 +41,31 @@ TEST_F(LogFileTest, TellsWhatRanAndKeepsTheToolsLines) {
     for (const std::string& line : lines)
         EXPECT_THAT(line, MatchesRegex("(\t|[0-9-]+T[0-9:.]+Z [a-z]+ ).*"));
 
-    // What a setting may hold is hidden as the log of it would be.
-    for (const Strings& words :
-         {Strings{"config", "get", "VeltoDrovanExtraArgs", "--set",
-                  "VeltoDrovanExtraArgs=-v off -p 'canary 2'"},
-          Strings{"config", "set", "VeltoDrovanExtraArgs", "--", "-p", "canary-3"}}) {
+    // What a setting may hold is hidden as the log of it would be, and all that a slip may be. A
+    // wrong value, too, leaves a log.
+    const struct {
+        Strings words;
+        int exitCode;
+        const char* shown;
+    } rows[] = {
+        {{"config", "get", "VeltoTransport", "--set", "VeltoDrovanExtraArgs=-v off -p 'canary 2'"},
+         0,
+         "get VeltoTransport"},
+        {{"config", "set", "VeltoDrovanExtraArgs", "--", "-p", "canary-3"},
+         0,
+         "set VeltoDrovanExtraArgs"},
+        {{"config", "set", "VeltoPasword", "canary-4"}, 2, "set VeltoPasword '**hidden**'\n"},
+        {{"config", "set", "VeltoPassword=canary-5", "on"}, 2, "set 'VeltoPassword=**hidden**' "},
+        {{"config", "--set", "VeltoPasword=canary-6"}, 2, "'VeltoPasword=**hidden**'\n"},
+        {{"config", "--set", "VeltoPasword:canary-7"}, 2, "--set '**hidden**'\n"},
+    };
+    for (const auto& row : rows) {
         Strings all{"--log-file", folder / "other"};
-        all.insert(all.end(), words.begin(), words.end());
-        EXPECT_EQ(finished(all).exitCode, 0);
-        EXPECT_THAT(contentOf(folder / "other"),
-                    AllOf(HasSubstr(words[1] + " VeltoDrovanExtraArgs"), Not(HasSubstr("canary"))));
+        all.insert(all.end(), row.words.begin(), row.words.end());
+        EXPECT_EQ(finished(all).exitCode, row.exitCode);
+        const std::string other = contentOf(folder / "other");
+        EXPECT_THAT(other, AllOf(HasSubstr(row.shown), Not(HasSubstr("canary"))));
+        EXPECT_THAT(other, EndsWith("exit code " + std::to_string(row.exitCode) + "\n"));
     }
 }
 
@@ -81,6 +96,11 @@ TEST_F(LogFileTest, AFileThatIsThereStaysAsItIsAndNoLinkIsFollowed) {
         EXPECT_EQ(child.exitCode, 2) << row.path;
         EXPECT_THAT(child.errors, HasSubstr(row.why));
     }
+    const Child lonely(
+        Child::ToItsEnd(), "/usr/bin/setsid",
+        {"-w", velto::testing::veltoProgram(), "tool", "locate", "--log-file=/dev/tty"},
+        environment);
+    EXPECT_THAT(lonely.errors, HasSubstr("No such device or address"));
     EXPECT_EQ(contentOf(folder / "target"), "");
     EXPECT_FALSE(std::filesystem::exists(folder / "new"));
 }

@@ -6,6 +6,7 @@
 namespace cli_test {
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -93,7 +94,8 @@ TEST_F(StoppingTest, WhatAToolLeavesBehindIsGoneToo) {
 }
 
 TEST_F(StoppingTest, ASecondCtrlCEndsAtOnce) {
-    Child child = hangingUpload("ignore-terminate=yes\n", {"--grace", "60"});
+    Child child =
+        hangingUpload("ignore-terminate=yes\n", {"--grace", "60", "--log-file", folder / "log"});
     const pid_t tool = groupOf(child);
     kill(child.pid, SIGINT);
     ASSERT_TRUE(child.readUntil("Stopping")) << child.all();
@@ -107,6 +109,8 @@ TEST_F(StoppingTest, ASecondCtrlCEndsAtOnce) {
     EXPECT_EQ(child.exitCode, 130);
     EXPECT_TRUE(groupEnds(tool));
     EXPECT_THAT(child.errors, StartsWith("velto: Ended at once; "));
+    EXPECT_THAT(contentOf(folder / "log"),
+                EndsWith("Z info velto ended: stopped, exit code 130\n"));
     const Json result = objectsOf(child.output).back();
     EXPECT_EQ(result["outcome"], "stopped");
     EXPECT_THAT(result["what"].get<std::string>(), StartsWith("Ended at once; "));
@@ -118,15 +122,21 @@ TEST_F(StoppingTest, AReaderWhoIsStuckStopsNobody) {
     const int full = open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     while (::write(full, std::string(4096, 'x').data(), 4096) > 0) {
     }
+    const std::filesystem::path logPipe = folder / "log";
+    ASSERT_EQ(mkfifo(logPipe.c_str(), 0600), 0);
+    pollfd log{open(logPipe.c_str(), O_RDWR | O_CLOEXEC), POLLOUT, 0};
     environment["VELTO"] = velto::testing::veltoProgram();
+    environment["LOG"] = logPipe;
     const struct {
         const char* name;
         const char* scenario;
         const char* options;
         int signals;
+        bool fillsLog;
     } rows[] = {
-        {"once", "", "2>$ERRORS", 1},
-        {"twice", "ignore-terminate=yes\n", "--grace 60", 2},
+        {"once", "", "2>$ERRORS", 1, false},
+        {"twice", "ignore-terminate=yes\n", "--grace 60", 2, false},
+        {"a log", "flood=20@signed-in\n", "--log-file $LOG", 1, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -141,6 +151,8 @@ TEST_F(StoppingTest, AReaderWhoIsStuckStopsNobody) {
                     environment);
         while (!std::filesystem::exists(folder / row.name))
             std::this_thread::yield();
+        while (row.fillsLog && poll(&log, 1, 0) > 0)
+            std::this_thread::yield();
         const std::vector<pid_t> tools = toolsOf(child.pid);
         ASSERT_EQ(tools.size(), 1U);
         const pid_t group = getpgid(tools.front());
@@ -154,8 +166,12 @@ TEST_F(StoppingTest, AReaderWhoIsStuckStopsNobody) {
         child.finish();
         EXPECT_EQ(child.exitCode, 130) << child.all();
         EXPECT_TRUE(groupEnds(group));
+        if (row.fillsLog) {
+            EXPECT_THAT(child.errors, HasSubstr("log is incomplete: Nobody reads"));
+        }
     }
     close(full);
+    close(log.fd);
 }
 
 TEST_F(StoppingTest, AToolOutlivesNoKilledVelto) {
