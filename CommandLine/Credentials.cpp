@@ -184,11 +184,8 @@ bool Credentials::read(const Invocation& invocation,
     if (wantsToken) {
         form = Form::token;
         const std::string path = FileManager::expandingTilde(*invocation.value(tokenFileOption));
-        if (!readToken(path, token, failure)) {
-            return false;
-        }
         warnOfReaders(path, warnings);
-        return true;
+        return readToken(path, token, failure);
     }
     if (wantsKey) {
         form = Form::apiKey;
