@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <future>
+#include <new>
 
 namespace {
 
@@ -54,7 +55,12 @@ TEST(ProxyResolver, ReadsAddressesAndHidesTheirSecrets) {
 
 TEST(ProxyResolver, KeepsTheOrderAndFallsBackToDirect) {
     Answer answer;
-    ProxyResolver resolver([&](const std::string&) { return answer; });
+    ProxyResolver resolver([&](const std::string& url) -> Answer {
+        if (url.starts_with("throws")) {
+            throw std::bad_alloc();
+        }
+        return answer;
+    });
     const auto described = [&](Error* error = nullptr) {
         std::string text;
         for (const Proxy& proxy :
@@ -70,6 +76,9 @@ TEST(ProxyResolver, KeepsTheOrderAndFallsBackToDirect) {
     answer = std::nullopt;
     Error error;
     EXPECT_EQ(described(&error), "direct:// ");
+    EXPECT_THAT(error, IsError(velto::ProxyErrorDomain, 1));
+    error = {};
+    EXPECT_TRUE(resolver.proxiesForURL("throws://", Seconds(60), &error)[0].isDirect());
     EXPECT_THAT(error, IsError(velto::ProxyErrorDomain, 1));
 }
 

@@ -122,7 +122,9 @@ void Pool::submit(Piece& piece, Clock::time_point now, Wakes& wakes) {
 
 Pool::Worker& Pool::addWorker() {
     if (unused_.empty()) {
-        unused_.reserve(workers_.size() + 1);  // So that giving one back never fails.
+        // So that neither giving one back nor going idle ever fails.
+        unused_.reserve(workers_.size() + 1);
+        idle_.reserve(workers_.size() + 1);
         unused_.push_back(workers_.emplace_back(std::make_unique<Worker>()).get());
     }
     Worker& worker = *unused_.back();

@@ -1,6 +1,8 @@
 #include <VeltoConnectFoundation/Platform/ProxyResolver.h>
 
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
+#include <VeltoConnectFoundation/Platform/SystemLog.h>
 #include <VeltoConnectFoundation/Platform/Thread.h>
 
 #include <proxy.h>
@@ -25,12 +27,16 @@ std::optional<std::vector<std::string>> askSystem(const std::string& url) {
     if (answers == nullptr) {
         return std::nullopt;
     }
+    const Finally freed([&] {
+        for (char** answer = answers; *answer != nullptr; ++answer) {
+            std::free(*answer);
+        }
+        std::free(static_cast<void*>(answers));
+    });
     std::vector<std::string> result;
     for (char** answer = answers; *answer != nullptr; ++answer) {
         result.emplace_back(*answer);
-        std::free(*answer);
     }
-    std::free(static_cast<void*>(answers));
     return result;
 }
 
@@ -140,7 +146,12 @@ private:
                 continue;
             }
             lock.unlock();
-            auto answer = lookup_(question->url);
+            std::optional<std::vector<std::string>> answer;
+            try {
+                answer = lookup_(question->url);
+            } catch (...) {
+                platformLogUncaught("the proxy look-up");
+            }
             lock.lock();
             question->answer = std::move(answer);
             question->isAnswered = true;
