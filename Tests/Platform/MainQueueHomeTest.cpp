@@ -130,6 +130,78 @@ TEST(MainQueueHome, WhoRunsTheDefaultContextIsMainAndTheFirstThreadWaitsByItself
     g_main_loop_unref(hostLoop);
 }
 
+TEST(MainQueueHome, OnceWhoRanTheDefaultContextHasStoppedTheFirstThreadRunsItAgain) {
+    if (testing::ranInFreshProcess()) {
+        return;
+    }
+    MainQueue& queue = MainQueue::shared();
+    const auto runElsewhere = [] {
+        std::thread([] { g_main_context_iteration(nullptr, FALSE); }).join();
+    };
+    runElsewhere();
+    bool isDone = false;
+    queue.async([&] { isDone = true; });
+    EXPECT_TRUE(RunLoop::current()->run(forever, [&] { return isDone; }));
+    runElsewhere();  // Nothing is asked for: the first thread stays the main one.
+    EXPECT_TRUE(MainQueue::isMainThread());
+
+    queue.async([] {});
+    runElsewhere();
+    EXPECT_FALSE(MainQueue::isMainThread());
+    // Threads that take the place of the one that has ended are not the one.
+    for (int count = 0; count < 20; ++count) {
+        std::thread([&] {
+            EXPECT_FALSE(MainQueue::isMainThread());
+            EXPECT_FALSE(queue.sync([] { FAIL(); }, [] { return true; }));
+        }).join();
+    }
+    isDone = false;
+    queue.sync([&] { isDone = MainQueue::isMainThread(); });
+    EXPECT_TRUE(isDone);
+}
+
+TEST(MainQueueHome, TheFirstThreadTakesOverFromALoopThatEndsWhileItWaits) {
+    if (testing::ranInFreshProcess()) {
+        return;
+    }
+    MainQueue& queue = MainQueue::shared();
+    for (const bool isSynchronous : {true, false}) {
+        SCOPED_TRACE(isSynchronous);
+        std::promise<void> held;
+        std::promise<void> waits;
+        std::thread host([&] {
+            ASSERT_NE(g_main_context_acquire(nullptr), FALSE);
+            queue.async([] {});
+            g_main_context_iteration(nullptr, FALSE);
+            held.set_value();
+            waits.get_future().wait();
+            g_main_context_release(nullptr);
+        });
+        held.get_future().wait();
+        EXPECT_FALSE(MainQueue::isMainThread());
+        bool isDone = false;
+        if (isSynchronous) {
+            int asked = 0;
+            EXPECT_TRUE(queue.sync([&] { isDone = true; },
+                                   [&] {
+                                       if (++asked == 2) {
+                                           waits.set_value();
+                                       }
+                                       return false;
+                                   }));
+        } else {
+            RunLoop::current()->perform([&] {
+                queue.async([&] { isDone = true; });
+                waits.set_value();
+            });
+            EXPECT_TRUE(RunLoop::current()->run(forever, [&] { return isDone; }));
+        }
+        EXPECT_TRUE(isDone);
+        EXPECT_TRUE(MainQueue::isMainThread());
+        host.join();
+    }
+}
+
 TEST(MainQueueHome, WorkThatNobodyDispatchesIsReportedOnce) {
     if (testing::ranInFreshProcess()) {
         return;

@@ -1,5 +1,7 @@
 #include <VeltoConnectFoundation/Platform/ContextMailbox.h>
 
+#include <VeltoConnectFoundation/Platform/Thread.h>
+
 #include <glib.h>
 
 #include <atomic>
@@ -9,19 +11,13 @@
 
 namespace velto {
 
-namespace {
-
-/// Its address names the thread.
-thread_local char threadMark;
-
-}  // namespace
-
 struct ContextMailbox::Box {
     explicit Box(Runner runs) : runner(std::move(runs)) {}
 
     bool isReadyHere() const {
-        const void* const only = deliverer.load(std::memory_order_relaxed);
-        return isArmed.load(std::memory_order_relaxed) && (only == nullptr || only == &threadMark);
+        const std::uint64_t only = deliverer.load(std::memory_order_relaxed);
+        return isArmed.load(std::memory_order_relaxed) &&
+               (only == 0 || only == currentThreadNumber());
     }
 
     /// What a turn delivers.
@@ -45,8 +41,8 @@ struct ContextMailbox::Box {
     }
 
     const Runner runner;
-    std::atomic<bool> isArmed{false};             ///< A turn is asked for. Changed under the mutex.
-    std::atomic<const void*> deliverer{nullptr};  ///< The one thread; null is any.
+    std::atomic<bool> isArmed{false};         ///< A turn is asked for. Changed under the mutex.
+    std::atomic<std::uint64_t> deliverer{0};  ///< The one thread's number; 0 is any.
     Mutex mutex;
     std::condition_variable changed;
     bool isClosed VELTO_GUARDED_BY(mutex) = false;
@@ -100,7 +96,7 @@ void ContextMailbox::attach(_GMainContext* context, Deliverer deliverer) {
     reinterpret_cast<Source*>(source)->box.store(owned.release(), std::memory_order_release);
     g_source_set_can_recurse(source, TRUE);
     if (deliverer == Deliverer::thisThread) {
-        box_->deliverer.store(&threadMark);
+        box_->deliverer.store(currentThreadNumber());
     }
     {
         const MutexGuard guard(box_->mutex);

@@ -3,6 +3,7 @@
 #include <VeltoConnectFoundation/Platform/ContextMailbox.h>
 #include <VeltoConnectFoundation/Platform/Exception.h>
 #include <VeltoConnectFoundation/Platform/FileDescriptor.h>
+#include <VeltoConnectFoundation/Platform/Finally.h>
 #include <VeltoConnectFoundation/Platform/IOThread.h>
 #include <VeltoConnectFoundation/Platform/MainThread.h>
 #include <VeltoConnectFoundation/Platform/RunLoop.h>
@@ -14,6 +15,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <limits>
 #include <utility>
@@ -27,9 +29,6 @@ constexpr std::string_view silenceReport =
     "Work for the main thread has waited for 5 seconds, and no main loop has run it. Run GLib's "
     "main loop on the main thread, or call velto::MainQueue::runOnOwnThread() before anything else "
     "of the library.";
-
-/// Its address names the thread.
-thread_local char threadMark;
 
 /// A synchronous call that waits for its turn. Guarded by the queue's mutex.
 struct Call {
@@ -64,7 +63,8 @@ public:
     void wakeWaiters();
 
     bool isCurrent() const {
-        return mainThread_.load() == &threadMark || inlineThread_.load() == &threadMark ||
+        const std::uint64_t thread = currentThreadNumber();
+        return mainThread_.load() == thread || inlineThread_.load() == thread ||
                (!hasOwnThread() && ownsDefaultContext());
     }
 
@@ -75,26 +75,22 @@ public:
         }
     }
 
-    bool isDispatchedElsewhere() const {
-        const void* const thread = mainThread_.load();
-        return thread != nullptr && thread != &threadMark;
-    }
-
     bool hasOwnThread() const { return hasOwnThread_.load(); }
 
 private:
     void settle() VELTO_REQUIRES(mutex_);
     void perform(const std::function<void()>& work) noexcept;
     bool performInline(const std::function<void()>& work);
+    bool performInContext(Call& call);
     void perform(Call& call);
     void watchForSilence();
 
     /// Held by whoever stands in for a main thread that has not shown up yet, so that the queue's
     /// work never runs twice at once; no other is taken inside that waits for it.
     Lock standIn_;
-    std::atomic<const void*> inlineThread_{nullptr};
+    std::atomic<std::uint64_t> inlineThread_{0};
 
-    std::atomic<const void*> mainThread_{nullptr};
+    std::atomic<std::uint64_t> mainThread_{0};  ///< Who performed last; 0 is nobody yet.
     std::atomic<bool> hasOwnThread_{false};
     std::atomic<bool> isDispatched_{false};
     std::atomic<bool> isWatched_{false};
@@ -124,7 +120,7 @@ void MainQueue::State::settle() {
     try {
         startThread("velto-main", [this, loop = ownLoop_] {
             RunLoop::adopt(loop);
-            mainThread_.store(&threadMark);
+            mainThread_.store(currentThreadNumber());
             {
                 const Guard guard(standIn_);
                 isDispatched_.store(true);
@@ -167,7 +163,7 @@ void MainQueue::State::perform(const std::function<void()>& work) noexcept {
         const Guard guard(standIn_);
         isDispatched_.store(true);
     }
-    mainThread_.store(&threadMark);
+    mainThread_.store(currentThreadNumber());
     try {
         if (work) {
             work();
@@ -198,18 +194,31 @@ bool MainQueue::State::performInline(const std::function<void()>& work) {
         return false;
     }
     struct Scope {
-        std::atomic<const void*>& thread;
-        const void* outer = thread.exchange(&threadMark);
+        std::atomic<std::uint64_t>& thread;
+        const std::uint64_t outer = thread.exchange(currentThreadNumber());
         ~Scope() { thread.store(outer); }
     } scope{inlineThread_};
     work();
     return true;
 }
 
+/// On the default context's thread, while nobody else runs that: true, and the call has ended, if
+/// it was not under way.
+bool MainQueue::State::performInContext(Call& call) {
+    GMainContext* const context = defaultContext();
+    if (context == nullptr || g_main_context_acquire(context) == FALSE) {
+        return false;
+    }
+    const Finally released([&] { g_main_context_release(context); });
+    mainThread_.store(currentThreadNumber());
+    perform(call);
+    return true;
+}
+
 void MainQueue::State::perform(Call& call) {
     {
         const MutexGuard guard(mutex_);
-        if (call.phase == Call::Phase::abandoned) {
+        if (call.phase != Call::Phase::waiting) {
             return;
         }
         call.phase = Call::Phase::running;
@@ -243,12 +252,23 @@ bool MainQueue::State::sync(const std::function<void()>& work,
     }
     const auto call = std::make_shared<Call>();
     call->work = work;
-    async([this, call] { perform(*call); });
+    // Nobody else may come to run the default context.
+    const bool mayPerform = !hasOwnThread() && isThreadOfDefaultContext();
+    if (!mayPerform || !performInContext(*call)) {
+        async([this, call] { perform(*call); });
+    }
 
     MutexGuard guard(mutex_);
     for (std::uint64_t wakeCount = 0; call->phase != Call::Phase::ended;) {
         if (wakeCount == wakeCount_ || !cancelled) {
-            guard.wait(changed_);
+            if (!mayPerform) {
+                guard.wait(changed_);
+            } else if (!guard.waitUntil(changed_,
+                                        std::chrono::steady_clock::now() + contextSlice)) {
+                guard.unlock();
+                performInContext(*call);
+                guard.lock();
+            }
             continue;
         }
         wakeCount = wakeCount_;
@@ -342,9 +362,8 @@ bool isThreadOfDefaultContext() {
     return ownsDefaultContext() || (gettid() == getpid() && !MainQueue::shared().hasOwnThread());
 }
 
-bool mayRunDefaultContextNow() {
+void settleMainQueue() {
     MainQueue::shared().state_->settleUnlessDone();
-    return ownsDefaultContext() || !MainQueue::shared().state_->isDispatchedElsewhere();
 }
 
 }  // namespace velto

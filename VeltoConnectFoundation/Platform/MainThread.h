@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 struct _GMainContext;
 
 namespace velto {
@@ -12,8 +14,11 @@ _GMainContext* defaultContext();
 /// process's first thread while the main queue has no thread of its own.
 bool isThreadOfDefaultContext();
 
-/// Whether no other thread delivers the main queue from the default context. Gives the queue its
-/// home there, if it has none yet.
-bool mayRunDefaultContextNow();
+/// Gives the main queue its home, if it has none yet.
+void settleMainQueue();
+
+/// A thread that may run a context, while another one does, looks so often whether that has
+/// stopped: GLib tells nobody.
+constexpr std::chrono::milliseconds contextSlice{50};
 
 }  // namespace velto

@@ -61,7 +61,7 @@ public:
     bool hasOwnThread() const;  ///< Whether runOnOwnThread() has chosen its home.
 
 private:
-    friend bool mayRunDefaultContextNow();
+    friend void settleMainQueue();
     MainQueue();
     ~MainQueue() override;
     class State;

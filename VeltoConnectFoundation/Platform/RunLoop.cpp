@@ -73,10 +73,21 @@ private:
         }
     }
 
-    /// Another thread that runs the default context must not wait for this one.
+    /// Unless another thread runs it.
     bool acquiresContext() const {
-        return context_ != nullptr && (!mayRunDefaultContext_ || mayRunDefaultContextNow()) &&
-               g_main_context_acquire(context_) != FALSE;
+        if (mayRunDefaultContext_) {
+            settleMainQueue();
+        }
+        return context_ != nullptr && g_main_context_acquire(context_) != FALSE;
+    }
+
+    /// Until work comes, or the other thread may have stopped.
+    void deliverNext(std::optional<std::chrono::steady_clock::time_point> end) {
+        if (context_ != nullptr) {
+            const auto slice = std::chrono::steady_clock::now() + contextSlice;
+            end = std::min(end.value_or(slice), slice);
+        }
+        mailbox_.deliverNext(end);
     }
 
     void perform(const std::function<void()>& work) noexcept {
@@ -194,7 +205,7 @@ bool RunLoop::State::run(Seconds limit, const std::function<bool()>& done) {
             g_main_context_iteration(context_, TRUE);
             g_main_context_release(context_);
         } else {
-            mailbox_.deliverNext(deadline.end());
+            deliverNext(deadline.end());
         }
         if (failure_) {
             std::rethrow_exception(std::exchange(failure_, nullptr));

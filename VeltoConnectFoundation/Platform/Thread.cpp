@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <csignal>
 #include <thread>
 
@@ -36,6 +37,12 @@ void startThread(const char* name, std::function<void()> body) {
         pthread_setname_np(pthread_self(), name);
         body();
     }).detach();
+}
+
+std::uint64_t currentThreadNumber() noexcept {
+    static std::atomic<std::uint64_t> last{0};
+    thread_local const std::uint64_t number = ++last;
+    return number;
 }
 
 }  // namespace velto
