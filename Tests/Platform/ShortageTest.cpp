@@ -144,6 +144,26 @@ TEST(Shortage, OutOfDescriptorsWorkEndsWithAnErrorAndTheHostLives) {
     EXPECT_FALSE(testing::hasChildren());
 }
 
+/// While it lives, the system gives this process no thread.
+class NoThreads {
+public:
+    NoThreads() {
+        // The limit does not hold for root.
+        if (geteuid() == 0) {
+            EXPECT_EQ(setresuid(61234, 61234, 61234), 0);
+        }
+        getrlimit(RLIMIT_NPROC, &before_);
+        const rlimit none{0, before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+    }
+    ~NoThreads() { setrlimit(RLIMIT_NPROC, &before_); }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+
+private:
+    rlimit before_{};
+};
+
 class Told final : public Operation {
 public:
     void main() override { ADD_FAILURE() << "without a thread"; }
@@ -157,15 +177,7 @@ TEST(Shortage, OutOfThreadsWorkEndsWithAnErrorOrWaitsForTheNextOne) {
     }
     ASSERT_EQ(IOThread::shared().start(), 0);
     auto process = Process::make();
-    // The limit does not hold for root.
-    if (geteuid() == 0) {
-        ASSERT_EQ(setresuid(61234, 61234, 61234), 0);
-    }
-    rlimit before;
-    getrlimit(RLIMIT_NPROC, &before);
-    const rlimit none{0, before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
-
+    auto shortage = std::make_unique<NoThreads>();
     const auto operations = OperationQueue::make();
     operations->setMaxConcurrentOperationCount(1);
     std::vector<std::shared_ptr<Told>> told;
@@ -186,11 +198,25 @@ TEST(Shortage, OutOfThreadsWorkEndsWithAnErrorOrWaitsForTheNextOne) {
     EXPECT_TRUE(isInline);
     EXPECT_EQ(runChild(std::move(process)), EAGAIN);
 
-    ASSERT_EQ(setrlimit(RLIMIT_NPROC, &before), 0);
+    shortage.reset();
     ran.get_future().get();
     std::promise<bool> onMain;
     MainQueue::shared().async([&] { onMain.set_value(MainQueue::isMainThread()); });
     EXPECT_TRUE(onMain.get_future().get());
+}
+
+TEST(Shortage, WithoutAThreadForTheClockTheNextUseOfTheQueueTriesAgain) {
+    if (testing::ranInFreshProcess()) {
+        return;
+    }
+    const auto queue = SerialQueue::make("stranded");
+    bool hasRun = false;
+    {
+        const NoThreads shortage;
+        queue->async([&] { hasRun = true; });
+    }
+    queue->sync([] {});
+    EXPECT_TRUE(hasRun);
 }
 
 }  // namespace

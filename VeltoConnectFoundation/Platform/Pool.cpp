@@ -197,10 +197,22 @@ void Pool::noteShortage() noexcept {
 
 /// For what nobody else would look at again: only the I/O thread has a clock to wake by.
 void Pool::tryAgainLater() noexcept {
+    IOThread::Token timer = 0;
     try {
-        IOThread::shared().addTimer(pauseWithoutThreads, [this] { tryAgain(); });
-    } catch (...) {
-        // The next piece that is submitted tries again.
+        timer = IOThread::shared().addTimer(pauseWithoutThreads, [this] { tryAgain(); });
+    } catch (const std::bad_alloc&) {
+        // As without an I/O thread.
+    }
+    isStranded_ = timer == 0;
+}
+
+void Pool::tryAgainIfStranded() noexcept {
+    if (isStranded_.load(std::memory_order_relaxed) && isStranded_.exchange(false)) {
+        try {
+            tryAgain();
+        } catch (const std::bad_alloc&) {
+            isStranded_ = true;
+        }
     }
 }
 

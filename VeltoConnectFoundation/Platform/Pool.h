@@ -75,6 +75,9 @@ public:
     static Pool& shared();  ///< Never destroyed.
 
     void submit(Piece& piece);
+    /// Looks again at what waits for a thread, if nothing else does. A piece that gets more to do
+    /// calls it.
+    void tryAgainIfStranded() noexcept;
     void submit(Piece& piece, Clock::time_point now, Wakes& wakes) VELTO_REQUIRES(poolMutex);
 
 private:
@@ -109,6 +112,7 @@ private:
     std::size_t readyCount_ VELTO_GUARDED_BY(poolMutex) = 0;
     std::atomic<bool> isAnyReady_{false};  ///< Changed under the mutex.
     std::atomic<bool> isShort_{false};     ///< Logged once, until a thread starts again.
+    std::atomic<bool> isStranded_{false};  ///< Only the next use tries again.
     /// Threads that are on their way to the ready pieces: woken,
     /// started, or looking again before they sleep.
     std::size_t arriving_ VELTO_GUARDED_BY(poolMutex) = 0;

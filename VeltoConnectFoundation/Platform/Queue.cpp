@@ -71,15 +71,17 @@ public:
     explicit State(std::string_view text) : label(text) {}
 
     void async(std::function<void()> work, const std::shared_ptr<State>& self) {
+        bool wasTaken = false;
         {
             const MutexGuard guard(mutex_);
             waiting_.push_back(std::move(work));
-            if (isTaken_) {
-                return;
-            }
-            isTaken_ = true;
+            wasTaken = std::exchange(isTaken_, true);
         }
-        handOver(self);
+        if (wasTaken) {
+            Pool::shared().tryAgainIfStranded();
+        } else {
+            handOver(self);
+        }
     }
 
     void sync(const std::function<void()>& work, const std::shared_ptr<State>& self) {
