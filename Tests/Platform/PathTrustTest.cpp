@@ -3,7 +3,10 @@
 #include <Tests/Support/TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -15,13 +18,27 @@ namespace fs = std::filesystem;
 using velto::PathTrust;
 using Verdict = velto::PathTrust::Verdict;
 
+constexpr uid_t stranger = 65534;
+
 /// Whether the change was allowed: only root gives things away.
 void give(const fs::path& path, uid_t user, gid_t group) {
     ASSERT_EQ(::lchown(path.c_str(), user, group), 0) << path;
 }
 
+/// An access list that lets a stranger in; the mask would let anybody of it write.
+void admit(const fs::path& path, std::uint16_t rights) {
+    const struct {
+        std::uint32_t version = POSIX_ACL_XATTR_VERSION;
+        posix_acl_xattr_entry entries[5];
+    } list{.entries = {{ACL_USER_OBJ, 7, 0},
+                       {ACL_USER, rights, stranger},
+                       {ACL_GROUP_OBJ, 5, 0},
+                       {ACL_MASK, 7, 0},
+                       {ACL_OTHER, 5, 0}}};
+    ASSERT_EQ(::setxattr(path.c_str(), "system.posix_acl_access", &list, sizeof(list), 0), 0);
+}
+
 TEST(PathTrust, IsForWhatNobodyElseCanReplace) {
-    constexpr uid_t stranger = 65534;
     constexpr uid_t same = static_cast<uid_t>(-1);
     const struct {
         const char* name;
@@ -47,12 +64,13 @@ TEST(PathTrust, IsForWhatNobodyElseCanReplace) {
              give(f / "outer/inner/tool", stranger, same);
          },
          Verdict::foreign, "outer/inner/tool", "outer/inner/tool", true},
-        {"a group of strangers",
-         [](const fs::path& f) {
-             give(f / "outer", same, 1);
-             ::chmod((f / "outer").c_str(), 0775);
-         },
-         Verdict::writable, "outer", "outer/inner/tool", true},
+        {"written to by a group", [](const fs::path& f) { ::chmod((f / "outer").c_str(), 0775); },
+         Verdict::writable, "outer"},
+        {"written to by a user of its access list",
+         [](const fs::path& f) { admit(f / "outer", ACL_READ | ACL_WRITE); }, Verdict::writable,
+         "outer"},
+        {"read by a user of its access list",
+         [](const fs::path& f) { admit(f / "outer", ACL_READ); }, Verdict::trusted, ""},
         {"by a link", [](const fs::path& f) { fs::create_symlink("outer/inner/tool", f / "link"); },
          Verdict::trusted, "", "link"},
         {"by a link through a folder of everybody's",

@@ -2,7 +2,10 @@
 
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 
+#include <endian.h>
 #include <grp.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -11,9 +14,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <deque>
 #include <filesystem>
-#include <optional>
 #include <system_error>
 #include <vector>
 
@@ -44,25 +47,44 @@ std::string userName(uid_t user) {
     return lookedUp(lookUp, record, room) ? record.pw_name : std::to_string(user);
 }
 
-/// The group's name, unless it is root's or our own with nobody else in it.
-std::optional<std::string> strangersIn(gid_t number) {
+std::string groupName(gid_t number) {
     group record{};
     std::vector<char> room;
     const auto lookUp = [number](auto... rest) { return ::getgrgid_r(number, rest...); };
-    if (!lookedUp(lookUp, record, room)) {
-        return std::to_string(number);
-    }
-    const std::string us = userName(::geteuid());
-    const auto isOurs = [&us](std::string_view name) { return name == us || name == "root"; };
-    bool isPrivate = isOurs(record.gr_name);
-    for (char** member = record.gr_mem; *member != nullptr; ++member) {
-        isPrivate = isPrivate && isOurs(*member);
-    }
-    return isPrivate ? std::nullopt : std::optional<std::string>(record.gr_name);
+    return lookedUp(lookUp, record, room) ? record.gr_name : std::to_string(number);
 }
 
-bool hasAccessList(const std::string& path) {
-    return ::lgetxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+/// Whom the group's bits let write, in a sentence; empty for nobody but root and us. Any group
+/// counts: who else is in one cannot be told, for directories of users may not list them.
+std::string groupSentence(const std::string& path, const struct stat& status) {
+    const auto ofGroup = [&path](gid_t number) {
+        return localizedFormat("The group %@ may write to “%@”.", groupName(number), path);
+    };
+    // With an access list the bits are the most that any of its entries grants.
+    std::array<char, std::size_t{64} * 1024> list;  // As long as the system lets one be.
+    const ssize_t length =
+        ::lgetxattr(path.c_str(), "system.posix_acl_access", list.data(), list.size());
+    if (length < static_cast<ssize_t>(sizeof(posix_acl_xattr_header))) {
+        return ofGroup(status.st_gid);
+    }
+    std::string_view rest(list.data(), static_cast<std::size_t>(length));
+    rest.remove_prefix(sizeof(posix_acl_xattr_header));
+    for (posix_acl_xattr_entry entry{}; rest.size() >= sizeof(entry);
+         rest.remove_prefix(sizeof(entry))) {
+        std::memcpy(&entry, rest.data(), sizeof(entry));
+        const std::uint32_t number = le32toh(entry.e_id);
+        const unsigned tag = le16toh(entry.e_tag);
+        if ((le16toh(entry.e_perm) & ACL_WRITE) == 0) {
+            continue;
+        }
+        if (tag == ACL_GROUP_OBJ || tag == ACL_GROUP) {
+            return ofGroup(tag == ACL_GROUP ? number : status.st_gid);
+        }
+        if (tag == ACL_USER && number != 0 && number != ::geteuid()) {
+            return localizedFormat("The user %@ may write to “%@”.", userName(number), path);
+        }
+    }
+    return {};
 }
 
 std::string systemReason(int error) {
@@ -119,9 +141,8 @@ PathTrust PathTrust::of(std::string_view path) {
                 return against(Verdict::writable, place.string());
             }
             if ((status.st_mode & S_IWGRP) != 0 && !isSticky) {
-                const auto strangers = strangersIn(status.st_gid);
-                if (strangers || hasAccessList(place.string())) {
-                    trust.others_ = strangers.value_or(userName(status.st_uid));
+                trust.others_ = groupSentence(place.string(), status);
+                if (!trust.others_.empty()) {
                     return against(Verdict::writable, place.string());
                 }
             }
@@ -145,9 +166,8 @@ std::string PathTrust::reason() const {
         case Verdict::foreign:
             return localizedFormat("“%@” belongs to the user %@.", place_, others_);
         case Verdict::writable:
-            return others_.empty()
-                       ? localizedFormat("Everybody may write to “%@”.", place_)
-                       : localizedFormat("The group %@ may write to “%@”.", others_, place_);
+            return others_.empty() ? localizedFormat("Everybody may write to “%@”.", place_)
+                                   : others_;
         case Verdict::missing:
             return localizedFormat("“%@” cannot be reached: %@", place_, systemReason(error_));
     }

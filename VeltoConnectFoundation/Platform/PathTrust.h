@@ -11,8 +11,8 @@ namespace velto {
 /// Whether a program at a path is the one that root or this user put there: it, every folder above
 /// it and every symbolic link on the way belong to root or to this user, and nobody else may write
 /// to the program and the folders. A folder with the sticky bit, such as /tmp, may be anybody's to
-/// write to, since what root or this user owns in it is nobody else's to replace; the group may
-/// write when it is this user's own, of nobody else, and no access list widens that.
+/// write to, since what root or this user owns in it is nobody else's to replace; elsewhere no
+/// group may write, whoever seems to be in it.
 ///
 /// Whoever could change the answer before the program is run is root or this user.
 class VELTO_EXPORT PathTrust {
@@ -39,8 +39,9 @@ public:
 private:
     Verdict verdict_ = Verdict::trusted;
     std::string place_;
-    std::string others_;  ///< Who owns the place or may write to it; empty for everybody.
-    int error_ = 0;       ///< Of the system, for what is missing.
+    std::string
+        others_;  ///< Who owns the place; a sentence of who may write to it, empty for everybody.
+    int error_ = 0;  ///< Of the system, for what is missing.
 };
 
 }  // namespace velto
