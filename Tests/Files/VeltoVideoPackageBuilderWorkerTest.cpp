@@ -2,6 +2,7 @@
 #include <VeltoConnectFoundation/Files/VeltoVideoMetadataWorker.h>
 #include <VeltoConnectFoundation/Files/VeltoVideoPackageBuilderWorker.h>
 #include <VeltoConnectFoundation/Platform/Digest.h>
+#include <VeltoConnectFoundation/Platform/FileDescriptor.h>
 #include <VeltoConnectFoundation/Platform/FileManager.h>
 #include <VeltoConnectFoundation/Platform/XMLDocument.h>
 #include <VeltoConnectFoundation/Work/MZWorkItem.h>
@@ -14,6 +15,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -176,7 +178,6 @@ TEST(VeltoVideoPackageBuilderWorker, SaysWhatItLacks) {
         {valid, vanished, "No such file at path: " + folder.at("in/gone.mov"), true},
         {valid, homeless,
          "Unable to create directory: " +
-             folder.at("out/movie-UntitledVeltoStoreDelivery.velmp: ") +
              folder.at("out/movie-UntitledVeltoStoreDelivery.velmp: Not a directory"),
          false},
     };
@@ -494,6 +495,28 @@ TEST(VeltoVideoPackageBuilderWorker, TakesOverNothingThatIsNotItsOwn) {
     EXPECT_EQ(first->packagePath(), package);
     EXPECT_NE(second->packagePath(), package);
     EXPECT_EQ(faultOf(first->packagePath()) + faultOf(second->packagePath()), "");
+}
+
+TEST(VeltoVideoPackageBuilderWorker, KnowsOfEachFolderThatItMadeWithFewDescriptors) {
+    const TemporaryDirectory folder;
+    const std::string video = folder.write("movie.mov", "video");
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const int lowest = velto::FileDescriptor(open("/dev/null", O_RDONLY)).number();
+    bool isDone = false;
+    for (int spare = 0; spare < 16 && !isDone; ++spare) {
+        SCOPED_TRACE(spare);
+        const auto builder = Builder::builderForVideo(
+            std::make_shared<VeltoGivenVideoMetadata>("Film", "P", "V"), video, "Main");
+        const rlimit few{static_cast<rlim_t>(lowest + spare), before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        builder->run();
+        setrlimit(RLIMIT_NOFILE, &before);
+        isDone = !builder->hasErrors();
+        EXPECT_FALSE(!isDone && builder->discard());
+        EXPECT_EQ(FileManager::namesInFolder(folder.path().string())->size(), isDone ? 2U : 1U);
+    }
+    EXPECT_TRUE(isDone);
 }
 
 /// A disk too small for the copy, and one too small for the metadata alone.

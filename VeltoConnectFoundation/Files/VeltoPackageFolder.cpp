@@ -85,6 +85,9 @@ std::unique_ptr<VeltoPackageFolder> VeltoPackageFolder::create(const std::string
     // In a folder that others may write, what bears the name now may be another one.
     auto folder = parent->openFolder(name, &failure);
     if (!folder) {
+        if (failure.code() != ENOTDIR && failure.code() != ELOOP) {
+            static_cast<void>(parent->removeEmptyFolder(name));
+        }
         return failed(failure);
     }
     std::unique_ptr<VeltoPackageFolder> made(

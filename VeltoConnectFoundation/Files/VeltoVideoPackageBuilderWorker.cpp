@@ -57,6 +57,14 @@ Error faultOfSource(const std::string& source) {
     return {};
 }
 
+/// The failure's own words may begin with the directory, which is told once.
+std::string unmade(std::string_view directory, const Error& failure) {
+    std::string reason = failure.localizedDescription();
+    const std::string name = std::string(directory) + ": ";
+    reason.erase(0, reason.starts_with(name) ? name.size() : 0);
+    return localizedFormat("Unable to create directory: %@: %@", directory, reason);
+}
+
 std::string cancelledMessage() {
     return localized("Creation of video package cancelled");
 }
@@ -149,8 +157,7 @@ Error VeltoVideoPackageBuilderWorker::createPackage() {
     std::string directory;
     if (const Error failure = makeFolder(source, directory)) {
         tellPhase(localized("Creating Velto Store package…"));
-        addErrorMessage(localizedFormat("Unable to create directory: %@: %@", directory,
-                                        failure.localizedDescription()));
+        addErrorMessage(unmade(directory, failure));
         return {};
     }
     Error error =
@@ -229,8 +236,7 @@ Error VeltoVideoPackageBuilderWorker::_createPackageAtDirectory(std::string_view
     Error failure;
     VeltoPackageFolder* const folder = folderAt(directory, failure);
     if (folder == nullptr) {
-        addErrorMessage(localizedFormat("Unable to create directory: %@: %@", directory,
-                                        failure.localizedDescription()));
+        addErrorMessage(unmade(directory, failure));
         return {};
     }
     tellPhase(localized("Copying media to the package…"));
