@@ -199,10 +199,12 @@ public:
         changed();
     }
 
-    std::shared_ptr<const Layers> layers() {
+    /// What a function makes of the layers, which are not copied for it.
+    template <class Use>
+    auto withLayers(const Use& use) {
         const std::lock_guard guard(mutex_);
         load();
-        return std::make_shared<const Layers>(layers_);
+        return use(std::as_const(layers_));
     }
 
     bool loadFile(std::string path, Error* error) {
@@ -213,7 +215,7 @@ public:
     }
 
     bool write(std::string_view key, const Value& value, Error* error) {
-        const std::string path = layers()->userPath;
+        const std::string path = withLayers([](const Layers& layers) { return layers.userPath; });
         SettingsFileLock lock;
         if (!lock.take(path, error)) {
             return false;
@@ -477,18 +479,18 @@ std::vector<const Setting*> UserDefaults::declaredSettings() {
 }
 
 std::string UserDefaults::userFilePath() const {
-    return state_->layers()->userPath;
+    return state_->withLayers([](const Layers& layers) { return layers.userPath; });
 }
 
 Error UserDefaults::loadError() const {
-    return state_->layers()->loadError;
+    return state_->withLayers([](const Layers& layers) { return layers.loadError; });
 }
 
 std::vector<UserDefaults::UserFileKey> UserDefaults::userFileKeys() const {
     const auto settings = declaredSettings();
-    const auto layers = state_->layers();
     std::vector<UserFileKey> keys;
-    for (const SettingsFile::Key& key : layers->userKeys) {
+    for (const SettingsFile::Key& key :
+         state_->withLayers([](const Layers& layers) { return layers.userKeys; })) {
         const auto found = std::ranges::find(settings, key.name, &Setting::key);
         keys.push_back({key.name, key.line, found == settings.end() ? nullptr : *found});
     }
@@ -496,7 +498,7 @@ std::vector<UserDefaults::UserFileKey> UserDefaults::userFileKeys() const {
 }
 
 Value UserDefaults::userFileValue(std::string_view key) const {
-    return state_->layers()->user[key];
+    return state_->withLayers([&](const Layers& layers) { return Value(layers.user[key]); });
 }
 
 bool UserDefaults::loadUserFile(std::string_view path, Error* error) {
@@ -504,7 +506,8 @@ bool UserDefaults::loadUserFile(std::string_view path, Error* error) {
 }
 
 std::shared_ptr<const UserDefaults::Layers> UserDefaults::layers() const {
-    return state_->layers();
+    return state_->withLayers(
+        [](const Layers& layers) { return std::make_shared<const Layers>(layers); });
 }
 
 void UserDefaults::setLayers(const std::shared_ptr<const Layers>& layers) {
