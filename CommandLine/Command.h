@@ -14,7 +14,13 @@ namespace velto::cli {
 class Frontend;
 class Invocation;
 
-enum class ArgumentKind { text, file, folder, setting };
+enum class ArgumentKind {
+    text,
+    file,
+    folder,
+    setting,
+    typedSetting  ///< One whose value may be typed.
+};
 
 struct Option {
     std::string_view name;        ///< Without the dashes.

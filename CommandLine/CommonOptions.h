@@ -11,7 +11,7 @@ inline constexpr Option configOption{.name = "config",
 inline constexpr Option setOption{.name = "set",
                                   .value = "KEY=VALUE",
                                   .help = "a setting for this run; may be repeated",
-                                  .kind = ArgumentKind::setting};
+                                  .kind = ArgumentKind::typedSetting};
 inline constexpr Option quietOption{.name = "quiet",
                                     .letter = 'q',
                                     .help = "print nothing but errors and what was asked for"};

@@ -1,6 +1,7 @@
 #include <CommandLine/Completion.h>
 
 #include <CommandLine/CommonOptions.h>
+#include <CommandLine/Settings.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
 
 #include <algorithm>
@@ -122,8 +123,11 @@ private:
             case ArgumentKind::folder:
                 return "folders\n";
             case ArgumentKind::setting:
+            case ArgumentKind::typedSetting:
                 for (const Setting* setting : UserDefaults::declaredSettings()) {
-                    found.emplace_back(setting->key(), setting->meaning());
+                    if (kind == ArgumentKind::setting || !isSecret(*setting)) {
+                        found.emplace_back(setting->key(), setting->meaning());
+                    }
                 }
                 break;
             case ArgumentKind::text:

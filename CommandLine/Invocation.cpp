@@ -106,6 +106,12 @@ Failure needlessValue(const Option& option, const Command* command) {
     return usageFailure(localizedFormat("--%@ takes no value.", option.name), helpHint(command));
 }
 
+Failure missingValue(const Option& option, const Command* command) {
+    return usageFailure(
+        localizedFormat("--%@ needs a value: --%@ %@.", option.name, option.name, option.value),
+        helpHint(command));
+}
+
 /// The parser's own complaint, in words that help. It begins with the option that it is about.
 Failure unfitOption(const CLI::ParseError& error, const Command* command) {
     const std::string_view text = error.what();
@@ -116,11 +122,7 @@ Failure unfitOption(const CLI::ParseError& error, const Command* command) {
         failure.why.push_back(printable(text));
         return failure;
     }
-    return usageFailure(option->takesValue()
-                            ? localizedFormat("--%@ needs a value: --%@ %@.", option->name,
-                                              option->name, option->value)
-                            : localizedFormat("--%@ takes no value.", option->name),
-                        helpHint(command));
+    return option->takesValue() ? missingValue(*option, command) : needlessValue(*option, command);
 }
 
 bool checkOperands(const Invocation& invocation, Failure& failure) {
@@ -259,6 +261,12 @@ std::optional<Invocation> Invocation::parse(const std::vector<std::string>& argu
             for (const std::string& value : parsed->results()) {
                 if (!option->takesValue() && value != "true") {
                     failure = needlessValue(*option, node->command);
+                    return std::nullopt;
+                }
+                const bool isPath =
+                    option->kind == ArgumentKind::file || option->kind == ArgumentKind::folder;
+                if (isPath && value.empty()) {
+                    failure = missingValue(*option, node->command);
                     return std::nullopt;
                 }
                 invocation.add(*option, value);

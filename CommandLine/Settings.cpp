@@ -143,17 +143,23 @@ Failure failureOfFile(const Error& error) {
                   localized("Look at what the file holds.")
             : localized("Correct the file, or move it away."));
     // The error of the system names the file once more.
-    failure.why.push_back(
-        printable(error.domain() == POSIXErrorDomain
-                      ? Error::posix(static_cast<int>(error.code())).localizedDescription()
-                      : error.localizedFailureReason().value_or(error.localizedDescription())));
+    failure.why.push_back(printable(error.localizedFailureReason().value_or(
+        error.domain() == POSIXErrorDomain
+            ? Error::posix(static_cast<int>(error.code())).localizedDescription()
+            : error.localizedDescription())));
     return failure;
 }
+
+constexpr std::size_t mostUnknownKeys = 20;  // That are told one by one.
 
 /// Looks at each key of the user's file; false for one whose value cannot be.
 bool checkFile(SettingsFileUse use, std::vector<std::string>& warnings, Failure& failure) {
     UserDefaults& defaults = UserDefaults::shared();
+    std::size_t unknownKeys = 0;
     for (const UserDefaults::UserFileKey& key : defaults.userFileKeys()) {
+        if (key.setting == nullptr && ++unknownKeys > mostUnknownKeys) {
+            continue;
+        }
         const std::string place =
             localizedFormat("%@, line %lu:", printable(defaults.userFilePath()), key.line) + " ";
         if (key.setting == nullptr) {
@@ -176,6 +182,11 @@ bool checkFile(SettingsFileUse use, std::vector<std::string>& warnings, Failure&
             }
             warnings.push_back(why);
         }
+    }
+    if (unknownKeys > mostUnknownKeys) {
+        warnings.push_back(localizedFormat("%@: there are %lu more keys that are no settings.",
+                                           printable(defaults.userFilePath()),
+                                           unknownKeys - mostUnknownKeys));
     }
     return true;
 }

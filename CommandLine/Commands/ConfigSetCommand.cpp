@@ -51,7 +51,8 @@ const Command& configSetCommand() {
         .description =
             "Writes a setting to the user's file, which only you can read. A list takes "
             "several values. After -- a value may begin with a dash.",
-        .operands = {{.name = "KEY", .kind = ArgumentKind::setting}, {.name = "VALUE", .most = 0}},
+        .operands = {{.name = "KEY", .kind = ArgumentKind::typedSetting},
+                     {.name = "VALUE", .most = 0}},
         .examples = {{"velto config set VeltoDrovanExecutablePath ~/velm/bin/VelmDrovan",
                       "where the delivery tool is"},
                      {"velto config set VeltoDrovanExtraArgs -- -v detailed",

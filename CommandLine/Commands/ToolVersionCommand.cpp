@@ -24,12 +24,22 @@ public:
 protected:
     void drovanCompleted() override {
         VeltoDrovanWorker::drovanCompleted();
-        if (!hasErrors() && (terminationStatus() != 0 || answer().empty())) {
+        if (!hasErrors() && terminationStatus() != 0) {
             addErrorMessage(endOfTool(termination()));
         }
     }
     using VeltoDrovanWorker::drovanCompleted;
 };
+
+/// Whether a line is what the tool says of itself: any other program may have answered.
+bool tellsVersion(std::string_view answer) {
+    constexpr std::string_view mark = "Drovan, version ";
+    const std::size_t found = answer.find(mark);
+    const std::string_view version =
+        found == std::string_view::npos ? std::string_view() : answer.substr(found + mark.size());
+    return version.substr(0, version.find('\n')).find_first_not_of(" \t\r") !=
+           std::string_view::npos;
+}
 
 ExitCode run(Frontend& frontend, const Invocation& invocation) {
     Failure failure;
@@ -44,11 +54,18 @@ ExitCode run(Frontend& frontend, const Invocation& invocation) {
     if (outcome.isStopped) {
         return frontend.fail({.exitCode = ExitCode::stopped, .what = localized("Stopped.")});
     }
+    const std::string untold = localized("The delivery tool did not tell its version.");
     if (!outcome.errors.empty()) {
-        return frontend.fail(failureOfErrors(
-            localized("The delivery tool did not tell its version."), outcome.errors));
+        return frontend.fail(failureOfErrors(untold, outcome.errors));
     }
     std::string answer = worker->answer();
+    if (!tellsVersion(answer)) {
+        failure = {.exitCode = ExitCode::toolNotFound,
+                   .what = untold,
+                   .next = localized("Name the delivery tool VelmDrovan with --tool PATH.")};
+        failure.why.push_back(localizedFormat("%@ is another program.", printable(*path)));
+        return frontend.fail(failure);
+    }
     answer.erase(answer.find_last_not_of("\r\n") + 1);
     if (frontend.printsJSON()) {
         frontend.answer(frontend.result(ExitCode::done).add("path", *path).add("version", answer));

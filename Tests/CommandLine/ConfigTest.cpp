@@ -103,6 +103,14 @@ TEST_F(ConfigTest, ASettingsFileIsCheckedWhereItIsWrong) {
     EXPECT_EQ(finished({"config", "unset", "VeltoUsrname"}).exitCode, 0);
     EXPECT_EQ(finished({"config", "set", "VeltoDrovanProxyPort", "1"}).exitCode, 0);
     EXPECT_EQ(contentOf(path), "VeltoDrovanProxyPort = '1'\n# kept\n");
+    std::string odd;
+    for (int number = 0; number < 1000; ++number) {
+        odd += "Odd" + std::to_string(number) + " = 1\n";
+    }
+    write(path, odd);
+    const Child many = finished({"config"});
+    EXPECT_THAT(linesOf(many.errors), ::testing::SizeIs(21));
+    EXPECT_THAT(many.errors, HasSubstr("there are 980 more keys"));
     std::filesystem::permissions(path, std::filesystem::perms(0666));
     const Child child = finished({"config"});
     EXPECT_EQ(child.exitCode, 2);

@@ -73,6 +73,8 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
                                          {"VELTO_SESSION_ID", identifier},
                                          {"VELTO_SHARED_SECRET", secret}};
     };
+    const std::string pipe = folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const Strings noToken = with({"--token-file", folder / "no-token.plist"});
     const Strings noKey{"verify",   package,  "--api-key",    "NOKEY",
                         "--issuer", "nobody", "--key-folder", folder};
@@ -99,6 +101,7 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
         {"a port that is none", verify, {{"VELTO_VELTODROVANPROXYPORT", "x"}}, "", 2, "65535"},
         {"a value for a switch", with({"--no-checksum=no"}), {}, "", 2, "takes no value"},
         {"unknown setting", with({"--set", "Nonsense=1"}), {}, "", 2, "Nonsense"},
+        {"settings of a pipe", with({"--config", pipe}), {}, "", 2, "It is not a file."},
         {"broken settings", with({"--config", folder / "broken.toml"}), {}, "", 2, "broken.toml"},
         {"no credentials", verify, password(""), "", 2, "VELTO_PASSWORD"},
         {"no user", {"verify", package}, {}, "", 2, "--user"},
@@ -110,6 +113,7 @@ TEST_F(DeliveryTest, EachKindOfEndHasItsExitCodeAndSaysWhyAndWhatNext) {
         {"wrong session", verify, session("no", "no"), "", 4, "(-20283)"},
         {"app-specific", as("twostep"), password("twostep-password"), "", 4, "(-22938)"},
         {"no token", with({"--token-file", folder / "none.plist"}), {}, "", 4, "none.plist"},
+        {"a token of a pipe", with({"--token-file", pipe}), {}, "", 4, "pipe: it is not a file"},
         {"no token in it", noToken, {}, "", 4, "It has no text “rovquill”"},
         {"a token file for all to read", noToken, {}, "", 4, "chmod 600"},
         {"a token file of another kind",
@@ -384,6 +388,9 @@ TEST_F(DeliveryTest, TheToolIsFoundAndAsked) {
     EXPECT_EQ(located.finish().output, tool + "\n") << located.all();
     Child version = velto({"tool", "version"});
     EXPECT_EQ(version.finish().output, "Velm Drovan, version 1.0.0\n") << version.all();
+    Child another = velto({"tool", "version", "--tool", "/bin/echo"});
+    EXPECT_EQ(another.finish().exitCode, 6) << another.all();
+    EXPECT_EQ(another.output, "");
     useScenario("exit=3@start\n");
     Child broken = velto({"tool", "version"});
     EXPECT_EQ(broken.finish().exitCode, 5) << broken.all();

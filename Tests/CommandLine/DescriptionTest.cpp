@@ -104,6 +104,8 @@ source <(velto completion zsh); echo ready
         {"velto upload --config=ot", "her.toml"},
         {"velto --log-file ot", "her.toml"},
         {"velto config get MZWorkS", "eriesManagerMaxCompletedWork"},
+        {"velto config set VeltoPas", ""},
+        {"velto --set VeltoPas", ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);

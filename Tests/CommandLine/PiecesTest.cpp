@@ -161,6 +161,7 @@ TEST(PiecesTest, ArgumentsAreUnderstood) {
         {{"tool", "lcate"}, "‘lcate’"},
         {{"verify", "p", "--transport", "DAV"}, "‘--transport’"},
         {{"upload", "p", "--user"}, "--user"},
+        {{"tool", "locate", "--tool", ""}, "--tool needs a value: --tool PATH."},
     };
     for (const auto& row : wrong) {
         EXPECT_FALSE(parse(row.words)) << row.said;

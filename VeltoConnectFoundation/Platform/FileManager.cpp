@@ -2,6 +2,7 @@
 
 #include <VeltoConnectFoundation/Platform/FileDescriptor.h>
 #include <VeltoConnectFoundation/Platform/FileStatusPrivate.h>
+#include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/UUID.h>
 
 #include <dirent.h>
@@ -45,7 +46,7 @@ FileDescriptor openRegular(std::string_view path, struct stat& status, Error* er
         return FileDescriptor();
     }
     if (!S_ISREG(status.st_mode)) {
-        fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
+        fail(error, S_ISDIR(status.st_mode) ? Error::posix(EISDIR, path) : noFileError(path));
         return FileDescriptor();
     }
     return file;
@@ -132,6 +133,13 @@ FileAttributes attributesOfStatus(const struct stat& status) {
     result.device = status.st_dev;
     result.inode = status.st_ino;
     return result;
+}
+
+Error noFileError(std::string_view path) {
+    return {POSIXErrorDomain,
+            EINVAL,
+            {{LocalizedDescriptionKey, localizedFormat("%@: it is not a file", path)},
+             {LocalizedFailureReasonKey, localized("It is not a file.")}}};
 }
 
 std::optional<FileAttributes> FileManager::attributes(std::string_view path, Error* error) {

@@ -24,7 +24,7 @@ std::optional<FileReader> FileReader::open(std::string_view path, Error* error) 
         return std::nullopt;
     }
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
-        fail(error, Error::posix(EINVAL, path));
+        fail(error, noFileError(path));
         return std::nullopt;
     }
     return FileReader(std::move(whole), std::move(descriptor));

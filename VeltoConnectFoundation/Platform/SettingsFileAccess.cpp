@@ -1,6 +1,7 @@
 #include <VeltoConnectFoundation/Platform/SettingsFilePrivate.h>
 
 #include <VeltoConnectFoundation/Platform/FileManager.h>
+#include <VeltoConnectFoundation/Platform/FileStatusPrivate.h>
 #include <VeltoConnectFoundation/Platform/LocalizedText.h>
 #include <VeltoConnectFoundation/Platform/PathTrust.h>
 #include <VeltoConnectFoundation/Platform/UserDefaults.h>
@@ -43,7 +44,7 @@ std::optional<std::string> readSettingsFile(const std::string& path, Error* erro
         return std::nullopt;
     }
     if (!S_ISREG(status.st_mode)) {
-        fail(error, Error::posix(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, path));
+        fail(error, S_ISDIR(status.st_mode) ? Error::posix(EISDIR, path) : noFileError(path));
         return std::nullopt;
     }
     std::error_code problem;
