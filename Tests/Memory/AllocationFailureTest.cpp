@@ -372,7 +372,7 @@ TEST(AllocationFailure, OfCopiesAndPackages) {
     const std::string state = "Failed to create the copy_file_state.";
     const std::string memory = "Failed to copy the file (err=12).";
     const std::string directory =
-        "Unable to create directory: " + package + ": " + package + ": Cannot allocate memory";
+        "Unable to create directory: " + package + ": Cannot allocate memory";
     using Builder = VeltoVideoPackageBuilderWorker;
     const auto builder = [&](bool isMarked) {
         return isMarked ? Builder::builderForVideo(metadata, video, "Main")
