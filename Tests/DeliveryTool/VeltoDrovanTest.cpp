@@ -14,6 +14,9 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -379,6 +382,23 @@ TEST_F(VeltoDrovanTest, EndsInTheBackgroundWithOrWithoutNotice) {
         velto::MainQueue::shared().sync([] {});
         EXPECT_EQ(receiver->ends, notify ? 1 : 0);
     }
+}
+
+TEST_F(VeltoDrovanTest, WithoutAThreadForTheBackgroundTheToolIsToldToEnd) {
+    if (ranInFreshProcess()) {
+        return;
+    }
+    if (geteuid() == 0) {  // The limit does not hold for root.
+        ASSERT_EQ(setresuid(61234, 61234, 61234), 0);
+    }
+    velto::MainQueue::runOnOwnThread();
+    const auto tool = drovan("ClosesItsOutput");
+    tool->executeAsynchronously();
+    const rlimit none{0, 0};
+    ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+    tool->terminateInBackgroundAndNotify(true);
+    EXPECT_TRUE(endHasCome());
+    EXPECT_EQ(receiver->status, SIGTERM);
 }
 
 TEST_F(VeltoDrovanTest, ALaunchEndsTheOneBefore) {

@@ -398,13 +398,19 @@ void VeltoDrovan::kill() {
 }
 
 void VeltoDrovan::terminateInBackgroundAndNotify(bool notify) {
-    velto::startThread("velto-drovan", [self = shared_from_this(), notify] {
-        try {
-            self->terminateKeepingDelegate(notify);
-        } catch (...) {
-            velto::platformLogUncaught("the end of the delivery tool");
+    try {
+        velto::startThread("velto-drovan", [self = shared_from_this(), notify] {
+            try {
+                self->terminateKeepingDelegate(notify);
+            } catch (...) {
+                velto::platformLogUncaught("the end of the delivery tool");
+            }
+        });
+    } catch (const std::system_error&) {
+        if (const std::shared_ptr<Child> child = drovanTask()) {
+            child->end();
         }
-    });
+    }
 }
 
 void VeltoDrovan::terminateKeepingDelegate(bool notify) {

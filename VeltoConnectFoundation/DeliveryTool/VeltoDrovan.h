@@ -113,7 +113,8 @@ public:
     /// Kills the process group of the last launch, or what is left of it, at once; does not wait.
     void kill();
     /// The same as terminate on a thread of its own; without `notify` the delegate does not hear of
-    /// the end.
+    /// the end. Where the system gives no thread the child is told to end, and the delegate hears
+    /// of it either way.
     void terminateInBackgroundAndNotify(bool notify);
     bool isRunning() const;
     /// The exit status, or the signal's number; 0 before the first end, -1 when it was lost.
