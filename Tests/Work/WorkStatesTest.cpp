@@ -6,6 +6,7 @@
 #include <cassert>
 #include <cstdlib>
 #include <iostream>
+#include <ranges>
 #include <set>
 #include <string>
 #include <string_view>
@@ -17,6 +18,10 @@ namespace {
 
 constexpr std::size_t itemCount = 3;
 constexpr std::size_t seriesCount = 2;
+
+auto upTo(std::size_t count) {
+    return std::views::iota(std::uint8_t{0}, static_cast<std::uint8_t>(count));
+}
 
 enum class Do : std::uint8_t {
     nothing,
@@ -116,11 +121,11 @@ public:
             world.threads[0].push({.what = Do::checkEnded, .series = series});
             world.threads[0].push({.what = Do::submit, .series = series});
         }
-        for (auto step = case_.first.rbegin(); step != case_.first.rend(); ++step) {
-            world.threads[1].push(*step);
+        for (const Step& step : std::views::reverse(case_.first)) {
+            world.threads[1].push(step);
         }
-        for (auto step = case_.second.rbegin(); step != case_.second.rend(); ++step) {
-            world.threads[2].push(*step);
+        for (const Step& step : std::views::reverse(case_.second)) {
+            world.threads[2].push(step);
         }
         visit(world);
         while (!open_.empty() && problem_.empty()) {
@@ -215,7 +220,7 @@ private:
                          .item = item});
         }
         if (step.has(MZItemStops) || step.has(MZItemCompletes) || step.has(MZItemEnds)) {
-            for (std::uint8_t series = 0; series < case_.lists.size(); ++series) {
+            for (const std::uint8_t series : upTo(case_.lists.size())) {
                 if (std::ranges::count(case_.lists[series], item) != 0) {
                     thread.push({.what = Do::look, .series = series, .item = item});
                 }
@@ -279,7 +284,7 @@ private:
         if (world.active >= 1 && case_.fault != Fault::startsWithoutRoom) {
             return;
         }
-        for (std::uint8_t index = 0; index < case_.lists.size(); ++index) {
+        for (const std::uint8_t index : upTo(case_.lists.size())) {
             Series& series = world.series[index];
             if (series.hasRecord && series.submitted == MZSubmittedState::waiting &&
                 series.machine.isPending()) {
@@ -358,8 +363,8 @@ private:
                 series.machine.beginStop();
                 thread.push({.what = Do::endStop, .series = step.series});
                 const std::vector<std::uint8_t>& list = case_.lists[step.series];
-                for (auto each = list.rbegin(); each != list.rend(); ++each) {
-                    thread.push({.what = Do::cancel, .item = *each});
+                for (const std::uint8_t each : std::views::reverse(list)) {
+                    thread.push({.what = Do::cancel, .item = each});
                 }
                 break;
             }
@@ -385,7 +390,7 @@ private:
                 }
                 break;
             case Do::cancelAll:
-                for (std::uint8_t index = 0; index < case_.lists.size(); ++index) {
+                for (const std::uint8_t index : upTo(case_.lists.size())) {
                     Series& dismissed = world.series[index];
                     if (dismissed.hasRecord && (dismissed.submitted == MZSubmittedState::waiting ||
                                                 dismissed.submitted == MZSubmittedState::running)) {
@@ -418,7 +423,7 @@ std::vector<std::vector<Step>> disturbances(std::size_t items) {
                                        {{.what = Do::submit, .series = 0}},
                                        {{.what = Do::start, .series = 0}},
                                        {{.what = Do::dispatch, .series = 0}}};
-    for (std::uint8_t item = 0; item < items; ++item) {
+    for (const std::uint8_t item : upTo(items)) {
         all.push_back({{.what = Do::cancel, .item = item}});
         all.push_back({{.what = Do::close, .item = item}});
     }
