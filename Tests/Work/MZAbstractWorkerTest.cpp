@@ -157,6 +157,14 @@ TEST(AbstractWorker, CallbacksOfWhatAnObserverSetsComeAfterTheChange) {
         "percentComplete", [&](const velto::PropertyChange&) { self->setStatusMessage("half"); });
     queue->sync([&] { self->setPercentComplete(50); });
     EXPECT_EQ(other->statusMessage(), "half");
+    const auto ofErrors = self->observe(
+        "errors", [&](const velto::PropertyChange&) { self->setStatusMessage("broken"); });
+    const auto ofCancel = self->observe(
+        "cancelled", [&](const velto::PropertyChange&) { self->setStatusMessage("stopped"); });
+    queue->sync([&] { self->addErrorMessage("no"); });
+    EXPECT_EQ(other->statusMessage(), "broken");
+    queue->sync([&] { self->cancel(); });
+    EXPECT_EQ(other->statusMessage(), "stopped");
 }
 
 }  // namespace

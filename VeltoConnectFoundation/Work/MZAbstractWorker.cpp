@@ -18,6 +18,12 @@ using velto::Value;
 
 namespace {
 
+void makeAll(const std::vector<std::function<void()>>& calls) {
+    for (const std::function<void()>& call : calls) {
+        call();
+    }
+}
+
 Error messageError(std::string_view message) {
     return Error::make(WorkerErrorDomain, -10000, message, message);
 }
@@ -110,9 +116,7 @@ void MZAbstractWorker::inTurn(const Step& step) {
         SetterTurn turn(*this, calls);
         step(turn);
     }
-    for (const std::function<void()>& call : calls) {
-        call();
-    }
+    makeAll(calls);
 }
 
 void MZAbstractWorker::run() {
@@ -125,14 +129,16 @@ void MZAbstractWorker::seriesCompleted() {
 
 void MZAbstractWorker::cancel() {
     const std::shared_ptr<const void> alive = sharedSelf();
+    Calls calls;
     {
-        const SetterTurn turn(*this);
+        const SetterTurn turn(*this, calls);
         if (cancelled_) {
             return;
         }
         const Change change(*this, {"cancelled"});
         cancelled_ = true;
     }
+    makeAll(calls);
     setWorkStatus(MZWorkStatusCancelled);
 }
 
@@ -229,10 +235,14 @@ std::optional<std::string> MZAbstractWorker::errorMessage() const {
 template <class Store>
 void MZAbstractWorker::changeLists(std::initializer_list<std::string_view> keys,
                                    const Store& store) {
-    const SetterTurn turn(*this);
-    const Change change(*this, keys);
-    const Guard guard(lock_);
-    store();
+    Calls calls;
+    {
+        const SetterTurn turn(*this, calls);
+        const Change change(*this, keys);
+        const Guard guard(lock_);
+        store();
+    }
+    makeAll(calls);
 }
 
 void MZAbstractWorker::setErrorMessage(const std::optional<std::string>& message) {
